@@ -1,0 +1,311 @@
+/// @file base.h
+/// The ground under the container: text and path helpers, directories, key=value
+/// files, the CORBA agent's settings and code-set conversion.
+///
+/// Strings are byte strings; no locale is consulted. Unless a comment says
+/// otherwise, functions report failure by their result, throw nothing of their own
+/// and may be called from any thread.
+#pragma once
+
+#include <atomic>
+#include <list>
+#include <string>
+#include <vector>
+
+#include <ace/Thread_Mutex.h>
+#include <ace/Time_Value.h>
+
+#include "bundlemgr/export.h"
+
+namespace NS_BUNDLEMGR1 {
+
+/// @name Text
+/// White space is exactly space, TAB, LF and CR.
+/// @{
+
+/// @return a copy without trailing white space
+ZO_EXPORT std::string RTrim(const std::string& text);
+
+/// @return a copy without leading white space
+ZO_EXPORT std::string LTrim(const std::string& text);
+
+/// @return a copy without leading and trailing white space
+ZO_EXPORT std::string Trim(const std::string& text);
+
+/// @return a copy without any TAB
+ZO_EXPORT std::string DelTabStr(const std::string& text);
+
+/// Splits `text` at `separator`. Empty fields are kept, except one after a trailing
+/// separator: "a,,b," gives "a", "", "b".
+/// @param text      the text; null counts as empty
+/// @param separator one character
+/// @param out       the fields are appended to it
+ZO_EXPORT void Str2StrVec(const char* text, char separator, std::vector<std::string>& out);
+
+/// Reads an integer: decimal, octal ("017") or hexadecimal ("0x1f"), with an optional
+/// leading "-", white space around it ignored.
+/// @param text  the literal
+/// @param value receives the number, narrowed to int; untouched on failure
+/// @return whether `text` is such a literal
+ZO_EXPORT bool Str2Int(const std::string& text, int& value);
+/// @}
+
+/// @name Paths and files
+/// File-system failures are not reported.
+/// @{
+
+/// Removes leading and trailing blanks and turns every `\` into `/`.
+ZO_EXPORT void ConvertBackslash(std::string& path);
+
+/// Normalises an absolute path: `ConvertBackslash`, then folds "/.." and "/./". The
+/// folding is textual; symbolic links are not looked at.
+/// @param path the path; on failure its content is unspecified
+/// @return false for an empty path, one that begins with ".", and one whose ".." has
+///         nothing in front of it to fold
+ZO_EXPORT bool ConvertAbsolutePath(std::string& path);
+
+/// @return the directory above `path`, ending in "/"; "" where there is none
+ZO_EXPORT std::string GetParentPath(const std::string& path);
+
+/// @return whether `path` exists, whatever kind of file it is
+ZO_EXPORT bool IsExistDir(const std::string& path);
+
+/// Deletes everything below a directory. Links are followed: what a symbolic link to
+/// a directory leads to is emptied as well.
+/// @param path       the directory; nothing happens when it cannot be opened
+/// @param removeSelf whether the directory itself goes, too
+ZO_EXPORT void RemoveDir(const std::string& path, bool removeSelf);
+
+/// Makes `path` an empty directory of mode 0750, whether it existed or not. The
+/// directories above it must exist.
+ZO_EXPORT void ReCreateDir(const std::string& path);
+
+/// Deletes a file, unless it is a directory.
+ZO_EXPORT void DeleteFile(const std::string& path);
+
+/// Deletes each of `files` in order, passing over those that cannot be deleted.
+ZO_EXPORT void RemoveFilesList(const std::list<std::string>& files);
+/// @}
+
+/// @param t a point in time
+/// @return its local time with the zone's name, "CST 2024-03-01 08:05:09.000042",
+///         converted by `Convert2UTFforLog`
+ZO_EXPORT std::string GetZoneTimeStamp(const ACE_Time_Value& t);
+
+/// @name Directories
+/// All of them stand on the platform's installation path. Where the platform library
+/// is not built in, that is the environment variable `KORU_SERVER_PATH`. Each call
+/// reads the environment afresh; nothing is created or checked.
+/// @{
+
+/// @param name name of an environment variable
+/// @return its value less one trailing "/" or "\"; "" when it is unset
+ZO_EXPORT std::string GetPathBySysEnvironment(const std::string& name);
+
+/// @return the installation path, ending in "/" or "\"; "" when there is none
+ZO_EXPORT std::string GetKORURootPath();
+
+/// @return "<installation path>/nbi"; "" when there is no installation path
+ZO_EXPORT std::string GetKORUEnvironment();
+
+/// @return "<installation path>/nbi/../nbi"; "" when there is no installation path
+ZO_EXPORT std::string GetNBIBaseDirPath();
+
+/// @return the configuration directory, ending in "/":
+///         "<installation path>/nbi/../etc/oss_cfg/nbi/<sub-directory>/"; "" when
+///         there is no installation path
+ZO_EXPORT std::string GetCfgDirPath();
+
+/// Sets the sub-directory of `GetCfgDirPath`, "conf" at first. Meant for the host,
+/// before it loads bundles.
+/// @return 0
+ZO_EXPORT int SetCfgDirPath(const std::string& name);
+
+/// @return `GetNBIBaseDirPath()` + "/../var/oss_tmp/nbi/corba/cdrfiles", also when
+///         the base is empty
+ZO_EXPORT std::string GetCDRFilesDir();
+
+/// @return `$_APP_LOG_DIR` (empty when unset) + "/Develop/nbi/Agent_CORBA"
+ZO_EXPORT std::string GetNBILogPath();
+/// @}
+
+/// @name Key=value files
+/// One entry a line. Lines are trimmed; empty ones and those that begin with "#" are
+/// skipped. A line of more than 1023 bytes is read as several lines.
+/// @{
+
+/// One entry of a configuration file.
+struct NameValueStru {
+    std::string name;   ///< The key; empty where lines are read whole.
+    std::string value;  ///< The value, or the whole line.
+
+    bool operator==(const NameValueStru& other) const { return name == other.name && value == other.value; }
+    bool operator!=(const NameValueStru& other) const { return !(*this == other); }
+};
+
+/// Reads a configuration file.
+/// @param out      the entries are appended to it, in file order, duplicates kept
+/// @param file     path of the file
+/// @param keyValue true: lines "key=value", split at the first "=", others skipped;
+///                 false: each line whole, as a value without a name
+/// @return false only when the file cannot be opened
+ZO_EXPORT bool GetAllCfgFrmFile(std::vector<NameValueStru>& out, const std::string& file, bool keyValue);
+
+/// @param value receives the value of the first entry named `key`; untouched when
+///              there is none
+/// @return whether there is one
+ZO_EXPORT bool GetValByKey(std::string& value, const std::string& key, const std::vector<NameValueStru>& list);
+
+/// `GetValByKey` on the entries of a file.
+/// @return false also when the file cannot be opened
+ZO_EXPORT bool GetCfgInfo(std::string& value, const std::string& key, const std::string& file);
+
+/// Takes the value out of one line "key=value".
+/// @param value receives the value, or "" when the line does not hold the key
+/// @param line  the line
+/// @param key   looked for anywhere in front of the "=", so "Port" finds "MyPort=5"
+/// @return whether the line holds the key
+ZO_EXPORT bool GetKeyAndValFrmStr(std::string& value, const std::string& line, const std::string& key);
+/// @}
+
+/// Set by the host before `BundleMgr::WaitAllBundlesThreadExit` when the CORBA side
+/// is already gone; shortens that call's pause from 7 to 5 seconds.
+ZO_EXPORT extern std::atomic<bool> g_isUnloadingCorba;
+
+/// Kept for callers in the field; does nothing.
+ZO_EXPORT void InitCorbaData();
+
+/// The CORBA agent's settings: `corba_start.cfg` and `corba_agent.cfg` in
+/// `$_APP_SHARE_DIR/conf`, and `$APP_ROOT/etc/sysconf/nodelist.json`.
+///
+/// The host calls `Instance()`, then `init()` once, before anyone reads, and
+/// `Destroy()` at shutdown. No operation throws on bad data.
+///
+/// Thread safety: reading is safe from any thread once `init` is done;
+/// `SetStrItemInfo` only while no other thread reads.
+class ZO_EXPORT CorbaConfigItems {
+public:
+    /// @return the one object, created empty on the first call
+    static CorbaConfigItems* Instance();
+
+    /// Deletes it; the next `Instance()` makes a new, empty one.
+    static void Destroy();
+
+    /// Reads everything: `GetAllStartItem`, `GetAllHostItem`, `SetHostOrIPaddress`,
+    /// `GetLvsMode`.
+    void init();
+
+    /// Appends the entries of `corba_start.cfg` to the items.
+    /// @return false (and a log record) when `_APP_SHARE_DIR` is unset
+    bool GetAllStartItem();
+
+    /// Reads host addresses and names from `corba_agent.cfg`.
+    /// @return false (and a log record) when `_APP_SHARE_DIR` is unset
+    bool GetAllHostItem();
+
+    /// Appends the items `CORBAAgent_Host`, `NamingService_Host` and
+    /// `NotifyService_Host`: the address where the item `CorbaAgentUseIp`,
+    /// `NamingServiceUseIp` or `NotifyServiceUseIp` is "enable", else the host name.
+    /// @return true
+    bool SetHostOrIPaddress();
+
+    /// Finds out from the node list whether the agent runs behind a virtual address:
+    /// it does unless the list names the agent's own address.
+    void GetLvsMode();
+
+    /// @param address "host" or "host:port"
+    /// @return whether the address is this agent's (or 127.0.0.1) and the agent runs
+    ///         behind a virtual address
+    bool GetHfsMode(const std::string& address);
+
+    /// @param name  name of an item
+    /// @param value receives the first value of that name that is an integer
+    ///              (`Str2Int`); untouched when there is none
+    /// @return whether there is one
+    bool GetIntItemInfo(const std::string& name, int& value);
+
+    /// @param name  name of an item
+    /// @param value receives its first value; untouched when there is none
+    /// @return whether there is one
+    bool GetStrItemInfo(const std::string& name, std::string& value);
+
+    /// Overwrites the value of every item of that name; adds none.
+    /// @return true
+    bool SetStrItemInfo(const std::string& name, const std::string& value);
+
+    /// @param address receives the agent's configured host address
+    void GetHostIP(std::string& address);
+
+    /// @param out replaced by a copy of all items
+    /// @return true
+    bool GetCorbaConfigItems(std::vector<NameValueStru>& out);
+
+    /// @param out the addresses of the `acl` items (separated by ",") are appended,
+    ///            as values without a name; an item with an empty piece adds none
+    /// @return true
+    bool GetIPAddressList(std::vector<NameValueStru>& out);
+
+    /// The reader of the free function of the same name.
+    bool GetAllCfgFrmFile(std::vector<NameValueStru>& out, const std::string& file, bool keyValue);
+
+    CorbaConfigItems(const CorbaConfigItems&) = delete;
+    CorbaConfigItems& operator=(const CorbaConfigItems&) = delete;
+    ~CorbaConfigItems();
+
+    /// @cond INTERNAL
+    /// `GetStrItemInfo` on the object if there is one; creates none, waits for no
+    /// lock that is held while user code runs.
+    static bool PeekStrItem(const std::string& name, std::string& value);
+    /// @endcond
+
+protected:
+    CorbaConfigItems();
+
+    static std::atomic<CorbaConfigItems*> m_pInstance;
+
+private:
+    std::vector<NameValueStru> m_vecCorbaItems;
+    std::string m_strCorbaAgentHostIP;
+    std::string m_strCorbaAgentHostName;
+    std::string m_strNamingServiceHostIP;
+    std::string m_strNamingServiceHostName;
+    std::string m_strNotifyServiceHostIP;
+    std::string m_strNotifyServiceHostName;
+    ACE_Thread_Mutex m_mutex;  ///< Taken by the two item getters.
+    bool m_bLvsMode;
+};
+
+/// @name Code sets
+/// Input that is invalid becomes one "?" a byte, a character that the target lacks
+/// becomes one "?". Output ends at its first NUL byte.
+/// @{
+
+/// Converts between two character sets by their iconv names.
+/// @param from name of the set of `in`
+/// @param to   name of the set of `out`
+/// @param in   the text
+/// @param out  receives the result; untouched on failure. Equal names copy; the name
+///             "UNKOWN" leaves it untouched and succeeds
+/// @return false for an unknown set (reported on the log and on standard output), an
+///         incomplete character at the end of `in`, or a result of more than
+///         (length of `in` + 1) x 2 bytes
+ZO_EXPORT bool CodeSetConvert(const std::string& from, const std::string& to, const std::string& in, std::string& out);
+
+/// Local set to UTF-8. The item `CharacterSetSwitch` of `corba_start.cfg`, read once,
+/// tells the local set: "1" GBK, "2" ISO-8859-1, anything else: no conversion.
+/// @param out receives the result; untouched on failure. Note the order
+/// @param in  the text
+/// @return as `CodeSetConvert`
+ZO_EXPORT bool Local2Utf(std::string& out, const std::string& in);
+
+/// UTF-8 to the local set; the mirror image of `Local2Utf`.
+ZO_EXPORT bool Utf2Local(std::string& out, const std::string& in);
+
+/// Local set to UTF-8 for log records. The item `LocalCharset` of `CorbaConfigItems`,
+/// asked once, tells the local set: "1" GBK, anything else ISO-8859-1.
+/// @param in  the text
+/// @param out receives the result, or a copy of `in` when it cannot be converted
+ZO_EXPORT void Convert2UTFforLog(const std::string& in, std::string& out);
+/// @}
+
+}  // namespace NS_BUNDLEMGR1

@@ -1,0 +1,359 @@
+/// @file bundle.h
+/// What a bundle author derives from: bundles, services and the interfaces through
+/// which they find each other.
+///
+/// A bundle is a shared library `lib<name>.so` with one `BundleObject`:
+///
+///     class MyBundle : public BundleObject {
+///         std::string GetName() override { return "my_bundle"; }
+///         int GetBundleOrder() override { return 10; }
+///         void SetInterface() override {}
+///         int Init() override { BundleObject::Init(); return LoadAllServiceObjects(); }
+///         void Fini() override { UnLoadAllServiceObjects(); BundleObject::Fini(); }
+///     };
+///     ZO_BUNDLE(MyBundle);
+///
+/// A service is a class derived from `ServiceObjectBase` with a factory
+/// (`ZO_SERVICE_FACTORY`), named in the bundle's `svc.cfg`.
+#pragma once
+
+#include <atomic>
+#include <exception>
+#include <list>
+#include <map>
+#include <sstream>
+#include <string>
+#include <typeinfo>
+#include <vector>
+
+#include <ace/Recursive_Thread_Mutex.h>
+#include <ace/Service_Object.h>
+#include <ace/Thread_Mutex.h>
+
+#include "bundlemgr/bundlemgr.h"
+#include "bundlemgr/export.h"
+
+namespace NS_BUNDLEMGR1 {
+
+/// Base of every published interface. Concrete interfaces derive from it publicly and
+/// add their operations. The publisher owns the object.
+class ZO_EXPORT ServiceInterface {
+public:
+    virtual ~ServiceInterface();
+
+    /// @return a text that identifies the interface
+    virtual std::string GetDescription() = 0;
+
+    /// @return the implementing object, or null; what it is, is the interface's business
+    virtual void* GetImplementation() = 0;
+};
+
+/// Base of classes that are not to be derived from: whoever derives from one must
+/// construct this private virtual base itself. Today's compilers let that pass, so it
+/// is a mark, not a lock.
+class ZO_EXPORT FinalClass {
+public:
+    virtual ~FinalClass();
+};
+
+/// The interface for where no real one is at hand; it offers nothing.
+class ZO_EXPORT NULLServiceInterface : public ServiceInterface, private virtual FinalClass {
+public:
+    ~NULLServiceInterface() override;
+    /// @return "NULLServiceInterface!"
+    std::string GetDescription() override;
+    /// @return null
+    void* GetImplementation() override;
+};
+
+class ServiceObjectBase;
+
+/// Base class of a bundle: one plug-in library and the services it contributes.
+///
+/// The object belongs to its library, which registers it with the bundle manager
+/// while it loads (`ZO_BUNDLE`). The services belong to ACE's service repository.
+///
+/// Thread safety: the operations on services hold the bundle's recursive lock for
+/// their whole run, so a service may call back into its bundle on the same thread;
+/// it must not wait there for another thread that needs this bundle. The operations
+/// on the state and the interface take no lock.
+///
+/// The order of the virtual operations is part of the contract with bundles in the
+/// field; new ones go to the end.
+class ZO_EXPORT BundleObject {
+public:
+    BundleObject();
+
+    /// Deletes neither services nor the interface.
+    virtual ~BundleObject();
+
+    /// @return the bundle's name: the middle of its library's name, and the name of
+    ///         its directory under the configuration directory
+    virtual std::string GetName() = 0;
+
+    /// @return the bundle's place in the order of initialisation; smaller is earlier
+    virtual int GetBundleOrder() = 0;
+
+    /// @return the published interface, or null
+    virtual ServiceInterface* GetInterface();
+
+    /// Overridden to create the interface and store it in `m_pInterface`. The body
+    /// here only clears the pointer.
+    virtual void SetInterface() = 0;
+
+    /// Deletes the published interface, if there is one.
+    virtual void RemoveInterface();
+
+    /// Sets `BUNDLE_STATE_INITED`. Overrides call it, and `LoadAllServiceObjects`.
+    /// @return 0 on success; anything else stops the initialisation of all bundles
+    virtual int Init();
+
+    /// Sets `BUNDLE_STATE_FINIED`. Overrides call it, and `UnLoadAllServiceObjects`.
+    virtual void Fini();
+
+    /// Asks every service, newest first, to end its threads, and returns when all
+    /// have. A service that has been finalised already is not asked.
+    virtual void WaitThreadExit();
+
+    /// Enters a service; called by the constructor of `ServiceObjectBase`. A null
+    /// service, or a second one of a name, fails an ACE assertion and ends the process.
+    virtual void RegisterServiceObject(const char* serviceName, ServiceObjectBase* service);
+
+    /// Finalises and destroys a service, takes it out of the table and posts
+    /// `LIGHT_EVENT_SERVICE_REMOVED`. An unknown name is only reported on the log.
+    virtual void RemoveServiceObject(const char* serviceName);
+
+    /// @param out receives the services by name; other entries in it stay
+    virtual void GetAllServiceObjects(std::map<std::string, ServiceObjectBase*>& out);
+
+    /// @param state see `BundleState`; any value is stored
+    void SetState(int state);
+
+    /// @return the state, see `BundleState`
+    int GetState() const;
+
+    /// Creates and initialises the services that the bundle's `svc.cfg` names, in
+    /// file order. The first one that fails is removed again and ends the loading;
+    /// those before it stay.
+    /// @return 0; the result of the failed service; -1 without a configuration
+    ///         directory or when the manager is finalising; 1 when this bundle is
+    ///         finalised
+    int LoadAllServiceObjects();
+
+    /// Finalises and destroys the services, newest first. Their names stay in the
+    /// table, but they are not called again.
+    void UnLoadAllServiceObjects();
+
+    BundleObject(const BundleObject&) = delete;
+    BundleObject& operator=(const BundleObject&) = delete;
+
+    /// @cond INTERNAL
+    /// The interface that the service of that name publishes, or null; also null for a
+    /// service that has been finalised or destroyed. For the interface proxies.
+    ServiceInterface* FindServiceInterface(const std::string& serviceName);
+    /// @endcond
+
+protected:
+    std::atomic<int> m_nState;
+    std::map<std::string, ServiceObjectBase*> m_serviceObjectMap;  ///< By name; not owned.
+    std::vector<std::string> m_vecServiceNames;                    ///< In order of registration.
+    ACE_Recursive_Thread_Mutex m_lock;                             ///< Guards the two tables.
+    ServiceInterface* m_pInterface;  ///< Owned once set; see `RemoveInterface`.
+
+private:
+    bool IsLive(const std::string& serviceName, const ServiceObjectBase* service) const;
+    void RetireService(const std::string& serviceName);
+
+    /// Which object each name stands for (see `LiveServices`): the pointers in the
+    /// table outlive the services they point to.
+    std::map<std::string, unsigned long> m_mapServiceIds;
+};
+
+/// Base class of every service.
+///
+/// Created by its factory while the bundle loads its services; registers itself with
+/// the bundle; initialised by ACE through `init`; ended by `ExitThreads`, `fini` and
+/// the destructor (the latter only when its factory set an exterminator, as
+/// `ZO_SERVICE_FACTORY` does).
+///
+/// The order of the virtual operations is part of the contract with services in the
+/// field; new ones go to the end.
+class ZO_EXPORT ServiceObjectBase : public ACE_Service_Object {
+public:
+    /// @param bundleName  the bundle to which the service belongs; unknown to the
+    ///                    manager, the service is in no bundle's table
+    /// @param serviceName the service's own name. Note the order. Neither may be null
+    ServiceObjectBase(const char* bundleName, const char* serviceName);
+
+    /// Neither takes the service out of its bundle nor deletes its interface.
+    ~ServiceObjectBase() override;
+
+    /// For overrides; the library does not call it.
+    virtual void UnRegistSvc();
+
+    /// @return the service's name, valid as long as the service
+    virtual const char* GetName() const;
+
+    /// Ends the service's own threads and returns when they have ended.
+    virtual void ExitThreads() = 0;
+
+    /// @return the published interface, or null
+    virtual ServiceInterface* GetInterface();
+
+    /// Overridden to create the interface and store it in `m_pInterface`.
+    virtual void SetInterface();
+
+    /// Deletes the published interface, if there is one.
+    virtual void RemoveInterface();
+
+    /// Called by ACE when the service is removed. Overrides call it. Stops no thread,
+    /// removes no interface.
+    /// @return 0
+    int fini() override;
+
+protected:
+    ServiceInterface* m_pInterface;  ///< Owned once set; see `RemoveInterface`.
+    std::string m_strServiceName;
+    std::string m_strBundleName;
+};
+
+/// @name Interface registry
+/// What the interface proxies have found, by interface name. It owns no interface.
+/// @{
+
+/// Serialises the searches of the interface proxies.
+ZO_EXPORT extern ACE_Thread_Mutex _g_actualmutex;
+
+/// @return the list of interfaces known under `name`, created empty if there was
+///         none; valid until the process ends. Reading or appending to it is the
+///         caller's, at a time when no other thread looks up or sets that name
+ZO_EXPORT std::vector<ServiceInterface*>* CheckIFBuf(const std::string& name);
+
+/// Replaces the list under `name` by the one interface `iface`.
+ZO_EXPORT void SetIFBuf(const std::string& name, ServiceInterface* iface);
+/// @}
+
+/// Base of the exceptions of this library. A thrower may leave details in the streams.
+class ZO_EXPORT ProcessException : public std::exception {
+public:
+    ProcessException();
+    /// Moves the unread text of the other's streams over.
+    ProcessException(ProcessException& other);
+    ~ProcessException() override;
+
+    std::stringstream m_stream1;
+    std::stringstream m_stream2;
+    std::stringstream m_stream3;
+    std::stringstream m_stream4;
+};
+
+/// No service publishes the interface that was asked for.
+class ZO_EXPORT InterfaceNotExistException : public ProcessException {
+public:
+    InterfaceNotExistException();
+    InterfaceNotExistException(InterfaceNotExistException& other);
+    ~InterfaceNotExistException() override;
+};
+
+/// @cond INTERNAL
+struct InterfaceEntry;
+
+/// The part of an interface proxy that does not depend on the interface's type.
+class ZO_EXPORT InterfaceProxyBase {
+protected:
+    /// The interface as the type that the proxy asks for, or null if it is none.
+    using CastFn = void* (*)(ServiceInterface*);
+
+    InterfaceProxyBase(const std::string& interfaceName, const std::string& bundleName);
+    void* Find(CastFn cast, std::vector<ServiceInterface*>* all);
+    static ServiceInterface* NullInterface(const std::type_info& type);
+
+private:
+    void Search(CastFn cast);
+    std::list<BundleObject*> BundlesToSearch() const;
+
+    InterfaceEntry* m_pEntry;
+    ACE_Thread_Mutex* m_pMutex;
+    std::string m_strBundleName;
+    std::string m_strInterfaceName;
+};
+/// @endcond
+
+/// Finds a service's published interface by the service's name, and keeps what it
+/// found in the interface registry.
+///
+///     ServiceInterfaceProxy<AlarmTable> alarms("AlarmSvc");
+///     alarms->Raise(alarm);
+///
+/// Thread safety: one proxy may be used by any number of threads. The result stays the
+/// publisher's; the registry keeps it even after the publisher is gone, until
+/// `SetIFBuf` replaces it.
+template <class Interface>
+class ServiceInterfaceProxy : private InterfaceProxyBase {
+public:
+    /// @param interfaceName name of the publishing service
+    /// @param bundleName    the bundle to search; empty: every configured bundle, the
+    ///                      last configured first
+    explicit ServiceInterfaceProxy(const std::string& interfaceName, const std::string& bundleName = "")
+        : InterfaceProxyBase(interfaceName, bundleName) {}
+
+    /// @param all if given, receives everything known under the name
+    /// @return the first interface known under the name; never null
+    /// @throws InterfaceNotExistException when there is none or it is not an
+    ///         `Interface`; `*all` is then untouched
+    Interface* GetInterface(std::vector<ServiceInterface*>* all = nullptr) {
+        return static_cast<Interface*>(Find(&Cast, all));
+    }
+
+    /// `GetInterface()->`
+    Interface* operator->() { return GetInterface(); }
+
+    /// @return the null interface that all proxies of this type share; never deleted
+    static ServiceInterface* GetNullInterface() { return NullInterface(typeid(Interface)); }
+
+private:
+    static void* Cast(ServiceInterface* iface) { return dynamic_cast<Interface*>(iface); }
+};
+
+/// @cond INTERNAL
+/// Creates a bundle and registers it; deletes it when its library is unloaded.
+class ZO_EXPORT BundleRegistration {
+public:
+    explicit BundleRegistration(BundleObject* (*create)()) noexcept;
+    ~BundleRegistration();
+    BundleRegistration(const BundleRegistration&) = delete;
+    BundleRegistration& operator=(const BundleRegistration&) = delete;
+
+private:
+    BundleObject* m_pBundle;
+};
+
+/// Calls `create`; an exception from it is reported with the service's name.
+ZO_EXPORT ACE_Service_Object* MakeService(const char* serviceName, ACE_Service_Object* (*create)()) noexcept;
+
+/// Destroys a service that `MakeService` made.
+ZO_EXPORT void DestroyService(void* service);
+/// @endcond
+
+}  // namespace NS_BUNDLEMGR1
+
+/// Creates the one bundle of a library while the library loads and registers it with
+/// the manager. Stands once, at global scope, in one of the library's sources.
+/// @param Class class derived from `BundleObject`, default-constructible
+#define ZO_BUNDLE(Class)                                                  \
+    static ::NS_BUNDLEMGR1::BundleRegistration s_zoBundleRegistration(    \
+        []() -> ::NS_BUNDLEMGR1::BundleObject* { return new Class; })
+
+/// Defines the factory `_make_<svc>` of a service, with an exterminator, so that the
+/// service's destructor runs when ACE removes it. Stands at global scope.
+/// @param Class class derived from `ServiceObjectBase`, default-constructible
+/// @param svc   the service's name as in `svc.cfg`
+#define ZO_SERVICE_FACTORY(Class, svc)                                                             \
+    extern "C" ZO_PLUGIN_EXPORT ACE_Service_Object* _make_##svc(ACE_Service_Object_Exterminator*); \
+    extern "C" ZO_PLUGIN_EXPORT ACE_Service_Object* _make_##svc(                                   \
+        ACE_Service_Object_Exterminator* exterminator) {                                           \
+        if (exterminator != nullptr) *exterminator = &::NS_BUNDLEMGR1::DestroyService;             \
+        return ::NS_BUNDLEMGR1::MakeService(#svc,                                                  \
+                                            []() -> ACE_Service_Object* { return new Class; });    \
+    }                                                                                              \
+    static_assert(true, "a semicolon follows")

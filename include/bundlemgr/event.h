@@ -1,0 +1,132 @@
+/// @file event.h
+/// In-process events: any thread posts, one worker thread calls the handlers.
+///
+///     class Lamp : public LightEventHandler {
+///         void HandleLightEvent(int eventId, LightEventParam* param) override;
+///     };
+///     LightEventMgr::Instance()->RegisterHandler(kAlarmRaised, &lamp);
+///     LightEventMgr::Instance()->Push_Msg(kAlarmRaised, new AlarmParam(alarm), 0);
+#pragma once
+
+#include <atomic>
+#include <list>
+#include <map>
+
+#include <ace/Event_Handler.h>
+#include <ace/RW_Mutex.h>
+#include <ace/Task.h>
+#include <ace/Thread_Mutex.h>
+
+#include "bundlemgr/export.h"
+
+namespace NS_BUNDLEMGR1 {
+
+/// Event that the library posts, without a parameter, whenever a service has been
+/// removed from its bundle.
+constexpr int LIGHT_EVENT_SERVICE_REMOVED = 2;
+
+/// Base of the object that travels with an event.
+class ZO_EXPORT LightEventParam {
+public:
+    /// @param autoDelete initial value of `m_bAutoDelete`
+    explicit LightEventParam(bool autoDelete = false) : m_bAutoDelete(autoDelete) {}
+    LightEventParam(const LightEventParam&) = default;
+    LightEventParam& operator=(const LightEventParam&) = default;
+    virtual ~LightEventParam();
+
+    /// Read when the event is posted. True: the event manager deletes the parameter
+    /// after the last handler. False: it stays the poster's, who keeps it alive
+    /// until every handler has run.
+    bool m_bAutoDelete;
+};
+
+/// Receives events. The event manager keeps only the pointer: unregister a handler
+/// before it dies, and not while its event may be under way.
+class ZO_EXPORT LightEventHandler : public ACE_Event_Handler {
+public:
+    ~LightEventHandler() override;
+
+    /// Called on the worker thread, one event at a time. An exception that leaves it
+    /// ends the handling of that event.
+    /// @param eventId identifier under which the event was posted
+    /// @param param   parameter given by the poster, may be null; see
+    ///                `LightEventParam::m_bAutoDelete` for who owns it
+    virtual void HandleLightEvent(int eventId, LightEventParam* param) = 0;
+};
+
+/// Dispatches events by integer identifier on one worker thread.
+///
+/// The host starts it with `Init` and ends it with `Fini` and `Destroy`; it is not
+/// meant to be started again. Posting never waits for a handler.
+///
+/// Thread safety: everything but `Destroy` may be called from any thread, handlers
+/// included.
+class ZO_EXPORT LightEventMgr : public ACE_Task<ACE_MT_SYNCH> {
+public:
+    /// @return the one event manager, created (not started) on the first call
+    static LightEventMgr* Instance();
+
+    /// Stops the worker if it runs and deletes the event manager. Called from a
+    /// handler it only stops the worker, which cannot outlive itself.
+    static void Destroy();
+
+    /// Starts the worker thread.
+    /// @return 1 when it runs, 0 (and a log record) when it could not be started
+    int Init();
+
+    /// Stops the worker as `ExitThreads` does and forgets all handlers.
+    void Fini();
+
+    /// Appends `handler` to those of `eventId`. Registered twice, it is called twice.
+    /// @return 0
+    int RegisterHandler(const int& eventId, LightEventHandler* handler);
+
+    /// Takes out the first registration of `handler` for `eventId`, if there is one.
+    /// @return 0
+    int UnRegisterHandler(const int& eventId, LightEventHandler* handler);
+
+    /// @return a copy of the handlers of `eventId` in registration order
+    std::list<LightEventHandler*> find(const int& eventId);
+
+    /// Posts an event; events are dispatched in posting order. After `Fini` the
+    /// event is not taken, and its parameter not freed.
+    /// @param eventId identifier
+    /// @param param   parameter or null; see `LightEventParam::m_bAutoDelete`
+    /// @param extra   a number carried along; the dispatch does not use it
+    /// @return 0
+    int Push_Msg(const int& eventId, LightEventParam* param, int extra);
+
+    /// Ends the worker and returns when it has ended; called by the worker itself,
+    /// it returns at once and the worker ends after the current event. Events still
+    /// queued are dropped, their parameters not deleted.
+    void ExitThreads();
+
+    /// Waits for one event and dispatches it; returns at once when the queue is closed.
+    void process_msg();
+
+    int open(void* args = nullptr) override;
+    int close(u_long flags = 0) override;
+    /// The worker's body.
+    int svc() override;
+
+    LightEventMgr(const LightEventMgr&) = delete;
+    LightEventMgr& operator=(const LightEventMgr&) = delete;
+
+    /// Stops the worker first, if it still runs.
+    ~LightEventMgr() override;
+
+protected:
+    LightEventMgr();
+
+    static std::atomic<LightEventMgr*> m_pInstance;
+
+private:
+    void Dispatch(int eventId, LightEventParam* param);
+
+    ACE_RW_Mutex m_handlerLock;
+    std::map<int, std::list<LightEventHandler*>> m_mapHandlers;
+    std::atomic<bool> m_bExit;
+    ACE_Thread_Mutex m_waitMutex;  ///< One thread at a time joins the worker.
+};
+
+}  // namespace NS_BUNDLEMGR1

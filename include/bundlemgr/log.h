@@ -1,0 +1,227 @@
+/// @file log.h
+/// Logging: named log proxies that write tagged records into rotating files.
+///
+///     LogProxy* log = BundleMgr::Instance()->GetLogProxyMgr()->GetLogProxy("Alarm");
+///     log->SetBundleName("zo_base_bundle");
+///     log->SetServiceName("AlarmSvc");
+///     log->SetPosition("alarmsvc", __LINE__);
+///     log->Printf(LOG_LEVEL_INFO, "alarm %d raised\n", id);
+///
+/// A proxy stamps each record with the time, its level, the thread and the names
+/// above, and hands it to the process-wide buffer, which writes it to
+/// `$_APP_LOG_DIR/Develop/nbi/Agent_CORBA/pnbi_sys_<time>_<pid>.log`.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <list>
+#include <memory>
+#include <string>
+
+#include <ace/Thread_Mutex.h>
+#include <ace/Time_Value.h>
+
+#include "bundlemgr/export.h"
+
+namespace NS_BUNDLEMGR1 {
+
+/// Severity of a record, most severe first. A level above 3, and a negative one,
+/// is recorded as `LOG_LEVEL_INFO`.
+enum LogLevel : int {
+    /// Makes a buffering log write out everything it holds, filtered records included.
+    LOG_LEVEL_CRITICAL = 0,
+    LOG_LEVEL_ERROR = 1,  ///< Failures.
+    LOG_LEVEL_2 = 2,      ///< Free for bundles; the library does not use it.
+    LOG_LEVEL_INFO = 3,   ///< Progress and information.
+};
+
+/// When records reach the file; see `LogProxy::SetDebugOutputMode`.
+enum LogOutputMode : int {
+    LOG_OUTPUT_BUFFERED = 0,   ///< Kept in memory and written in batches.
+    LOG_OUTPUT_IMMEDIATE = 1,  ///< Written as they arrive (the default).
+};
+
+/// One log record.
+struct DebugInfo {
+    int level = 0;           ///< 0 to 3, see `LogLevel`.
+    ACE_Time_Value time;     ///< Wall-clock time of the call, with microseconds.
+    std::string thread;      ///< "Thread " and the low 32 bits of `pthread_self()`, signed.
+    std::string bundle;      ///< Bundle name of the proxy.
+    std::string service;     ///< Service name of the proxy.
+    std::string text;        ///< The message.
+    std::string file;        ///< Source file name, see `LogProxy::SetPosition`.
+    unsigned long line = 0;  ///< Source line.
+};
+
+/// A named source of log records.
+///
+/// Thread safety: every operation may be called from any thread. The position is
+/// kept in the proxy and read by the next record, so two threads that share one
+/// proxy may take each other's position; the record itself is never torn.
+///
+/// Ownership: a proxy belongs to the library and lives until the process ends.
+///
+/// The order of the virtual operations is part of the contract with bundles in
+/// the field; new ones go to the end.
+class ZO_EXPORT LogProxy {
+public:
+    virtual ~LogProxy();
+
+    /// Records `text`, also printing it on standard output.
+    /// @param level severity, see `LogLevel`
+    /// @param text  the message; null is recorded as the empty text
+    virtual void Write(int level, const char* text) = 0;
+
+    /// Records `text` at `LOG_LEVEL_CRITICAL`.
+    virtual void WriteText(const char* text) = 0;
+
+    /// Records a message formatted as by `printf`, cut to 4095 bytes.
+    /// @param level  severity, see `LogLevel`
+    /// @param format printf-style format, followed by its arguments
+    virtual void Printf(int level, const char* format, ...) __attribute__((format(printf, 3, 4))) = 0;
+
+    /// `Printf` at `LOG_LEVEL_CRITICAL`.
+    virtual void PrintfText(const char* format, ...) __attribute__((format(printf, 2, 3))) = 0;
+
+    /// @return whether records of `level` are enabled; false for a level outside 0 to 3
+    virtual bool IsLevelEnabled(int level) = 0;
+
+    /// Diverts records of `level` to the ring of filtered records, whose last 128
+    /// are written when a critical record arrives while the log is buffering.
+    /// @return false, and no change, for a level outside 0 to 3
+    virtual bool DisableLevel(int level) = 0;
+
+    /// Undoes `DisableLevel`.
+    /// @return false, and no change, for a level outside 0 to 3
+    virtual bool EnableLevel(int level) = 0;
+
+    /// Disables levels 0 to 3. @return true
+    virtual bool DisableAllLevels() = 0;
+
+    /// Enables levels 0 to 3. @return true
+    virtual bool EnableAllLevels() = 0;
+
+    /// Writes out what the process-wide buffer holds, whichever proxy it came from.
+    virtual void FlushDebugInfo() = 0;
+
+    /// Sets the output mode of the whole process.
+    /// @param mode a `LogOutputMode`
+    /// @return false, and no change, for any other value
+    virtual bool SetDebugOutputMode(int mode) = 0;
+
+    /// Sets the source position of the following records.
+    /// @param file bare name of the source file; null counts as empty
+    /// @param line line in it
+    virtual void SetPosition(const char* file, unsigned long line) = 0;
+
+    /// Sets the bundle name of the following records; null counts as empty.
+    virtual void SetBundleName(const char* name) = 0;
+
+    /// Sets the service name of the following records; null counts as empty.
+    virtual void SetServiceName(const char* name) = 0;
+
+    /// @return the name under which the proxy was requested
+    virtual std::string GetName() const = 0;
+};
+
+/// Stands in where no log proxy manager is to be had: `Printf` prints its format
+/// string, as it stands, on standard output; everything else does nothing.
+class ZO_EXPORT DefaultLogProxy : public LogProxy {
+public:
+    ~DefaultLogProxy() override;
+    void Write(int level, const char* text) override;
+    void WriteText(const char* text) override;
+    void Printf(int level, const char* format, ...) override __attribute__((format(printf, 3, 4)));
+    void PrintfText(const char* format, ...) override __attribute__((format(printf, 2, 3)));
+    bool IsLevelEnabled(int level) override;
+    bool DisableLevel(int level) override;
+    bool EnableLevel(int level) override;
+    bool DisableAllLevels() override;
+    bool EnableAllLevels() override;
+    void FlushDebugInfo() override;
+    bool SetDebugOutputMode(int mode) override;
+    void SetPosition(const char* file, unsigned long line) override;
+    void SetBundleName(const char* name) override;
+    void SetServiceName(const char* name) override;
+    /// @return "DefaultLogProxy"
+    std::string GetName() const override;
+};
+
+/// Hands out log proxies by name. Thread-safe.
+class ZO_EXPORT LogProxyMgr {
+public:
+    /// @param name name of the proxy, compared exactly
+    /// @return the one proxy of that name, created on the first request with all
+    ///         levels enabled; never null; owned by the library and valid until
+    ///         the process ends, also after the manager is gone
+    /// @throws std::logic_error when `name` is null
+    virtual LogProxy* GetLogProxy(const char* name) = 0;
+
+    virtual ~LogProxyMgr();
+};
+
+class LogFile;
+
+/// The process-wide sink of all log records and the owner of the log file.
+///
+/// Immediate mode writes each record as it arrives. Buffered mode keeps up to 8192
+/// records and writes them in one batch; a record of level 0 writes out everything
+/// at once, merged by time with the last 128 records of disabled levels.
+///
+/// Thread safety: everything but `Destroy` may be called from any thread; `Destroy`
+/// is for the host, once nothing logs any more.
+class ZO_EXPORT LogProxyDebugInfoBufMgr {
+public:
+    /// @return the one buffer, created on the first call with the log directory of
+    ///         that moment (`GetNBILogPath`)
+    static LogProxyDebugInfoBufMgr* Instance();
+
+    /// Writes the waiting records, closes the file (an empty one is removed) and
+    /// deletes the buffer. Does nothing when there is none.
+    static void Destroy();
+
+    /// @param mode a `LogOutputMode`; takes effect with the next record
+    /// @return false, and no change, for any other value
+    bool SetOutputMode(const int& mode);
+
+    /// Takes a record of an enabled level.
+    void AppendOutputInfo(const DebugInfo& info);
+
+    /// Takes a record of a disabled level into the ring of the 128 latest ones.
+    void AppendFiltered(const DebugInfo& info);
+
+    /// Writes and forgets the waiting records, opening the file if none is open.
+    void Output();
+
+    LogProxyDebugInfoBufMgr(const LogProxyDebugInfoBufMgr&) = delete;
+    LogProxyDebugInfoBufMgr& operator=(const LogProxyDebugInfoBufMgr&) = delete;
+
+    virtual ~LogProxyDebugInfoBufMgr();
+
+protected:
+    LogProxyDebugInfoBufMgr();
+
+    static std::atomic<LogProxyDebugInfoBufMgr*> m_pInstance;
+
+private:
+    using Records = std::list<DebugInfo>;
+
+    void WriteList(const Records& records);
+    void WriteMerged();
+    void WriteCacheFullNotice();
+    void KeepForNextBatch(const DebugInfo& info);
+    void WriteKeptRecords();
+
+    Records m_listOutput;
+    Records m_listFiltered;
+    ACE_Thread_Mutex m_listMutex;  ///< Guards both lists; taken before `m_fileMutex`.
+    ACE_Thread_Mutex m_fileMutex;  ///< Guards `m_pLogFile`.
+    std::unique_ptr<LogFile> m_pLogFile;
+    const std::size_t m_nOutputCapacity;
+    const std::size_t m_nFilteredCapacity;
+    std::atomic<int> m_nOutputMode;
+    ACE_Thread_Mutex m_keptMutex;  ///< Guards `m_listKept`.
+    Records m_listKept;            ///< Records that the writing itself gave birth to.
+};
+
+}  // namespace NS_BUNDLEMGR1
