@@ -1,0 +1,287 @@
+// Text, path and file helpers, and the time stamp of log records.
+#include <dirent.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <iterator>
+#include <memory>
+
+#include "bundlemgr/base.h"
+#include "log/logproxy.h"
+#include "platform/bounded.h"
+#include "platform/umask.h"
+
+namespace NS_BUNDLEMGR1 {
+
+namespace {
+
+CoreLog g_log("basefacade");
+
+constexpr const char* kWhiteSpace = " \t\n\r";
+
+constexpr std::size_t kPathBufferSize = 4096;
+static_assert(kPathBufferSize >= PATH_MAX, "realpath writes up to PATH_MAX bytes");
+
+// A time stamp: the zone's name, " 2024-03-01 08:05:09.000042" and a NUL.
+constexpr std::size_t kMaxZoneLength = 64;
+constexpr std::size_t kMaxTimeLength = 31;
+constexpr std::size_t kTimeStampBufferSize = 97;
+
+constexpr mode_t kDirectoryMask = 0007;
+constexpr mode_t kDirectoryMode = 0755;
+
+// The classifiers of <cctype> ask the locale.
+bool IsOctalDigit(char c) {
+    return c >= '0' && c <= '7';
+}
+
+bool IsDecimalDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+bool IsHexDigit(char c) {
+    return IsDecimalDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+
+/// Whether `text` from `begin` on is one integer literal without a sign.
+bool IsUnsignedLiteral(const std::string& text, std::size_t begin) {
+    const auto restIs = [&text](std::size_t from, bool (*isDigit)(char)) {
+        return std::all_of(text.begin() + static_cast<std::ptrdiff_t>(from), text.end(), isDigit);
+    };
+    const std::size_t length = text.size() - begin;
+    if (length == 0) return false;
+    if (text[begin] != '0') return restIs(begin, IsDecimalDigit);
+    if (length > 1 && text[begin + 1] == 'x') return length > 2 && restIs(begin + 2, IsHexDigit);
+    return restIs(begin, IsOctalDigit);
+}
+
+bool EndsWith(const std::string& text, const char* end, std::size_t length) {
+    return text.size() >= length && text.compare(text.size() - length, length, end) == 0;
+}
+
+/// Takes out the first "/.." with the segment in front of it until there is none.
+/// The first one in a text is the first one to be complete when the text is built
+/// from its front, so one pass will do.
+/// @return false for a "/.." without a "/" before it
+bool FoldParentSegments(std::string& path) {
+    std::string folded;
+    folded.reserve(path.size());
+    for (const char c : path) {
+        folded += c;
+        if (!EndsWith(folded, "/..", 3)) continue;
+        folded.resize(folded.size() - 3);
+        const std::size_t segment = folded.rfind('/');
+        if (segment == std::string::npos) return false;
+        folded.resize(segment);
+    }
+    path = folded;
+    return true;
+}
+
+/// Makes "/" of each "/./", of those that only come about by it, too.
+void FoldSelfSegments(std::string& path) {
+    std::string folded;
+    folded.reserve(path.size());
+    for (const char c : path) {
+        folded += c;
+        if (EndsWith(folded, "/./", 3)) folded.resize(folded.size() - 2);
+    }
+    path = folded;
+}
+
+bool IsDirectory(const struct stat& status) {
+    return S_ISDIR(status.st_mode);
+}
+
+struct CloseDirectory {
+    void operator()(DIR* directory) const { closedir(directory); }
+};
+using DirectoryHandle = std::unique_ptr<DIR, CloseDirectory>;
+
+/// The names in an open directory, less "." and "..".
+std::vector<std::string> ReadNames(DIR* directory) {
+    std::vector<std::string> names;
+    // Not readdir_r: it is deprecated, since a name may be longer than its buffer,
+    // and needless, since readdir shares nothing between two streams.
+    while (const dirent* const entry = readdir(directory)) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != "..") names.push_back(name);
+    }
+    return names;
+}
+
+/// A directory that is being removed, and the one that led to it.
+struct Visit {
+    dev_t device;
+    ino_t inode;
+    const Visit* outer;
+};
+
+/// Links are followed, so a directory may turn up below itself. It is being emptied
+/// then, and once more would change nothing but the time that it takes: two links
+/// to "." would double it at every level, up to the system's limit of 40 links.
+bool IsUnderRemoval(const struct stat& status, const Visit* visit) {
+    for (; visit != nullptr; visit = visit->outer) {
+        if (visit->device == status.st_dev && visit->inode == status.st_ino) return true;
+    }
+    return false;
+}
+
+void RemoveDirectory(const std::string& path, bool removeSelf, const Visit* outer) {
+    std::vector<std::string> names;
+    Visit visit{0, 0, outer};
+    {
+        // Closed before anything is removed: a deep tree does not run out of file
+        // descriptors, and no entry is missed because others vanish meanwhile.
+        const DirectoryHandle directory(opendir(path.c_str()));
+        if (directory == nullptr) return;
+        struct stat status {};
+        if (fstat(dirfd(directory.get()), &status) == 0) visit = Visit{status.st_dev, status.st_ino, outer};
+        names = ReadNames(directory.get());
+    }
+
+    for (const std::string& name : names) {
+        const std::string entry = path + "/" + name;
+        struct stat status {};
+        if (stat(entry.c_str(), &status) != 0) continue;
+        if (!IsDirectory(status)) {
+            unlink(entry.c_str());
+        } else if (!IsUnderRemoval(status, &visit)) {
+            RemoveDirectory(entry, true, &visit);
+        }
+        rmdir(entry.c_str());
+    }
+    if (removeSelf) rmdir(path.c_str());
+}
+
+/// @return the local time; without a zone, and zero throughout, where the year is
+///         beyond what the C library can express
+std::tm LocalTime(std::time_t seconds) {
+    std::tm local{};
+    if (localtime_r(&seconds, &local) != nullptr) return local;
+    local = std::tm{};
+    local.tm_isdst = -1;
+    return local;
+}
+
+}  // namespace
+
+std::string RTrim(const std::string& text) {
+    const std::size_t last = text.find_last_not_of(kWhiteSpace);
+    return last == std::string::npos ? "" : text.substr(0, last + 1);
+}
+
+std::string LTrim(const std::string& text) {
+    const std::size_t first = text.find_first_not_of(kWhiteSpace);
+    return first == std::string::npos ? "" : text.substr(first);
+}
+
+std::string Trim(const std::string& text) {
+    return RTrim(LTrim(text));
+}
+
+std::string DelTabStr(const std::string& text) {
+    std::string result;
+    result.reserve(text.size());
+    std::remove_copy(text.begin(), text.end(), std::back_inserter(result), '\t');
+    return result;
+}
+
+void Str2StrVec(const char* text, char separator, std::vector<std::string>& out) {
+    if (text == nullptr) return;
+    const char* const end = text + std::strlen(text);
+    while (text != end) {
+        const char* const fieldEnd = std::find(text, end, separator);
+        out.emplace_back(text, fieldEnd);
+        text = fieldEnd == end ? end : fieldEnd + 1;
+    }
+}
+
+bool Str2Int(const std::string& text, int& value) {
+    const std::string literal = Trim(text);
+    const std::size_t body = !literal.empty() && literal.front() == '-' ? 1 : 0;
+    if (!IsUnsignedLiteral(literal, body)) return false;
+    value = static_cast<int>(std::strtoul(literal.c_str(), nullptr, 0));
+    return true;
+}
+
+void ConvertBackslash(std::string& path) {
+    path.erase(path.find_last_not_of(' ') + 1);
+    path.erase(0, path.find_first_not_of(' '));
+    std::replace(path.begin(), path.end(), '\\', '/');
+}
+
+bool ConvertAbsolutePath(std::string& path) {
+    ConvertBackslash(path);
+    if (path.empty() || path.front() == '.') return false;
+    if (!FoldParentSegments(path)) return false;
+    FoldSelfSegments(path);
+    return true;
+}
+
+std::string GetParentPath(const std::string& path) {
+    std::string parent = path;
+    if (!ConvertAbsolutePath(parent)) return "";
+    if (!parent.empty() && parent.back() == '/') parent.pop_back();
+    // Nothing is left where there is no "/".
+    parent.erase(parent.rfind('/') + 1);
+    return parent;
+}
+
+bool IsExistDir(const std::string& path) {
+    return access(path.c_str(), F_OK) == 0;
+}
+
+void RemoveDir(const std::string& path, bool removeSelf) {
+    RemoveDirectory(path, removeSelf, nullptr);
+}
+
+void ReCreateDir(const std::string& path) {
+    char resolved[kPathBufferSize] = {};
+    const char* target = path.c_str();
+    // Where realpath fails it leaves an existing directory above the path in the
+    // buffer. That one must stay.
+    if (realpath(path.c_str(), resolved) != nullptr) {
+        // A link leads nowhere once its directory is gone, so this is also the place
+        // to make the new one.
+        target = resolved;
+        if (IsExistDir(resolved)) RemoveDir(resolved, true);
+    }
+    const ScopedUmask mask(kDirectoryMask);
+    mkdir(target, kDirectoryMode);
+}
+
+void DeleteFile(const std::string& path) {
+    struct stat status {};
+    if (IsExistDir(path) && stat(path.c_str(), &status) == 0 && !IsDirectory(status)) unlink(path.c_str());
+}
+
+void RemoveFilesList(const std::list<std::string>& files) {
+    for (const std::string& file : files) unlink(file.c_str());
+}
+
+std::string GetZoneTimeStamp(const ACE_Time_Value& t) {
+    const std::tm local = LocalTime(t.sec());
+    char text[kTimeStampBufferSize] = {};
+    if (std::strftime(text, kMaxZoneLength + 1, "%Z", &local) == 0 &&
+        strncpy_s(text, sizeof text, "Unknown Time Zone", kMaxZoneLength) != 0) {
+        g_log.Print(__LINE__, LOG_LEVEL_ERROR, "strncpy_s failed.");
+    }
+    const std::size_t zone = strnlen(text, kMaxZoneLength);
+    // As long, because the last years that localtime_r knows leave no room for 1900 more.
+    if (snprintf_s(text + zone, sizeof text - zone, kMaxTimeLength, " %4.4ld-%2.2d-%2.2d %2.2d:%2.2d:%2.2d.%06ld",
+                   local.tm_year + 1900L, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
+                   static_cast<long>(t.usec())) < 0) {
+        g_log.Print(__LINE__, LOG_LEVEL_ERROR, "snprintf_s failed.");
+    }
+    std::string converted;
+    Convert2UTFforLog(text, converted);
+    return converted;
+}
+
+}  // namespace NS_BUNDLEMGR1
