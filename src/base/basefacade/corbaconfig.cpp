@@ -1,0 +1,260 @@
+#include "bundlemgr/base.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <iterator>
+#include <memory>
+#include <mutex>
+#include <utility>
+
+#include <ace/Guard_T.h>
+#include <ace/Recursive_Thread_Mutex.h>
+#include <ace/Static_Object_Lock.h>
+#include <json/json.h>
+
+#include "log/logproxy.h"
+
+namespace NS_BUNDLEMGR1 {
+
+std::atomic<bool> g_isUnloadingCorba{false};
+
+std::atomic<CorbaConfigItems*> CorbaConfigItems::m_pInstance{nullptr};
+
+namespace {
+
+constexpr char kAccessListItem[] = "acl";
+
+CoreLog g_log("basefacade");
+
+// Keeps the instance alive while PeekStrItem looks into it. Destroy takes it after
+// the static-object lock; whoever holds it takes nothing but an object's own mutex.
+std::mutex g_peekMutex;
+
+using Json::Value;
+
+struct FileCloser {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+bool ReadWholeFile(const std::string& path, std::string& content) {
+    const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
+    if (file == nullptr) return false;
+    char piece[65536];
+    for (std::size_t n = 0; (n = std::fread(piece, 1, sizeof piece, file.get())) > 0;) content.append(piece, n);
+    return std::ferror(file.get()) == 0;
+}
+
+bool ParseJson(const std::string& document, Value& root) {
+    // Newer versions of the library advise against this reader, but the one they
+    // advise takes other documents: this one looks away from what follows the root,
+    // and the files in the field were accepted by it.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+    Json::Reader reader;
+#pragma GCC diagnostic pop
+    // Comments are allowed but not kept: nobody reads them, and keeping them takes
+    // quadratic time where many follow one value.
+    const bool keepComments = false;
+    return reader.parse(document.data(), document.data() + document.size(), root, keepComments);
+}
+
+// The library's look-ups throw on a value of another kind.
+const Value& Member(const Value& value, const char* name) {
+    return value.isObject() ? value[name] : Value::nullSingleton();
+}
+
+bool HasAddress(const Value& node, const std::string& address) {
+    const Value& addresses = Member(node, "IPAddresses");
+    if (!addresses.isArray()) return false;
+    for (const Value& element : addresses) {
+        const Value& ip = Member(element, "IP");
+        if (ip.isString() && ip.asString() == address) return true;
+    }
+    return false;
+}
+
+bool AnyNodeHasAddress(const Value& root, const std::string& address) {
+    const Value& nodes = Member(root, "nodeList");
+    if (!nodes.isObject()) return false;
+    for (const Value& node : nodes) {
+        if (HasAddress(node, address)) return true;
+    }
+    return false;
+}
+
+bool IsInNodeList(const std::string& file, const std::string& address) {
+    try {
+        std::string document;
+        Value root;
+        return ReadWholeFile(file, document) && ParseJson(document, root) && AnyNodeHasAddress(root, address);
+    } catch (const std::exception&) {
+        // Too deeply nested, or too large for the memory at hand.
+        return false;
+    }
+}
+
+void MoveToEnd(std::vector<NameValueStru>& from, std::vector<NameValueStru>& to) {
+    to.insert(to.end(), std::make_move_iterator(from.begin()), std::make_move_iterator(from.end()));
+}
+
+std::string HostPart(const std::string& address) {
+    return address.substr(0, address.find(':'));
+}
+
+// Appends the pieces of one access list; nothing when one of them is empty. Other
+// than with Str2StrVec, a trailing separator has an empty piece behind it.
+void AppendAddresses(const std::string& list, std::vector<NameValueStru>& out) {
+    std::vector<NameValueStru> pieces;
+    std::size_t begin = !list.empty() && list.front() == ',' ? 1 : 0;
+    for (std::size_t end = 0; end != std::string::npos; begin = end + 1) {
+        end = list.find(',', begin);
+        std::string piece = Trim(list.substr(begin, end == std::string::npos ? end : end - begin));
+        if (piece.empty()) return;
+        pieces.push_back({std::string(), std::move(piece)});
+    }
+    MoveToEnd(pieces, out);
+}
+
+}  // namespace
+
+void InitCorbaData() {}
+
+CorbaConfigItems::CorbaConfigItems() : m_bLvsMode(false) {}
+
+CorbaConfigItems::~CorbaConfigItems() = default;
+
+CorbaConfigItems* CorbaConfigItems::Instance() {
+    CorbaConfigItems* instance = m_pInstance.load(std::memory_order_acquire);
+    if (instance != nullptr) return instance;
+    ACE_GUARD_RETURN(ACE_Recursive_Thread_Mutex, guard, *ACE_Static_Object_Lock::instance(), m_pInstance.load());
+    instance = m_pInstance.load(std::memory_order_relaxed);
+    if (instance == nullptr) {
+        instance = new CorbaConfigItems;
+        m_pInstance.store(instance, std::memory_order_release);
+    }
+    return instance;
+}
+
+void CorbaConfigItems::Destroy() {
+    ACE_GUARD(ACE_Recursive_Thread_Mutex, guard, *ACE_Static_Object_Lock::instance());
+    const std::lock_guard<std::mutex> peekGuard(g_peekMutex);
+    delete m_pInstance.exchange(nullptr);
+}
+
+bool CorbaConfigItems::PeekStrItem(const std::string& name, std::string& value) {
+    const std::lock_guard<std::mutex> peekGuard(g_peekMutex);
+    CorbaConfigItems* const instance = m_pInstance.load(std::memory_order_acquire);
+    return instance != nullptr && instance->GetStrItemInfo(name, value);
+}
+
+void CorbaConfigItems::init() {
+    GetAllStartItem();
+    GetAllHostItem();
+    SetHostOrIPaddress();
+    GetLvsMode();
+}
+
+bool CorbaConfigItems::GetAllStartItem() {
+    const char* const shareDir = std::getenv("_APP_SHARE_DIR");
+    if (shareDir == nullptr) {
+        g_log.Print(__LINE__, LOG_LEVEL_INFO, "[CorbaConfigItems::GetAllStartItem()]_APP_SHARE_DIR is empty");
+        return false;
+    }
+    std::vector<NameValueStru> entries;
+    GetAllCfgFrmFile(entries, std::string(shareDir) + "/conf/corba_start.cfg", true);
+    // Threads that log meanwhile look into the items, see PeekStrItem.
+    ACE_GUARD_RETURN(ACE_Thread_Mutex, guard, m_mutex, true);
+    MoveToEnd(entries, m_vecCorbaItems);
+    return true;
+}
+
+bool CorbaConfigItems::GetAllHostItem() {
+    const char* const shareDir = std::getenv("_APP_SHARE_DIR");
+    if (shareDir == nullptr) {
+        g_log.Print(__LINE__, LOG_LEVEL_INFO, "[CorbaConfigItems::GetAllHostItem()]_APP_SHARE_DIR is empty");
+        return false;
+    }
+    const std::pair<const char*, std::string*> fields[] = {
+        {"CORBAAgent_HostIP", &m_strCorbaAgentHostIP},       {"CORBAAgent_HostName", &m_strCorbaAgentHostName},
+        {"NamingService_HostIP", &m_strNamingServiceHostIP}, {"NamingService_HostName", &m_strNamingServiceHostName},
+        {"NotifyService_HostIP", &m_strNotifyServiceHostIP}, {"NotifyService_HostName", &m_strNotifyServiceHostName},
+    };
+    std::vector<NameValueStru> entries;
+    GetAllCfgFrmFile(entries, std::string(shareDir) + "/conf/corba_agent.cfg", true);
+    for (const NameValueStru& entry : entries) {
+        for (const auto& [key, field] : fields) {
+            if (entry.name == key) *field = entry.value;
+        }
+    }
+    return true;
+}
+
+bool CorbaConfigItems::SetHostOrIPaddress() {
+    const auto choose = [this](const char* useIpItem, const std::string& ip, const std::string& hostName) {
+        std::string useIp;
+        GetStrItemInfo(useIpItem, useIp);
+        return useIp == "enable" ? ip : hostName;
+    };
+    std::vector<NameValueStru> hosts = {
+        {"CORBAAgent_Host", choose("CorbaAgentUseIp", m_strCorbaAgentHostIP, m_strCorbaAgentHostName)},
+        {"NamingService_Host", choose("NamingServiceUseIp", m_strNamingServiceHostIP, m_strNamingServiceHostName)},
+        {"NotifyService_Host", choose("NotifyServiceUseIp", m_strNotifyServiceHostIP, m_strNotifyServiceHostName)},
+    };
+    ACE_GUARD_RETURN(ACE_Thread_Mutex, guard, m_mutex, true);
+    MoveToEnd(hosts, m_vecCorbaItems);
+    return true;
+}
+
+void CorbaConfigItems::GetLvsMode() {
+    const char* const appRoot = std::getenv("APP_ROOT");
+    const std::string file = std::string(appRoot != nullptr ? appRoot : "") + "/etc/sysconf/nodelist.json";
+    m_bLvsMode = !IsInNodeList(file, m_strCorbaAgentHostIP);
+}
+
+bool CorbaConfigItems::GetAllCfgFrmFile(std::vector<NameValueStru>& out, const std::string& file, bool keyValue) {
+    return NS_BUNDLEMGR1::GetAllCfgFrmFile(out, file, keyValue);
+}
+
+bool CorbaConfigItems::GetHfsMode(const std::string& address) {
+    const std::string host = HostPart(address);
+    return (host == "127.0.0.1" || host == m_strCorbaAgentHostIP) && m_bLvsMode;
+}
+
+bool CorbaConfigItems::GetIntItemInfo(const std::string& name, int& value) {
+    ACE_GUARD_RETURN(ACE_Thread_Mutex, guard, m_mutex, false);
+    for (const NameValueStru& item : m_vecCorbaItems) {
+        if (item.name == name && Str2Int(item.value, value)) return true;
+    }
+    return false;
+}
+
+bool CorbaConfigItems::GetStrItemInfo(const std::string& name, std::string& value) {
+    ACE_GUARD_RETURN(ACE_Thread_Mutex, guard, m_mutex, false);
+    return GetValByKey(value, name, m_vecCorbaItems);
+}
+
+bool CorbaConfigItems::SetStrItemInfo(const std::string& name, const std::string& value) {
+    for (NameValueStru& item : m_vecCorbaItems) {
+        if (item.name == name) item.value = value;
+    }
+    return true;
+}
+
+void CorbaConfigItems::GetHostIP(std::string& address) {
+    address = m_strCorbaAgentHostIP;
+}
+
+bool CorbaConfigItems::GetCorbaConfigItems(std::vector<NameValueStru>& out) {
+    out = m_vecCorbaItems;
+    return true;
+}
+
+bool CorbaConfigItems::GetIPAddressList(std::vector<NameValueStru>& out) {
+    for (const NameValueStru& item : m_vecCorbaItems) {
+        if (item.name == kAccessListItem) AppendAddresses(item.value, out);
+    }
+    return true;
+}
+
+}  // namespace NS_BUNDLEMGR1

@@ -1,0 +1,297 @@
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <ace/OS_NS_stdio.h>
+
+#include "bundlemgr/base.h"
+#include "log/logproxy.h"
+#include "platform/iconv.h"
+
+namespace NS_BUNDLEMGR1 {
+
+namespace {
+
+constexpr char kUnknownCharset[] = "UNKOWN";
+constexpr char kGbk[] = "GBK";
+constexpr char kLatin1[] = "ISO-8859-1";
+constexpr char kUtf8[] = "UTF-8";
+
+CoreLog g_log("codesetconvert");
+
+// ---- What replaces bad text ----
+
+void ReplaceEachByte(const char*, std::size_t count, void (*write)(const unsigned int*, std::size_t, void*),
+                     void* writeArg, void*) {
+    const unsigned int mark = '?';
+    for (std::size_t i = 0; i < count; ++i) write(&mark, 1, writeArg);
+}
+
+void ReplaceCharacter(unsigned int, void (*write)(const char*, std::size_t, void*), void* writeArg, void*) {
+    write("?", 1, writeArg);
+}
+
+/// @return an open handle that replaces what it cannot convert, or `NoIconv()`
+libiconv_t OpenHandle(const std::string& from, const std::string& to) {
+    const libiconv_t handle = libiconv_open(to.c_str(), from.c_str());
+    if (handle == NoIconv()) return handle;
+    iconv_fallbacks fallbacks = {ReplaceEachByte, ReplaceCharacter, nullptr, nullptr, nullptr};
+    libiconvctl(handle, ICONV_SET_FALLBACKS, &fallbacks);
+    return handle;
+}
+
+// ---- Directions and their handles ----
+
+/// The open handles of one pair of sets. A handle that changes while it converts is
+/// lent to one thread at a time. The one given back last is lent first, so a single
+/// thread always has the same one and its shift state goes on from call to call.
+///
+/// Directions and handles are kept until the process ends, static destructors included.
+class Direction {
+public:
+    Direction(std::string from, std::string to) : m_from(std::move(from)), m_to(std::move(to)) {}
+
+    /// Opens the first handle; called before the direction is published.
+    /// @return whether the sets are known
+    bool Open() {
+        m_idle.reserve(1);
+        const libiconv_t handle = OpenHandle(m_from, m_to);
+        if (handle == NoIconv()) return false;
+        if (IsSharableIconv(handle)) {
+            m_shared = handle;
+        } else {
+            m_idle.push_back(handle);
+        }
+        return true;
+    }
+
+    bool Is(std::string_view from, std::string_view to) const { return m_from == from && m_to == to; }
+
+    /// @return a handle to be given back, or `NoIconv()` when one more cannot be opened
+    libiconv_t Take() {
+        if (m_shared != NoIconv()) return m_shared;
+        {
+            const std::lock_guard<std::mutex> guard(m_idleMutex);
+            if (!m_idle.empty()) {
+                const libiconv_t handle = m_idle.back();
+                m_idle.pop_back();
+                return handle;
+            }
+            // Giving back must not fail.
+            m_idle.reserve(++m_opened);
+        }
+        return OpenHandle(m_from, m_to);
+    }
+
+    void GiveBack(libiconv_t handle) {
+        if (handle == m_shared) return;
+        const std::lock_guard<std::mutex> guard(m_idleMutex);
+        m_idle.push_back(handle);
+    }
+
+    Direction* m_next = nullptr;  ///< In its bucket; set before the direction is published.
+
+private:
+    const std::string m_from;
+    const std::string m_to;
+    libiconv_t m_shared = NoIconv();  ///< Serves all threads at once, where a handle can.
+    std::mutex m_idleMutex;           ///< Guards what follows; held for a few instructions only.
+    std::vector<libiconv_t> m_idle;
+    std::size_t m_opened = 1;
+};
+
+/// Gives a handle back when a conversion ends, also by an exception.
+class Loan {
+public:
+    Loan(Direction& direction, libiconv_t handle) : m_direction(direction), m_handle(handle) {}
+    ~Loan() { m_direction.GiveBack(m_handle); }
+    Loan(const Loan&) = delete;
+    Loan& operator=(const Loan&) = delete;
+
+private:
+    Direction& m_direction;
+    const libiconv_t m_handle;
+};
+
+// The cache of directions: a hash table whose lists only grow, so that looking one up
+// takes no lock. Constant-initialised and never destroyed: it serves static
+// constructors and destructors, too.
+constexpr std::size_t kBuckets = 64;
+std::atomic<Direction*> g_cache[kBuckets];
+std::mutex g_cacheMutex;  // Taken to open and insert.
+
+std::atomic<Direction*>& BucketOf(std::string_view from, std::string_view to) {
+    const std::hash<std::string_view> hash;
+    return g_cache[(hash(from) * 31 + hash(to)) % kBuckets];
+}
+
+Direction* Search(const std::atomic<Direction*>& bucket, std::string_view from, std::string_view to) {
+    Direction* direction = bucket.load(std::memory_order_acquire);
+    while (direction != nullptr && !direction->Is(from, to)) direction = direction->m_next;
+    return direction;
+}
+
+/// @return null when the sets cannot be opened. Reporting that is the caller's, now
+///         that the mutex is free: the record's time stamp is converted here, too.
+Direction* FindOrOpen(const std::string& from, const std::string& to) {
+    std::atomic<Direction*>& bucket = BucketOf(from, to);
+    Direction* const known = Search(bucket, from, to);
+    if (known != nullptr) return known;
+
+    const std::lock_guard<std::mutex> guard(g_cacheMutex);
+    Direction* const opened = Search(bucket, from, to);
+    if (opened != nullptr) return opened;
+    auto direction = std::make_unique<Direction>(from, to);
+    if (!direction->Open()) return nullptr;
+    direction->m_next = bucket.load(std::memory_order_relaxed);
+    bucket.store(direction.get(), std::memory_order_release);
+    return direction.release();
+}
+
+void ReportFailedOpen(const std::string& from, const std::string& to) {
+    constexpr char kFormat[] = "[CodeSetConvert]:iconv_open(%s,%s) failed.\n";
+    ACE_OS::printf(kFormat, to.c_str(), from.c_str());
+    g_log.Print(__LINE__, LOG_LEVEL_ERROR, kFormat, to.c_str(), from.c_str());
+}
+
+bool Run(libiconv_t handle, const std::string& in, std::string& out) {
+    const std::size_t size = (in.size() + 1) * 2;
+    const std::unique_ptr<char[]> buffer(new char[size]);
+    char* inNext = const_cast<char*>(in.data());
+    std::size_t inLeft = in.size();
+    char* outNext = buffer.get();
+    std::size_t outLeft = size;
+    if (libiconv(handle, &inNext, &inLeft, &outNext, &outLeft) == static_cast<std::size_t>(-1)) return false;
+    // The buffer may be full to the last byte, so the first NUL is looked for inside it.
+    const std::size_t written = size - outLeft;
+    const char* const nul = static_cast<const char*>(std::memchr(buffer.get(), '\0', written));
+    out.assign(buffer.get(), nul != nullptr ? static_cast<std::size_t>(nul - buffer.get()) : written);
+    return true;
+}
+
+/// @return whether conversion from any local set to UTF-8 is the identity: every byte
+///         is ASCII, and none is the NUL at which output ends
+bool IsPlainAscii(const std::string& text) {
+    constexpr std::uint64_t kOnes = 0x0101010101010101;
+    constexpr std::uint64_t kHighBits = 0x8080808080808080;
+    const char* next = text.data();
+    std::size_t left = text.size();
+    std::uint64_t suspicious = 0;
+    for (; left >= sizeof(std::uint64_t); left -= sizeof(std::uint64_t), next += sizeof(std::uint64_t)) {
+        std::uint64_t word = 0;
+        std::memcpy(&word, next, sizeof word);
+        // Taking 1 from each byte sets the high bit of one that is 0.
+        suspicious |= word | (word - kOnes);
+    }
+    for (; left > 0; --left, ++next) {
+        const auto byte = static_cast<unsigned char>(*next);
+        suspicious |= byte | (byte - std::uint64_t{1});
+    }
+    return (suspicious & kHighBits) == 0;
+}
+
+// ---- Settings, each read once ----
+
+/// A setting that is not known before its first use. Two threads may read it at once
+/// then; the first to finish decides for good.
+template <class Value>
+class ReadOnce {
+public:
+    constexpr ReadOnce() = default;
+
+    template <class Read>
+    Value Get(Read read) {
+        int known = m_value.load(std::memory_order_relaxed);
+        if (known != kUnread) return static_cast<Value>(known);
+        const int value = static_cast<int>(read());
+        return static_cast<Value>(m_value.compare_exchange_strong(known, value) ? value : known);
+    }
+
+private:
+    static constexpr int kUnread = -1;
+    std::atomic<int> m_value{kUnread};
+};
+
+enum CharacterSetSwitch : int { kSwitchNone = 0, kSwitchGbk = 1, kSwitchLatin1 = 2 };
+
+ReadOnce<CharacterSetSwitch> g_characterSetSwitch;
+ReadOnce<bool> g_localCharsetIsGbk;
+
+CharacterSetSwitch ReadCharacterSetSwitch() {
+    const char* const shareDir = std::getenv("_APP_SHARE_DIR");
+    std::string value = "0";
+    GetCfgInfo(value, "CharacterSetSwitch", std::string(shareDir != nullptr ? shareDir : "") + "/conf/corba_start.cfg");
+    if (value == "1") return kSwitchGbk;
+    if (value == "2") return kSwitchLatin1;
+    return kSwitchNone;
+}
+
+bool ReadLocalCharsetIsGbk() {
+    std::string value = "0";
+    // Asks without creating: this is mostly called while a record is written, under the
+    // log's locks, and creating would wait for the lock that the log's Destroy holds.
+    CorbaConfigItems::PeekStrItem("LocalCharset", value);
+    return value == "1";
+}
+
+/// @return the local set, or null for no conversion
+const char* SwitchedCharset() {
+    switch (g_characterSetSwitch.Get(ReadCharacterSetSwitch)) {
+        case kSwitchGbk:
+            return kGbk;
+        case kSwitchLatin1:
+            return kLatin1;
+        case kSwitchNone:
+            break;
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+bool CodeSetConvert(const std::string& from, const std::string& to, const std::string& in, std::string& out) {
+    if (from == to) {
+        out = in;
+        return true;
+    }
+    if (to == kUnknownCharset || from == kUnknownCharset) return true;
+    Direction* const direction = FindOrOpen(from, to);
+    const libiconv_t handle = direction != nullptr ? direction->Take() : NoIconv();
+    if (handle == NoIconv()) {
+        ReportFailedOpen(from, to);
+        return false;
+    }
+    const Loan loan(*direction, handle);
+    return Run(handle, in, out);
+}
+
+bool Local2Utf(std::string& out, const std::string& in) {
+    const char* const local = SwitchedCharset();
+    if (local != nullptr) return CodeSetConvert(local, kUtf8, in, out);
+    out = in;
+    return true;
+}
+
+bool Utf2Local(std::string& out, const std::string& in) {
+    const char* const local = SwitchedCharset();
+    if (local != nullptr) return CodeSetConvert(kUtf8, local, in, out);
+    out = in;
+    return true;
+}
+
+void Convert2UTFforLog(const std::string& in, std::string& out) {
+    const char* const local = g_localCharsetIsGbk.Get(ReadLocalCharsetIsGbk) ? kGbk : kLatin1;
+    // Time stamps are plain, so writing a record opens no handle. Opening may load a
+    // library, and would then wait, under the log's locks, for a thread that logs while
+    // it loads another.
+    if (IsPlainAscii(in) || !CodeSetConvert(local, kUtf8, in, out)) out = in;
+}
+
+}  // namespace NS_BUNDLEMGR1
