@@ -1,0 +1,173 @@
+#include <ace/Guard_T.h>
+#include <ace/Object_Manager.h>
+#include <ace/Recursive_Thread_Mutex.h>
+#include <ace/Static_Object_Lock.h>
+
+#include "bundlemgr/base.h"
+#include "bundlemgr/log.h"
+#include "log/logfile.h"
+#include "log/recordstamp.h"
+#include "platform/filesizesignal.h"
+
+namespace NS_BUNDLEMGR1 {
+
+namespace {
+
+constexpr char kFilePrefix[] = "pnbi";
+constexpr std::uint64_t kMaxFileBytes = 20971520;  // 20 MiB
+constexpr std::uint64_t kMaxFiles = 100;
+constexpr std::size_t kOutputCapacity = 8192;   // records
+constexpr std::size_t kFilteredCapacity = 128;  // records
+
+// Writing converts time stamps, which may log in its turn; such a record must not
+// come back for the locks that its writer holds.
+thread_local bool t_isWriting = false;
+
+class WritingScope {
+public:
+    WritingScope() { t_isWriting = true; }
+    ~WritingScope() { t_isWriting = false; }
+    WritingScope(const WritingScope&) = delete;
+    WritingScope& operator=(const WritingScope&) = delete;
+
+private:
+    FileSizeSignalBlock m_signalBlock;
+};
+
+}  // namespace
+
+std::atomic<LogProxyDebugInfoBufMgr*> LogProxyDebugInfoBufMgr::m_pInstance{nullptr};
+
+LogProxyDebugInfoBufMgr* LogProxyDebugInfoBufMgr::Instance() {
+    LogProxyDebugInfoBufMgr* instance = m_pInstance.load(std::memory_order_acquire);
+    if (instance != nullptr) return instance;
+    ACE_GUARD_RETURN(ACE_Recursive_Thread_Mutex, guard, *ACE_Static_Object_Lock::instance(), m_pInstance.load());
+    instance = m_pInstance.load(std::memory_order_acquire);
+    if (instance == nullptr) {
+        instance = new LogProxyDebugInfoBufMgr;
+        m_pInstance.store(instance, std::memory_order_release);
+    }
+    return instance;
+}
+
+void LogProxyDebugInfoBufMgr::Destroy() {
+    if (m_pInstance.load(std::memory_order_acquire) == nullptr) return;
+    ACE_GUARD(ACE_Recursive_Thread_Mutex, guard, *ACE_Static_Object_Lock::instance());
+    delete m_pInstance.load(std::memory_order_acquire);
+    m_pInstance.store(nullptr, std::memory_order_release);
+}
+
+LogProxyDebugInfoBufMgr::LogProxyDebugInfoBufMgr()
+    : m_pLogFile(std::make_unique<LogFile>(GetNBILogPath(), kFilePrefix, kMaxFileBytes, kMaxFiles)),
+      m_nOutputCapacity(kOutputCapacity),
+      m_nFilteredCapacity(kFilteredCapacity),
+      m_nOutputMode(LOG_OUTPUT_IMMEDIATE) {}
+
+LogProxyDebugInfoBufMgr::~LogProxyDebugInfoBufMgr() {
+    Output();
+}
+
+bool LogProxyDebugInfoBufMgr::SetOutputMode(const int& mode) {
+    if (mode != LOG_OUTPUT_BUFFERED && mode != LOG_OUTPUT_IMMEDIATE) return false;
+    m_nOutputMode.store(mode, std::memory_order_relaxed);
+    return true;
+}
+
+void LogProxyDebugInfoBufMgr::AppendOutputInfo(const DebugInfo& info) {
+    if (t_isWriting) {
+        KeepForNextBatch(info);
+        return;
+    }
+    Records record(1, info);  // copied before the lock is taken
+    ACE_Guard<ACE_Thread_Mutex> guard(m_listMutex);
+    m_listOutput.splice(m_listOutput.end(), record);
+    if (m_nOutputMode.load(std::memory_order_relaxed) == LOG_OUTPUT_IMMEDIATE) {
+        Records batch;
+        batch.swap(m_listOutput);
+        WriteList(batch);
+    } else if (info.level == LOG_LEVEL_CRITICAL) {
+        WriteMerged();
+        m_listOutput.clear();
+        m_listFiltered.clear();
+    } else if (m_listOutput.size() >= m_nOutputCapacity) {
+        WriteList(m_listOutput);
+        m_listOutput.clear();
+        WriteCacheFullNotice();
+    }
+}
+
+void LogProxyDebugInfoBufMgr::AppendFiltered(const DebugInfo& info) {
+    if (t_isWriting) return;  // its level is switched off, and the lock may be ours
+    Records record(1, info);
+    ACE_Guard<ACE_Thread_Mutex> guard(m_listMutex);
+    m_listFiltered.splice(m_listFiltered.end(), record);
+    if (m_listFiltered.size() > m_nFilteredCapacity) m_listFiltered.pop_front();
+}
+
+void LogProxyDebugInfoBufMgr::Output() {
+    if (t_isWriting) return;
+    Records batch;
+    {
+        ACE_Guard<ACE_Thread_Mutex> guard(m_listMutex);
+        batch.swap(m_listOutput);
+    }
+    WriteList(batch);
+}
+
+void LogProxyDebugInfoBufMgr::WriteList(const Records& records) {
+    ACE_Guard<ACE_Thread_Mutex> guard(m_fileMutex);
+    const WritingScope scope;
+    if (!m_pLogFile->EnsureOpen()) return;
+    WriteKeptRecords();
+    for (const DebugInfo& info : records) m_pLogFile->WriteRecord(info);
+    m_pLogFile->Flush();
+}
+
+// Both lists as one stream by time; of two records of the same time the enabled one
+// goes first.
+void LogProxyDebugInfoBufMgr::WriteMerged() {
+    ACE_Guard<ACE_Thread_Mutex> guard(m_fileMutex);
+    const WritingScope scope;
+    if (!m_pLogFile->EnsureOpen()) return;
+    WriteKeptRecords();
+    auto filtered = m_listFiltered.cbegin();
+    for (const DebugInfo& info : m_listOutput) {
+        for (; filtered != m_listFiltered.cend() && filtered->time < info.time; ++filtered) {
+            m_pLogFile->WriteRecord(*filtered);
+        }
+        m_pLogFile->WriteRecord(info);
+    }
+    for (; filtered != m_listFiltered.cend(); ++filtered) m_pLogFile->WriteRecord(*filtered);
+    m_pLogFile->Flush();
+}
+
+void LogProxyDebugInfoBufMgr::WriteCacheFullNotice() {
+    DebugInfo notice;
+    notice.level = LOG_LEVEL_ERROR;
+    notice.time = RecordTime();
+    notice.thread = RecordThread();
+    notice.bundle = "debug";
+    notice.service = "debug";
+    notice.text = "Debug cache is full, force output excuted.";
+    ACE_Guard<ACE_Thread_Mutex> guard(m_fileMutex);
+    const WritingScope scope;
+    m_pLogFile->WriteRecord(notice);
+    m_pLogFile->Flush();
+}
+
+// One a batch: were every record to give birth to another, they would never end.
+void LogProxyDebugInfoBufMgr::KeepForNextBatch(const DebugInfo& info) {
+    ACE_Guard<ACE_Thread_Mutex> guard(m_keptMutex);
+    if (m_listKept.empty()) m_listKept.push_back(info);
+}
+
+void LogProxyDebugInfoBufMgr::WriteKeptRecords() {
+    Records kept;
+    {
+        ACE_Guard<ACE_Thread_Mutex> guard(m_keptMutex);
+        kept.swap(m_listKept);
+    }
+    for (const DebugInfo& info : kept) m_pLogFile->WriteRecord(info);
+}
+
+}  // namespace NS_BUNDLEMGR1

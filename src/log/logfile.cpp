@@ -1,0 +1,170 @@
+#include "log/logfile.h"
+
+#include <algorithm>
+#include <ctime>
+#include <filesystem>
+
+#include <ace/OS_NS_stdio.h>
+#include <ace/OS_NS_time.h>
+#include <stdio_ext.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "bundlemgr/base.h"
+#include "platform/umask.h"
+
+namespace NS_BUNDLEMGR1 {
+
+namespace {
+
+constexpr mode_t kDirectoryMode = 0755;
+constexpr mode_t kDirectoryUmask = 007;  // directories end up 0750
+constexpr mode_t kFileUmask = 037;       // files end up 0640
+
+// The default buffer would cost a system call for each 4 KiB of a batch.
+constexpr std::size_t kStreamBufferSize = 64 * 1024;
+
+std::string WithoutTrailingSeparator(const std::string& directory) {
+    const bool trailing = !directory.empty() && (directory.back() == '/' || directory.back() == '\\');
+    return trailing ? directory.substr(0, directory.size() - 1) : directory;
+}
+
+// Like realpath, but for a path whose last levels do not exist yet.
+std::string Resolve(const std::string& path) {
+    std::error_code error;
+    const std::filesystem::path absolute = std::filesystem::absolute(path, error);
+    const std::filesystem::path resolved = std::filesystem::weakly_canonical(absolute, error);
+    return error ? path : resolved.string();
+}
+
+}  // namespace
+
+LogFile::LogFile(const std::string& directory, const std::string& prefix, std::uint64_t maxBytes,
+                 std::uint64_t maxFiles)
+    : m_pStream(nullptr),
+      m_nBytes(0),
+      m_nMaxBytes(maxBytes),
+      m_nMaxFiles(maxFiles),
+      m_nSequence(0),
+      m_strPrefix(prefix),
+      m_strDirectory(WithoutTrailingSeparator(directory)),
+      m_nFlushed(0),
+      m_streamBuffer(kStreamBufferSize) {}
+
+LogFile::~LogFile() {
+    Close();
+}
+
+bool LogFile::EnsureOpen() {
+    if (m_pStream == nullptr) OpenNewFile();
+    return m_pStream != nullptr;
+}
+
+void LogFile::OpenNewFile() {
+    Close();
+    const std::string path = NextPath();
+    CreateDirectory();
+    Open(path);
+}
+
+std::string LogFile::NextPath() const {
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    ACE_OS::localtime_r(&now, &local);
+    char stamp[32] = "";
+    std::strftime(stamp, sizeof(stamp), "%Y%m%d_%H%M%S", &local);
+    return m_strDirectory + "/" + m_strPrefix + "_sys_" + stamp + "_" + std::to_string(getpid()) + ".log";
+}
+
+// Up to three missing levels; where the log directory is already there, or cannot be
+// made, opening the file will tell.
+void LogFile::CreateDirectory() const {
+    const std::string directory = Resolve(m_strDirectory);
+    const std::string parent = GetParentPath(directory);
+    const ScopedUmask mask(kDirectoryUmask);
+    mkdir(GetParentPath(parent).c_str(), kDirectoryMode);
+    mkdir(parent.c_str(), kDirectoryMode);
+    mkdir(directory.c_str(), kDirectoryMode);
+}
+
+void LogFile::Open(const std::string& path) {
+    const bool continued = path == m_strContinuePath;
+    {
+        const ScopedUmask mask(kFileUmask);
+        m_pStream = std::fopen(path.c_str(), continued ? "ae" : "we");
+    }
+    if (m_pStream == nullptr) return;
+    std::setvbuf(m_pStream, m_streamBuffer.data(), _IOFBF, m_streamBuffer.size());
+    m_strPath = path;
+    m_strContinuePath.clear();
+    struct stat status {};
+    if (continued && fstat(fileno(m_pStream), &status) == 0) m_nBytes = static_cast<std::uint64_t>(status.st_size);
+    m_nFlushed = m_nBytes;
+}
+
+void LogFile::WriteRecord(const DebugInfo& info) {
+    ++m_nSequence;
+    if (m_pStream == nullptr) return;
+    const std::string timeStamp = GetZoneTimeStamp(info.time);
+    const unsigned long sequence = m_nSequence;
+    const int written = ACE_OS::fprintf(
+        m_pStream,
+        "<%lu>\n%s, %s, Level = %d, Bundle = %s, Service = %s \nfilename = %s, lineno = %lu\n%s\n</%lu>\n\n", sequence,
+        timeStamp.c_str(), info.thread.c_str(), info.level, info.bundle.c_str(), info.service.c_str(),
+        info.file.c_str(), info.line, info.text.c_str(), sequence);
+    if (written <= 0) {
+        GiveUpUnwritten();
+        OpenNewFile();
+        return;
+    }
+    m_nBytes += static_cast<std::uint64_t>(written);
+    m_vecUnflushedEnds.push_back(m_nBytes);
+    if (m_nBytes >= m_nMaxBytes) OpenNewFile();
+}
+
+void LogFile::Flush() {
+    if (m_pStream == nullptr) return;
+    if (std::fflush(m_pStream) == 0) {
+        m_nFlushed = m_nBytes;
+        m_vecUnflushedEnds.clear();
+        return;
+    }
+    // The next file is opened with the next record, not here: while the disk is full
+    // it would stay behind empty.
+    GiveUpUnwritten();
+    Close();
+}
+
+void LogFile::Close() {
+    if (m_pStream == nullptr) return;
+    if (std::fflush(m_pStream) != 0) GiveUpUnwritten();
+    std::fclose(m_pStream);
+    m_pStream = nullptr;
+    if (m_nBytes == 0) std::remove(m_strPath.c_str());
+    Forget();
+}
+
+// Drops what the stream still holds and cuts the file back to whole records.
+void LogFile::GiveUpUnwritten() {
+    __fpurge(m_pStream);
+    std::clearerr(m_pStream);
+    struct stat status {};
+    if (fstat(fileno(m_pStream), &status) != 0) status.st_size = static_cast<off_t>(m_nFlushed);
+    const auto onDisk = static_cast<std::uint64_t>(status.st_size);
+    const auto beyond = std::upper_bound(m_vecUnflushedEnds.begin(), m_vecUnflushedEnds.end(), onDisk);
+    m_nBytes = beyond == m_vecUnflushedEnds.begin() ? m_nFlushed : *(beyond - 1);
+    m_nFlushed = m_nBytes;
+    m_vecUnflushedEnds.clear();
+    // Half a record that cannot be cut off is no reason to stop.
+    if (ftruncate(fileno(m_pStream), static_cast<off_t>(m_nBytes)) != 0) std::clearerr(m_pStream);
+    if (m_nBytes > 0) m_strContinuePath = m_strPath;
+}
+
+void LogFile::Forget() {
+    m_strPath.clear();
+    m_nBytes = 0;
+    m_nFlushed = 0;
+    m_vecUnflushedEnds.clear();
+}
+
+}  // namespace NS_BUNDLEMGR1

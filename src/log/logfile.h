@@ -1,0 +1,77 @@
+// The log file on disk.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "bundlemgr/log.h"
+
+namespace NS_BUNDLEMGR1 {
+
+/// Writes records into `<directory>/<prefix>_sys_<time>_<pid>.log`, one file at a
+/// time, and goes on in a new file when one is full or can no longer be written.
+///
+/// Files are named by the second in which they were opened: of two that fill up
+/// within one second, the second takes the place of the first.
+///
+/// Thread safety: none; its owner serialises the calls.
+class LogFile {
+public:
+    /// @param directory where the files go; one trailing "/" or "\" is dropped. Up to
+    ///                  three missing levels are created when a file is opened
+    /// @param prefix    what file names begin with
+    /// @param maxBytes  size at which a file is full; its last record may exceed it
+    /// @param maxFiles  kept for the record; old files are not removed here
+    LogFile(const std::string& directory, const std::string& prefix, std::uint64_t maxBytes, std::uint64_t maxFiles);
+
+    /// Closes.
+    ~LogFile();
+
+    LogFile(const LogFile&) = delete;
+    LogFile& operator=(const LogFile&) = delete;
+
+    /// Closes the current file and opens the next. Failure leaves none open.
+    void OpenNewFile();
+
+    /// Opens a file if none is open. @return whether one is open now
+    bool EnsureOpen();
+
+    /// Writes one record, or only counts it when no file is open.
+    void WriteRecord(const DebugInfo& info);
+
+    /// Brings what was written to the disk. Where that fails, what did not get there
+    /// is given up and the file is closed; the next `EnsureOpen` starts another.
+    void Flush();
+
+    /// Closes the current file and removes it when it is empty.
+    void Close();
+
+private:
+    std::string NextPath() const;
+    void CreateDirectory() const;
+    void Open(const std::string& path);
+    void GiveUpUnwritten();
+    void Forget();
+
+    std::FILE* m_pStream;
+    std::uint64_t m_nBytes;  // written to the current file
+    const std::uint64_t m_nMaxBytes;
+    const std::uint64_t m_nMaxFiles;
+    std::uint64_t m_nSequence;  // of the latest record, over all files
+    const std::string m_strPrefix;
+    const std::string m_strDirectory;
+    std::string m_strPath;  // of the current file
+
+    // After a failed write the file is cut back to the last record that reached it
+    // whole: one of these ends, or what an earlier flush made safe.
+    std::vector<std::uint64_t> m_vecUnflushedEnds;
+    std::uint64_t m_nFlushed;
+    // A file that failed with records in it: opened again in the same second, it is
+    // continued, where a full one would be overwritten.
+    std::string m_strContinuePath;
+    std::vector<char> m_streamBuffer;
+};
+
+}  // namespace NS_BUNDLEMGR1

@@ -1,0 +1,145 @@
+#include "log/logproxyimpl.h"
+
+#include <cstddef>
+
+#include <ace/Guard_T.h>
+#include <ace/OS_NS_stdio.h>
+
+#include "log/recordstamp.h"
+#include "platform/bounded.h"
+
+namespace NS_BUNDLEMGR1 {
+
+namespace {
+
+constexpr unsigned kHighestLevel = LOG_LEVEL_INFO;
+constexpr std::uint64_t kAllLevels = 15;
+constexpr std::size_t kFormatBufferSize = 4096;
+
+// Compared as unsigned, so that a negative level is out of range as well.
+bool IsValidLevel(int level) {
+    return static_cast<unsigned>(level) <= kHighestLevel;
+}
+
+std::uint64_t LevelBit(int level) {
+    return std::uint64_t{1} << static_cast<unsigned>(level);
+}
+
+}  // namespace
+
+LogProxyImpl::LogProxyImpl(const std::string& name)
+    : m_strName(name), m_nLine(0), m_nLevelMask(kAllLevels), m_bEcho(true) {}
+
+LogProxyImpl::~LogProxyImpl() = default;
+
+void LogProxyImpl::Write(int level, const char* text) {
+    const DebugInfo info = MakeRecord(IsValidLevel(level) ? level : LOG_LEVEL_INFO, text != nullptr ? text : "");
+    if (m_bEcho) ACE_OS::printf("%s", info.text.c_str());
+    if (IsLevelEnabled(info.level)) {
+        LogProxyDebugInfoBufMgr::Instance()->AppendOutputInfo(info);
+    } else {
+        LogProxyDebugInfoBufMgr::Instance()->AppendFiltered(info);
+    }
+}
+
+DebugInfo LogProxyImpl::MakeRecord(int level, const char* text) {
+    DebugInfo info;
+    info.level = level;
+    info.time = RecordTime();
+    info.thread = RecordThread();
+    info.text = text;
+    ACE_Guard<ACE_Thread_Mutex> guard(m_positionMutex);
+    info.bundle = m_strBundleName;
+    info.service = m_strServiceName;
+    info.file = m_strFileName;
+    info.line = m_nLine;
+    return info;
+}
+
+void LogProxyImpl::WriteText(const char* text) {
+    Write(LOG_LEVEL_CRITICAL, text);
+}
+
+void LogProxyImpl::Printf(int level, const char* format, ...) {
+    char buffer[kFormatBufferSize];
+    va_list args;
+    va_start(args, format);
+    Format(buffer, format, args);
+    va_end(args);
+    Write(level, buffer);
+}
+
+void LogProxyImpl::PrintfText(const char* format, ...) {
+    char buffer[kFormatBufferSize];
+    va_list args;
+    va_start(args, format);
+    Format(buffer, format, args);
+    va_end(args);
+    WriteText(buffer);
+}
+
+// A format that fails still yields its record, with whatever the buffer holds.
+void LogProxyImpl::Format(char* buffer, const char* format, va_list args) {
+    buffer[0] = '\0';
+    if (vsnprintf_s(buffer, kFormatBufferSize, kFormatBufferSize - 1, format, args) < 0) {
+        Write(LOG_LEVEL_ERROR, "vsnprintf_s failed.");
+    }
+}
+
+bool LogProxyImpl::IsLevelEnabled(int level) {
+    return IsValidLevel(level) && (m_nLevelMask.load(std::memory_order_relaxed) & LevelBit(level)) != 0;
+}
+
+bool LogProxyImpl::DisableLevel(int level) {
+    if (!IsValidLevel(level)) return false;
+    m_nLevelMask.fetch_and(~LevelBit(level), std::memory_order_relaxed);
+    return true;
+}
+
+bool LogProxyImpl::EnableLevel(int level) {
+    if (!IsValidLevel(level)) return false;
+    m_nLevelMask.fetch_or(LevelBit(level), std::memory_order_relaxed);
+    return true;
+}
+
+bool LogProxyImpl::DisableAllLevels() {
+    ACE_Guard<ACE_Thread_Mutex> guard(m_mutex);
+    m_nLevelMask.fetch_and(~kAllLevels, std::memory_order_relaxed);
+    return true;
+}
+
+bool LogProxyImpl::EnableAllLevels() {
+    ACE_Guard<ACE_Thread_Mutex> guard(m_mutex);
+    m_nLevelMask.fetch_or(kAllLevels, std::memory_order_relaxed);
+    return true;
+}
+
+void LogProxyImpl::FlushDebugInfo() {
+    LogProxyDebugInfoBufMgr::Instance()->Output();
+}
+
+bool LogProxyImpl::SetDebugOutputMode(int mode) {
+    return LogProxyDebugInfoBufMgr::Instance()->SetOutputMode(mode);
+}
+
+void LogProxyImpl::SetPosition(const char* file, unsigned long line) {
+    ACE_Guard<ACE_Thread_Mutex> guard(m_positionMutex);
+    m_strFileName.assign(file != nullptr ? file : "");
+    m_nLine = line;
+}
+
+void LogProxyImpl::SetBundleName(const char* name) {
+    ACE_Guard<ACE_Thread_Mutex> guard(m_positionMutex);
+    m_strBundleName.assign(name != nullptr ? name : "");
+}
+
+void LogProxyImpl::SetServiceName(const char* name) {
+    ACE_Guard<ACE_Thread_Mutex> guard(m_positionMutex);
+    m_strServiceName.assign(name != nullptr ? name : "");
+}
+
+std::string LogProxyImpl::GetName() const {
+    return m_strName;
+}
+
+}  // namespace NS_BUNDLEMGR1

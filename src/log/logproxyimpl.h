@@ -1,0 +1,56 @@
+// The log proxy that writes to the log file.
+#pragma once
+
+#include <atomic>
+#include <cstdarg>
+#include <cstdint>
+#include <string>
+
+#include <ace/Thread_Mutex.h>
+
+#include "bundlemgr/log.h"
+
+namespace NS_BUNDLEMGR1 {
+
+/// Turns each call into a `DebugInfo` record and hands it to the process-wide
+/// `LogProxyDebugInfoBufMgr`, printing its text on standard output as well.
+///
+/// Thread safety: as `LogProxy`. The names and the position are copied under a lock of
+/// their own, so a record carries an old or a new value, never a torn one.
+class LogProxyImpl : public LogProxy {
+public:
+    explicit LogProxyImpl(const std::string& name);
+    ~LogProxyImpl() override;
+
+    void Write(int level, const char* text) override;
+    void WriteText(const char* text) override;
+    void Printf(int level, const char* format, ...) override __attribute__((format(printf, 3, 4)));
+    void PrintfText(const char* format, ...) override __attribute__((format(printf, 2, 3)));
+    bool IsLevelEnabled(int level) override;
+    bool DisableLevel(int level) override;
+    bool EnableLevel(int level) override;
+    bool DisableAllLevels() override;
+    bool EnableAllLevels() override;
+    void FlushDebugInfo() override;
+    bool SetDebugOutputMode(int mode) override;
+    void SetPosition(const char* file, unsigned long line) override;
+    void SetBundleName(const char* name) override;
+    void SetServiceName(const char* name) override;
+    std::string GetName() const override;
+
+private:
+    DebugInfo MakeRecord(int level, const char* text);
+    void Format(char* buffer, const char* format, va_list args);
+
+    const std::string m_strName;
+    std::string m_strBundleName;   // guarded by m_positionMutex, like the three below
+    std::string m_strServiceName;
+    std::string m_strFileName;
+    unsigned long m_nLine;
+    std::atomic<std::uint64_t> m_nLevelMask;  // bit n set: level n is enabled
+    ACE_Thread_Mutex m_mutex;                 // taken by the operations on all levels
+    const bool m_bEcho;                       // print each text on standard output, too
+    ACE_Thread_Mutex m_positionMutex;
+};
+
+}  // namespace NS_BUNDLEMGR1
