@@ -1,0 +1,257 @@
+#include <algorithm>
+
+#include <ace/Assert.h>
+#include <ace/Guard_T.h>
+#include <ace/Service_Config.h>
+#include <ace/Service_Types.h>
+
+#include "bundle/currentexception.h"
+#include "bundle/liveservices.h"
+#include "bundle/servicerepository.h"
+#include "bundlemgr/base.h"
+#include "bundlemgr/bundle.h"
+#include "bundlemgr/bundleenvironment.h"
+#include "bundlemgr/event.h"
+#include "log/logproxy.h"
+
+namespace NS_BUNDLEMGR1 {
+
+namespace {
+
+constexpr char kSourceFile[] = "bundledef";
+constexpr char kServiceConfigurationFile[] = "svc.cfg";
+constexpr int kStoppedByManager = -1;
+constexpr int kNoConfiguration = -1;
+constexpr int kStoppedByBundle = 1;
+constexpr int kInitThrew = -1;
+
+// The records and assertions of this file carry fixed lines: operators' log filters
+// go by them.
+enum SourceLine : int {
+    kLineBeginExitThreads = 79,
+    kLineFinishExitThreads = 90,
+    kLineAssertService = 144,
+    kLineAssertNewService = 148,
+    kLineServiceNotFound = 178,
+    kLineNoConfiguration = 230,
+    kLineBundleFinalised = 251,
+    kLineInitService = 257,
+    kLineInitFailed = 262,
+    kLineServiceReady = 267,
+};
+
+CoreLog g_log(kSourceFile);
+
+using Guard = ACE_Guard<ACE_Recursive_Thread_Mutex>;
+
+// All records of this file go out at this level, those of failures included.
+template <class... Args>
+void Log(SourceLine line, const char* format, Args... args) {
+    g_log.Print(line, LOG_LEVEL_INFO, format, args...);
+}
+
+void Assert(bool condition, const char* expression, SourceLine line) {
+    if (!condition) __ace_assert(kSourceFile, line, expression);
+}
+
+// A service that throws must not keep the others from being ended.
+template <class Action>
+void Contain(const char* operation, const std::string& serviceName, Action action) {
+    try {
+        action();
+    } catch (...) {
+        g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: %s of service %s threw: %s\n", operation, serviceName.c_str(),
+                    CurrentException().c_str());
+    }
+}
+
+std::string ServiceConfigurationPath(const std::string& bundleName) {
+    const std::string directory = GetCfgDirPath();
+    return directory.empty() ? "" : directory + "/" + bundleName + "/" + kServiceConfigurationFile;
+}
+
+bool IsManagerFinalising() {
+    BundleMgr* const manager = BundleMgr::Instance();
+    return manager != nullptr && manager->GetMgrPhase() == MGR_PHASE_FINI;
+}
+
+// Has the configurator create and initialise a service. Any result of its init but 0
+// is a failure, where the configurator itself knows only -1.
+int ProcessDirective(const std::string& serviceName, const std::string& directive) {
+    // The configurator makes room for a service of the same name, another bundle's
+    // perhaps, by destroying the one that is there.
+    const ServiceObjectBase* const namesake = ServiceRepository::FindObject(serviceName);
+    const unsigned long namesakeId = LiveServices::IdOf(namesake);
+    int result = kInitThrew;
+    Contain("Initialisation", serviceName, [&result, &directive] {
+        result = ACE_Service_Config::current()->process_directive(directive.c_str());
+    });
+    const ServiceObjectBase* const current = ServiceRepository::FindObject(serviceName);
+    if (current != namesake || LiveServices::IdOf(current) != namesakeId) LiveServices::Leave(namesake, namesakeId);
+    return result != 0 ? result : ServiceRepository::InitResult(serviceName);
+}
+
+}  // namespace
+
+BundleObject::BundleObject() : m_nState(BUNDLE_STATE_LOADED), m_pInterface(nullptr) {}
+
+BundleObject::~BundleObject() = default;
+
+ServiceInterface* BundleObject::GetInterface() {
+    return m_pInterface;
+}
+
+void BundleObject::SetInterface() {
+    m_pInterface = nullptr;
+}
+
+void BundleObject::RemoveInterface() {
+    delete m_pInterface;
+    m_pInterface = nullptr;
+}
+
+int BundleObject::Init() {
+    SetState(BUNDLE_STATE_INITED);
+    return 0;
+}
+
+void BundleObject::Fini() {
+    SetState(BUNDLE_STATE_FINIED);
+}
+
+void BundleObject::SetState(int state) {
+    m_nState = state;
+}
+
+int BundleObject::GetState() const {
+    return m_nState;
+}
+
+void BundleObject::RegisterServiceObject(const char* serviceName, ServiceObjectBase* service) {
+    Guard guard(m_lock);
+    Assert(service != nullptr, "pServiceObject != 0", kLineAssertService);
+    const std::string strSvcName = serviceName;
+    Assert(m_serviceObjectMap.find(strSvcName) == m_serviceObjectMap.end(),
+           "m_serviceObjectMap.find(strSvcName) == m_serviceObjectMap.end()", kLineAssertNewService);
+    m_vecServiceNames.push_back(strSvcName);
+    m_serviceObjectMap[strSvcName] = service;
+    m_mapServiceIds[strSvcName] = LiveServices::IdOf(service);
+}
+
+void BundleObject::RemoveServiceObject(const char* serviceName) {
+    g_log.Prepare();
+    LightEventMgr::Instance();
+    Guard guard(m_lock);
+    const std::string strSvcName = serviceName;
+    if (m_serviceObjectMap.find(strSvcName) == m_serviceObjectMap.end()) {
+        Log(kLineServiceNotFound, "Error: Remove service %s failed! Service not found!\n", serviceName);
+        return;
+    }
+    bool existed = true;
+    Contain("fini", strSvcName, [&existed, &strSvcName] { existed = ServiceRepository::Remove(strSvcName); });
+    if (existed) RetireService(strSvcName);
+    m_serviceObjectMap.erase(strSvcName);
+    m_mapServiceIds.erase(strSvcName);
+    const auto listed = std::find(m_vecServiceNames.begin(), m_vecServiceNames.end(), strSvcName);
+    if (listed != m_vecServiceNames.end()) m_vecServiceNames.erase(listed);
+    LightEventMgr* const events = LightEventMgr::Instance();
+    if (events != nullptr) events->Push_Msg(LIGHT_EVENT_SERVICE_REMOVED, nullptr, 0);
+}
+
+void BundleObject::GetAllServiceObjects(std::map<std::string, ServiceObjectBase*>& out) {
+    Guard guard(m_lock);
+    for (const auto& entry : m_serviceObjectMap) out[entry.first] = entry.second;
+}
+
+ServiceInterface* BundleObject::FindServiceInterface(const std::string& serviceName) {
+    // Held over the call into the service, lest it be destroyed meanwhile.
+    Guard guard(m_lock);
+    std::map<std::string, ServiceObjectBase*> services;
+    GetAllServiceObjects(services);
+    const auto found = services.find(serviceName);
+    if (found == services.end() || !IsLive(serviceName, found->second)) return nullptr;
+    return found->second->GetInterface();
+}
+
+// The lock must be held for as long as the answer is to be trusted.
+bool BundleObject::IsLive(const std::string& serviceName, const ServiceObjectBase* service) const {
+    const unsigned long id = LiveServices::IdOf(service);
+    const auto registered = m_mapServiceIds.find(serviceName);
+    return id != 0 && (registered == m_mapServiceIds.end() || registered->second == id);
+}
+
+// An object whose factory set no exterminator is freed without its destructor: nobody
+// but the bundle can tell that it is gone.
+void BundleObject::RetireService(const std::string& serviceName) {
+    Guard guard(m_lock);
+    const auto entry = m_serviceObjectMap.find(serviceName);
+    const auto id = m_mapServiceIds.find(serviceName);
+    if (entry != m_serviceObjectMap.end() && id != m_mapServiceIds.end()) LiveServices::Leave(entry->second, id->second);
+}
+
+void BundleObject::WaitThreadExit() {
+    g_log.Prepare();
+    Guard guard(m_lock);
+    // A copy, since ending its threads may take a service out of the table.
+    const std::vector<std::string> names(m_vecServiceNames.rbegin(), m_vecServiceNames.rend());
+    for (const std::string& name : names) {
+        Log(kLineBeginExitThreads, "\n===== Begin to Exit Threads of -[ %s -- %s ] =====\n", GetName().c_str(),
+            name.c_str());
+        const auto entry = m_serviceObjectMap.find(name);
+        if (entry != m_serviceObjectMap.end() && IsLive(name, entry->second)) {
+            Contain("ExitThreads", name, [service = entry->second] { service->ExitThreads(); });
+        }
+        Log(kLineFinishExitThreads, "\n===== Finish to Exit Threads of -[ %s -- %s ] =====\n", GetName().c_str(),
+            name.c_str());
+    }
+}
+
+int BundleObject::LoadAllServiceObjects() {
+    const std::string path = ServiceConfigurationPath(GetName());
+    if (path.empty()) {
+        Log(kLineNoConfiguration, "\n===== get svc cfg is empty, proc will exit and stop to init Service =====\n");
+        return kNoConfiguration;
+    }
+    SVC_Config_Param configuration(path.c_str());
+    for (const std::string& name : configuration.GetServiceNames()) {
+        if (IsManagerFinalising()) return kStoppedByManager;
+        const std::string directive = configuration.GetServiceDirective(name.c_str());
+        if (directive.empty()) continue;
+        if (GetState() == BUNDLE_STATE_FINIED) {
+            Log(kLineBundleFinalised, "\n===== proc will exit and stop to init Service -[ %s ] =====\n", name.c_str());
+            return kStoppedByBundle;
+        }
+        Log(kLineInitService, "\n===== Init Service -[ %s ] =====\n", name.c_str());
+        const int result = ProcessDirective(name, directive);
+        if (result != 0) {
+            Log(kLineInitFailed, "\n===== Init Failed -[ %s ][ params:%s ][ err: %d ] =====\n", name.c_str(),
+                directive.c_str(), result);
+            RetireService(name);
+            RemoveServiceObject(name.c_str());
+            return result;
+        }
+        Log(kLineServiceReady, "\n===== Service Ready -[ %s ] =====\n", name.c_str());
+    }
+    return 0;
+}
+
+void BundleObject::UnLoadAllServiceObjects() {
+    g_log.Prepare();
+    LightEventMgr::Instance();  // a service may remove itself under the lock below
+    Guard guard(m_lock);
+    // A copy, since a service's fini may take it out of the table.
+    const std::vector<std::string> names(m_vecServiceNames.rbegin(), m_vecServiceNames.rend());
+    for (const std::string& name : names) {
+        ServiceRepository::ForEachNamed(name, [this, &name](ACE_Service_Type& entry) {
+            if (entry.fini_called()) return;
+            // Looked up first, since the service's fini may take it out of the table.
+            const ServiceObjectBase* const service = ServiceRepository::FindObject(name);
+            const unsigned long id = LiveServices::IdOf(service);
+            Contain("fini", name, [&entry] { ServiceRepository::Finalize(entry); });
+            LiveServices::Leave(service, id);
+            ACE_Service_Config::remove(name.c_str());
+        });
+    }
+}
+
+}  // namespace NS_BUNDLEMGR1

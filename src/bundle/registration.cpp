@@ -1,0 +1,51 @@
+#include <ace/Service_Object.h>
+#include <dlfcn.h>
+
+#include "bundle/currentexception.h"
+#include "bundlemgr/bundle.h"
+#include "log/logproxy.h"
+
+namespace NS_BUNDLEMGR1 {
+
+namespace {
+
+CoreLog g_log("registration");
+
+std::string LibraryOf(BundleObject* (*create)()) {
+    Dl_info info{};
+    const bool known = dladdr(reinterpret_cast<const void*>(create), &info) != 0 && info.dli_fname != nullptr;
+    return known ? info.dli_fname : "an unknown library";
+}
+
+}  // namespace
+
+BundleRegistration::BundleRegistration(BundleObject* (*create)()) noexcept : m_pBundle(nullptr) {
+    // An exception must not unwind through the dynamic loader, which would stay locked.
+    try {
+        m_pBundle = create();
+        BundleMgr::Instance()->RegisterBundle(m_pBundle);
+    } catch (...) {
+        g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: The bundle of %s was not created: %s\n",
+                    LibraryOf(create).c_str(), CurrentException().c_str());
+    }
+}
+
+BundleRegistration::~BundleRegistration() {
+    delete m_pBundle;
+}
+
+ACE_Service_Object* MakeService(const char* serviceName, ACE_Service_Object* (*create)()) noexcept {
+    try {
+        return create();
+    } catch (...) {
+        g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: Service %s was not created: %s\n", serviceName,
+                    CurrentException().c_str());
+        return nullptr;
+    }
+}
+
+void DestroyService(void* service) {
+    delete static_cast<ACE_Service_Object*>(service);
+}
+
+}  // namespace NS_BUNDLEMGR1

@@ -1,0 +1,61 @@
+#include "bundle/liveservices.h"
+#include "bundlemgr/bundle.h"
+#include "log/logproxy.h"
+
+namespace NS_BUNDLEMGR1 {
+
+namespace {
+
+// Fixed, since operators' log filters go by them.
+constexpr int kLineNoBundle = 33;
+constexpr int kLineFini = 55;
+
+CoreLog g_log("servicedef");
+
+}  // namespace
+
+ServiceObjectBase::ServiceObjectBase(const char* bundleName, const char* serviceName)
+    : m_pInterface(nullptr), m_strServiceName(serviceName), m_strBundleName(bundleName) {
+    BundleObject* const bundle = BundleMgr::Instance()->GetBundle(m_strBundleName);
+    LiveServices::Enter(this);
+    if (bundle == nullptr) {
+        g_log.Print(kLineNoBundle, LOG_LEVEL_INFO, "[ServiceObjectBase] Call GetBundle() get bundle null.%s,%s",
+                    serviceName, bundleName);
+        return;
+    }
+    try {
+        bundle->RegisterServiceObject(serviceName, this);
+    } catch (...) {
+        LiveServices::Leave(this);
+        throw;
+    }
+}
+
+ServiceObjectBase::~ServiceObjectBase() {
+    LiveServices::Leave(this);
+}
+
+void ServiceObjectBase::UnRegistSvc() {}
+
+const char* ServiceObjectBase::GetName() const {
+    return m_strServiceName.c_str();
+}
+
+ServiceInterface* ServiceObjectBase::GetInterface() {
+    return m_pInterface;
+}
+
+void ServiceObjectBase::SetInterface() {}
+
+void ServiceObjectBase::RemoveInterface() {
+    delete m_pInterface;
+    m_pInterface = nullptr;
+}
+
+int ServiceObjectBase::fini() {
+    LiveServices::Leave(this);
+    g_log.Print(kLineFini, LOG_LEVEL_INFO, "\n===== Start to Finalize -[ %s ] =====\n", GetName());
+    return 0;
+}
+
+}  // namespace NS_BUNDLEMGR1

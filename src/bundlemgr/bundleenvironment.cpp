@@ -1,0 +1,131 @@
+#include "bundlemgr/bundleenvironment.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include <ace/OS_NS_stdio.h>
+
+#include "bundlemgr/base.h"
+#include "log/logproxy.h"
+
+namespace NS_BUNDLEMGR1 {
+
+namespace {
+
+constexpr char kFileOpenFailed[] = "File :%s Open Failed \n";
+constexpr char kBundleKeyPrefix[] = "Bundle";
+constexpr std::size_t kBundleKeyPrefixLength = sizeof(kBundleKeyPrefix) - 1;
+constexpr int kBundlePresent = 999;
+constexpr char kServiceKey[] = "service";
+
+// Each service of these bundles lives in a library of its own, named after the service.
+constexpr const char* kBundlesWithServiceLibraries[] = {
+    "zo_base_bundle", "zo_domain_bundle", "zo_corba_bundle", "zo_ascii_bundle", "zo_koru_corbaagent_bundle",
+};
+
+CoreLog g_log("bundleenvironment");
+
+std::string LibraryToken(const std::string& library, const std::string& service) {
+    const bool ownLibrary = std::find(std::begin(kBundlesWithServiceLibraries), std::end(kBundlesWithServiceLibraries),
+                                      library) != std::end(kBundlesWithServiceLibraries);
+    return "lib" + (ownLibrary ? service : library);
+}
+
+std::string Directive(const std::string& library, const std::string& service) {
+    return "dynamic " + service + " Service_Object * " + LibraryToken(library, service) + ":_make_" + service +
+           "() \"\"";
+}
+
+}  // namespace
+
+Config_Param::Config_Param(const char* cfgFileName) : m_strCfgFileName(cfgFileName), m_bRead(false) {}
+
+Config_Param::~Config_Param() = default;
+
+BundleMgr_Config_Param::BundleMgr_Config_Param(const char* cfgFileName) : Config_Param(cfgFileName) {}
+
+BundleMgr_Config_Param::~BundleMgr_Config_Param() = default;
+
+int BundleMgr_Config_Param::Read() {
+    ACE_OS::printf("m_strCfgFileName=%s \n", m_strCfgFileName.c_str());
+    std::vector<NameValueStru> items;
+    if (!GetAllCfgFrmFile(items, m_strCfgFileName, true)) {
+        g_log.Print(__LINE__, LOG_LEVEL_INFO, kFileOpenFailed, m_strCfgFileName.c_str());
+        return -1;
+    }
+    for (const NameValueStru& item : items) {
+        // A prefix test, so that keys may be numbered.
+        if (item.name.compare(0, kBundleKeyPrefixLength, kBundleKeyPrefix) == 0) {
+            m_mapBundleSet[item.value] = kBundlePresent;
+            m_vecBundleList.push_back(item.value);
+        } else {
+            m_mapOtherItems[item.name] = item.value;
+        }
+    }
+    return 0;
+}
+
+bool BundleMgr_Config_Param::ReadIfNeeded() {
+    if (m_bRead || Read() == 0) return true;
+    g_log.Print(__LINE__, LOG_LEVEL_INFO, "Failed in Read BundleMgr Config File \n");
+    return false;
+}
+
+void BundleMgr_Config_Param::GetConfig(std::map<std::string, int>& bundleSet, std::vector<std::string>& bundleList) {
+    if (!ReadIfNeeded()) return;
+    bundleSet = m_mapBundleSet;
+    bundleList = m_vecBundleList;
+}
+
+std::string BundleMgr_Config_Param::GetValue(const char* key) {
+    if (!ReadIfNeeded()) return "";
+    const auto found = m_mapOtherItems.find(key);
+    return found != m_mapOtherItems.end() ? found->second : "";
+}
+
+SVC_Config_Param::SVC_Config_Param(const char* cfgFileName) : Config_Param(cfgFileName) {}
+
+SVC_Config_Param::~SVC_Config_Param() = default;
+
+int SVC_Config_Param::Read() {
+    std::vector<NameValueStru> items;
+    if (!GetAllCfgFrmFile(items, m_strCfgFileName, true)) {
+        g_log.Print(__LINE__, LOG_LEVEL_INFO, kFileOpenFailed, m_strCfgFileName.c_str());
+        return -1;
+    }
+    for (const NameValueStru& item : items) {
+        if (item.name != kServiceKey) {
+            g_log.Print(__LINE__, LOG_LEVEL_INFO, "Item name is not 'service'\n");
+            return -1;
+        }
+        const std::string::size_type colon = item.value.find(':');
+        if (colon == std::string::npos) continue;
+        AddService(item.value.substr(0, colon), item.value.substr(colon + 1));
+    }
+    m_bRead = true;
+    return 0;
+}
+
+void SVC_Config_Param::AddService(const std::string& library, const std::string& service) {
+    const bool isNew = m_mapDirectives.emplace(service, Directive(library, service)).second;
+    if (isNew) m_vecServiceNames.push_back(service);
+}
+
+bool SVC_Config_Param::ReadIfNeeded(const char* serviceName) {
+    if (m_bRead || Read() == 0) return true;
+    g_log.Print(__LINE__, LOG_LEVEL_INFO, "Failed in Read %s 's SvcConfig File \n", serviceName);
+    return false;
+}
+
+std::string SVC_Config_Param::GetServiceDirective(const char* serviceName) {
+    if (!ReadIfNeeded(serviceName)) return "";
+    const auto found = m_mapDirectives.find(serviceName);
+    return found != m_mapDirectives.end() ? found->second : "";
+}
+
+std::vector<std::string> SVC_Config_Param::GetServiceNames() {
+    if (!ReadIfNeeded("")) return {};
+    return m_vecServiceNames;
+}
+
+}  // namespace NS_BUNDLEMGR1

@@ -1,0 +1,303 @@
+#include "bundlemgr/bundlemgrimpl.h"
+
+#include <chrono>
+#include <thread>
+
+#include <ace/Assert.h>
+#include <ace/DLL_Manager.h>
+#include <ace/Framework_Component.h>
+#include <ace/Guard_T.h>
+#include <ace/OS_NS_stdio.h>
+#include <ace/Service_Config.h>
+#include <ace/Service_Repository.h>
+#include <ace/Static_Object_Lock.h>
+#include <ace/Thread_Manager.h>
+#include <dlfcn.h>
+
+#include "bundle/currentexception.h"
+#include "bundlemgr/bundle.h"
+#include "bundlemgr/bundleenvironment.h"
+#include "log/logproxy.h"
+#include "log/logproxymgrimpl.h"
+
+namespace NS_BUNDLEMGR1 {
+
+namespace {
+
+constexpr char kSourceFile[] = "bundlemgrimpl";
+constexpr char kConfigurationFile[] = "bundlemgr.cfg";
+constexpr int kDefaultIntSetting = 1024;
+constexpr int kInitThrew = -1;
+constexpr std::chrono::seconds kCorbaPause(2);
+constexpr std::chrono::seconds kPause(5);
+
+CoreLog g_log(kSourceFile);
+
+using Guard = ACE_Guard<ACE_Recursive_Thread_Mutex>;
+
+bool IsCoreBundle(const std::string& name) {
+    return name == "zo_base_bundle" || name == "zo_domain_bundle";
+}
+
+// ACE_ASSERT would name the path of this file, where the log names sources barely.
+void Assert(bool condition, const char* expression, int line) {
+    if (!condition) __ace_assert(kSourceFile, line, expression);
+}
+
+// A bundle that throws must not keep the others from being ended.
+template <class Action>
+void Contain(const char* operation, BundleObject& bundle, Action action) {
+    try {
+        action(bundle);
+    } catch (...) {
+        g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: %s of bundle %s threw: %s\n", operation,
+                    bundle.GetName().c_str(), CurrentException().c_str());
+    }
+}
+
+// ACE creates its own singletons under the static-object lock. A bundle that is
+// initialised under the table lock would be the first to need some of them, while
+// Destroy takes these two locks in the other order.
+void CreateAceSingletons() {
+    ACE_Framework_Repository::instance();
+    ACE_Service_Repository::instance();
+    ACE_Service_Config::current();
+    ACE_DLL_Manager::instance();
+    ACE_Thread_Manager::instance();
+}
+
+}  // namespace
+
+std::atomic<BundleMgr*> BundleMgr::m_pInstance{nullptr};
+
+BundleMgr::~BundleMgr() noexcept(false) = default;
+
+BundleMgr* BundleMgr::Instance() {
+    BundleMgr* instance = m_pInstance.load(std::memory_order_acquire);
+    if (instance != nullptr) return instance;
+    ACE_GUARD_RETURN(ACE_Recursive_Thread_Mutex, guard, *ACE_Static_Object_Lock::instance(), m_pInstance.load());
+    instance = m_pInstance.load(std::memory_order_acquire);
+    if (instance == nullptr) {
+        instance = new BundleMgrImpl;
+        m_pInstance.store(instance, std::memory_order_release);
+    }
+    return instance;
+}
+
+void BundleMgr::Destroy() {
+    if (m_pInstance.load(std::memory_order_acquire) == nullptr) return;
+    ACE_GUARD(ACE_Recursive_Thread_Mutex, guard, *ACE_Static_Object_Lock::instance());
+    try {
+        delete m_pInstance.load(std::memory_order_acquire);
+    } catch (...) {
+        // Whatever a destructor of a bundle threw, the manager is gone.
+    }
+    m_pInstance.store(nullptr, std::memory_order_release);
+}
+
+BundleMgrImpl::BundleMgrImpl()
+    : m_pLogProxyMgr(std::make_unique<LogProxyMgrImpl>()),
+      m_nIntSetting(kDefaultIntSetting),
+      m_nPhase(MGR_PHASE_INIT) {
+    CreateAceSingletons();
+}
+
+BundleMgrImpl::~BundleMgrImpl() noexcept(false) {
+    Guard guard(m_tableLock);
+    m_mapBundleTable.clear();
+    for (const auto& library : m_mapLibraries) dlclose(library.second);
+    m_mapLibraries.clear();
+    m_pLogProxyMgr.reset();
+}
+
+void BundleMgrImpl::RegisterBundle(BundleObject* pBundle) {
+    Guard guard(m_tableLock);
+    Assert(pBundle != nullptr, "pBundle != 0", __LINE__);
+    const std::string strName = pBundle->GetName();
+    Assert(FindBundle(strName) == nullptr, "m_mapBundleTable.find(strName) == m_mapBundleTable.end()", __LINE__);
+    m_mapBundleTable[strName] = pBundle;
+}
+
+BundleObject* BundleMgrImpl::FindBundle(const std::string& name) const {
+    const auto found = m_mapBundleTable.find(name);
+    return found != m_mapBundleTable.end() ? found->second : nullptr;
+}
+
+BundleObject* BundleMgrImpl::GetBundle(const std::string& name) {
+    Guard guard(m_tableLock);
+    return FindBundle(name);
+}
+
+BundleObject* BundleMgrImpl::LoadBundle(const std::string& name) {
+    g_log.Prepare();
+    Guard guard(m_tableLock);
+    if (BundleObject* const loaded = FindBundle(name)) {
+        g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: Bundles （%s） already loaded previously!\n", name.c_str());
+        return loaded;
+    }
+    const std::string fileName = "lib" + name + ".so";
+    // The library's initialisers register its bundle, on this thread, before dlopen
+    // returns.
+    void* const handle = dlopen(fileName.c_str(), RTLD_NOW | RTLD_GLOBAL);
+    if (handle == nullptr) {
+        const char* const reason = dlerror();
+        g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Load library %s failed. Error info:\n  %s\n", fileName.c_str(),
+                    reason != nullptr ? reason : "");
+        return nullptr;
+    }
+    m_mapLibraries[fileName] = handle;
+    BundleObject* const bundle = FindBundle(name);
+    if (bundle == nullptr) {
+        // The library stays open: it may have registered a bundle of another name.
+        g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: Load Bundles Lib （%s） failed! \n", fileName.c_str());
+        return nullptr;
+    }
+    g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Loading ... (%s)\n", fileName.c_str());
+    return bundle;
+}
+
+int BundleMgrImpl::LoadAllBundles() {
+    const char* coreBundles[] = {nullptr};
+    std::list<std::string> names;
+    GetLoadBundles(names, coreBundles);
+    {
+        Guard guard(m_tableLock);
+        m_mapBundleTable.clear();
+    }
+    int result = 0;
+    for (const std::string& name : names) {
+        g_log.Print(__LINE__, LOG_LEVEL_INFO, "Loading... %s\n", name.c_str());
+        if (LoadBundle(name) != nullptr) continue;
+        g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: Load Bundle %s failed!\n", name.c_str());
+        --result;
+    }
+    return result;
+}
+
+void BundleMgrImpl::GetLoadBundles(std::list<std::string>& out, const char** coreBundles) {
+    out.clear();
+    if (coreBundles == nullptr) {
+        ACE_OS::printf("in [BundleMgrImpl::GetLoadBundles] coreBundles is null");
+        return;
+    }
+    for (; *coreBundles != nullptr; ++coreBundles) out.emplace_back(*coreBundles);
+    g_log.Prepare();
+    Guard guard(m_tableLock);
+    ReadConfiguration();
+    out.insert(out.end(), m_vecConfiguredBundles.begin(), m_vecConfiguredBundles.end());
+}
+
+void BundleMgrImpl::ReadConfiguration() {
+    const std::string directory = GetCfgDirPath();
+    if (directory.empty()) return;
+    const std::string file = directory + kConfigurationFile;
+    ACE_OS::printf("cfg_file %s \n", file.c_str());
+    BundleMgr_Config_Param(file.c_str()).GetConfig(m_mapConfiguredBundles, m_vecConfiguredBundles);
+}
+
+int BundleMgrImpl::InitAllBundles() {
+    g_log.Prepare();
+    SetMgrPhase(MGR_PHASE_INIT);
+    for (const bool core : {true, false}) {
+        const int result = InitBundles(SelectLoaded(core));
+        if (result != 0) return result;
+    }
+    return 0;
+}
+
+BundleMgrImpl::BundlesByOrder BundleMgrImpl::SelectLoaded(bool core) {
+    BundlesByOrder selected;
+    Guard guard(m_tableLock);
+    for (const auto& entry : m_mapBundleTable) {
+        BundleObject* const bundle = entry.second;
+        if (bundle == nullptr || IsCoreBundle(bundle->GetName()) != core) continue;
+        const int state = bundle->GetState();
+        if (state == BUNDLE_STATE_LOADED) {
+            selected.emplace(bundle->GetBundleOrder(), bundle);
+        } else {
+            g_log.Print(__LINE__, LOG_LEVEL_INFO, "Error: Bundle %s is in state %d, Skip Init! \n",
+                        bundle->GetName().c_str(), state);
+        }
+    }
+    return selected;
+}
+
+int BundleMgrImpl::InitBundles(const BundlesByOrder& bundles) {
+    Guard guard(m_tableLock);
+    for (const auto& entry : bundles) {
+        BundleObject* const bundle = entry.second;
+        const std::string name = bundle->GetName();
+        g_log.Print(__LINE__, LOG_LEVEL_INFO, "\n========== Init Bundle --- [ %s ] ==========\n", name.c_str());
+        int result = kInitThrew;
+        Contain("Init", *bundle, [&result](BundleObject& initialised) { result = initialised.Init(); });
+        if (result == 0) continue;
+        g_log.Print(__LINE__, LOG_LEVEL_INFO, "Error: Init Bundle %s failed! errcode=%d\n", name.c_str(), result);
+        return result;
+    }
+    return 0;
+}
+
+void BundleMgrImpl::FiniAllBundles() {
+    g_log.Prepare();
+    SetMgrPhase(MGR_PHASE_FINI);
+    Guard guard(m_tableLock);
+    BundlesByOrder bundles;
+    for (const auto& entry : m_mapBundleTable) {
+        if (entry.second != nullptr) bundles.emplace(-static_cast<long>(entry.second->GetBundleOrder()), entry.second);
+    }
+    for (const auto& entry : bundles) {
+        g_log.Print(__LINE__, LOG_LEVEL_INFO, "\n========== Fini Bundle --- %s ==========\n",
+                    entry.second->GetName().c_str());
+        Contain("Fini", *entry.second, [](BundleObject& bundle) { bundle.Fini(); });
+    }
+}
+
+void BundleMgrImpl::WaitAllBundlesThreadExit() {
+    g_log.Prepare();
+    Guard guard(m_tableLock);
+    if (!g_isUnloadingCorba) std::this_thread::sleep_for(kCorbaPause);
+    std::this_thread::sleep_for(kPause);
+    std::list<BundleObject*> bundles;
+    GetBundlesInReverseOrder(bundles);
+    for (BundleObject* const bundle : bundles) {
+        if (bundle == nullptr) continue;
+        Contain("WaitThreadExit", *bundle, [](BundleObject& waited) { waited.WaitThreadExit(); });
+    }
+}
+
+void BundleMgrImpl::GetBundlesInReverseOrder(std::list<BundleObject*>& out) {
+    Guard guard(m_tableLock);
+    for (auto name = m_vecConfiguredBundles.rbegin(); name != m_vecConfiguredBundles.rend(); ++name) {
+        out.push_back(m_mapBundleTable[*name]);
+    }
+}
+
+ServiceInterface* BundleMgrImpl::GetBundleInterface(const std::string& name) {
+    Guard guard(m_tableLock);
+    BundleObject* const bundle = FindBundle(name);
+    return bundle != nullptr ? bundle->GetInterface() : nullptr;
+}
+
+LogProxyMgr* BundleMgrImpl::GetLogProxyMgr() {
+    return m_pLogProxyMgr.get();
+}
+
+void BundleMgrImpl::SetIntSetting(const int& value) {
+    m_nIntSetting = value;
+}
+
+int BundleMgrImpl::GetIntSetting() {
+    return m_nIntSetting;
+}
+
+int BundleMgrImpl::GetMgrPhase() {
+    Guard guard(m_phaseLock);
+    return m_nPhase;
+}
+
+void BundleMgrImpl::SetMgrPhase(const int& phase) {
+    Guard guard(m_phaseLock);
+    m_nPhase = phase;
+}
+
+}  // namespace NS_BUNDLEMGR1

@@ -1,0 +1,75 @@
+// The bundle manager.
+#pragma once
+
+#include <atomic>
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <ace/Recursive_Thread_Mutex.h>
+
+#include "bundlemgr/bundlemgr.h"
+
+namespace NS_BUNDLEMGR1 {
+
+class LogProxyMgrImpl;
+
+/// The one implementation of `BundleMgr`.
+///
+/// Thread safety: one recursive lock guards the tables; it is held while libraries are
+/// opened and while bundles are initialised, finalised and waited for, because all of
+/// these call back on the same thread. The phase has a lock of its own.
+class BundleMgrImpl : public BundleMgr {
+public:
+    BundleMgrImpl();
+
+    /// Forgets the bundles, closes their libraries by ascending file name and deletes
+    /// the log proxy manager.
+    ~BundleMgrImpl() noexcept(false) override;
+
+    BundleMgrImpl(const BundleMgrImpl&) = delete;
+    BundleMgrImpl& operator=(const BundleMgrImpl&) = delete;
+
+    void RegisterBundle(BundleObject* pBundle) override;
+    int InitAllBundles() override;
+    void WaitAllBundlesThreadExit() override;
+    void FiniAllBundles() override;
+    BundleObject* GetBundle(const std::string& name) override;
+    BundleObject* LoadBundle(const std::string& name) override;
+    int LoadAllBundles() override;
+    void GetBundlesInReverseOrder(std::list<BundleObject*>& out) override;
+    ServiceInterface* GetBundleInterface(const std::string& name) override;
+    LogProxyMgr* GetLogProxyMgr() override;
+    void SetIntSetting(const int& value) override;
+    int GetIntSetting() override;
+    int GetMgrPhase() override;
+    void SetMgrPhase(const int& phase) override;
+
+    /// Lists the bundles to load.
+    /// @param out         replaced by `coreBundles`, then those of `bundlemgr.cfg`
+    /// @param coreBundles null-terminated array of names; null is reported on standard
+    ///                    output and yields an empty list
+    void GetLoadBundles(std::list<std::string>& out, const char** coreBundles);
+
+private:
+    using BundlesByOrder = std::multimap<long, BundleObject*>;
+
+    void ReadConfiguration();
+    BundlesByOrder SelectLoaded(bool core);
+    int InitBundles(const BundlesByOrder& bundles);
+    BundleObject* FindBundle(const std::string& name) const;
+
+    std::map<std::string, void*> m_mapLibraries;  // library file name -> handle
+    std::unique_ptr<LogProxyMgrImpl> m_pLogProxyMgr;
+    std::map<std::string, int> m_mapConfiguredBundles;
+    std::vector<std::string> m_vecConfiguredBundles;  // in file order, duplicates kept
+    std::map<std::string, BundleObject*> m_mapBundleTable;
+    ACE_Recursive_Thread_Mutex m_tableLock;  // guards the tables above
+    std::atomic<int> m_nIntSetting;
+    ACE_Recursive_Thread_Mutex m_phaseLock;  // guards m_nPhase
+    int m_nPhase;
+};
+
+}  // namespace NS_BUNDLEMGR1
