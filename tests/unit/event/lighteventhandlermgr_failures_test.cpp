@@ -1,0 +1,343 @@
+// The event manager when the system refuses it a thread, a lock or memory.
+//
+// This program's own pthread and allocation functions come before the C library's,
+// for ACE, too. They pass every call on until a test tells them to fail.
+#include <dlfcn.h>
+#include <pthread.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <new>
+
+#include <gmock/gmock.h>
+
+#include <ace/Recursive_Thread_Mutex.h>
+#include <ace/Static_Object_Lock.h>
+
+#include "eventtest.h"
+#include "support/capture.h"
+#include "support/wait.h"
+
+namespace {
+
+// What is to fail, and how often it was asked for meanwhile.
+std::atomic<int> g_threadError{0};
+std::atomic<int> g_threadsRefused{0};
+std::atomic<pthread_mutex_t*> g_brokenMutex{nullptr};
+std::atomic<int> g_mutexRefused{0};
+thread_local int t_rwlockError = 0;
+thread_local int t_rwlocksRefused = 0;
+thread_local int t_rwlocksReleased = 0;
+// The next allocation to fail on this thread, counted from 1; 0 for none.
+thread_local int t_failingAllocation = 0;
+
+// The function that would have been called without this program's own.
+template <class Function>
+Function Next(const char* name) {
+    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+bool AllocationFails() {
+    return t_failingAllocation > 0 && --t_failingAllocation == 0;
+}
+
+void* Allocate(std::size_t size) noexcept {
+    return AllocationFails() ? nullptr : std::malloc(size != 0 ? size : 1);
+}
+
+void* AllocateOrThrow(std::size_t size) {
+    if (void* const memory = Allocate(size)) return memory;
+    throw std::bad_alloc();
+}
+
+}  // namespace
+
+#define ZO_REPLACES __attribute__((visibility("default")))
+
+extern "C" {
+
+ZO_REPLACES int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
+                               void* argument) {
+    if (g_threadError != 0) {
+        ++g_threadsRefused;
+        return g_threadError;
+    }
+    static const auto next =
+        Next<int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>("pthread_create");
+    return next(thread, attributes, body, argument);
+}
+
+ZO_REPLACES int pthread_mutex_lock(pthread_mutex_t* mutex) {
+    if (mutex == g_brokenMutex) {
+        ++g_mutexRefused;
+        return EINVAL;
+    }
+    static std::atomic<int (*)(pthread_mutex_t*)> next{nullptr};
+    if (next == nullptr) next = Next<int (*)(pthread_mutex_t*)>("pthread_mutex_lock");
+    return next.load()(mutex);
+}
+
+ZO_REPLACES int pthread_rwlock_rdlock(pthread_rwlock_t* lock) {
+    if (t_rwlockError != 0) {
+        ++t_rwlocksRefused;
+        return t_rwlockError;
+    }
+    static const auto next = Next<int (*)(pthread_rwlock_t*)>("pthread_rwlock_rdlock");
+    return next(lock);
+}
+
+ZO_REPLACES int pthread_rwlock_wrlock(pthread_rwlock_t* lock) {
+    if (t_rwlockError != 0) {
+        ++t_rwlocksRefused;
+        return t_rwlockError;
+    }
+    static const auto next = Next<int (*)(pthread_rwlock_t*)>("pthread_rwlock_wrlock");
+    return next(lock);
+}
+
+ZO_REPLACES int pthread_rwlock_unlock(pthread_rwlock_t* lock) {
+    ++t_rwlocksReleased;
+    static const auto next = Next<int (*)(pthread_rwlock_t*)>("pthread_rwlock_unlock");
+    return next(lock);
+}
+
+}  // extern "C"
+
+ZO_REPLACES void* operator new(std::size_t size) {
+    return AllocateOrThrow(size);
+}
+ZO_REPLACES void* operator new[](std::size_t size) {
+    return AllocateOrThrow(size);
+}
+ZO_REPLACES void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return Allocate(size);
+}
+ZO_REPLACES void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    return Allocate(size);
+}
+ZO_REPLACES void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+ZO_REPLACES void operator delete[](void* memory) noexcept {
+    std::free(memory);
+}
+ZO_REPLACES void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+ZO_REPLACES void operator delete[](void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+ZO_REPLACES void operator delete(void* memory, const std::nothrow_t&) noexcept {
+    std::free(memory);
+}
+ZO_REPLACES void operator delete[](void* memory, const std::nothrow_t&) noexcept {
+    std::free(memory);
+}
+
+namespace NS_BUNDLEMGR1 {
+namespace {
+
+using test::CountedParam;
+using test::Handler;
+using test::Record;
+using test::WaitFor;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class LightEventMgrFailures : public test::EventTest {
+protected:
+    LightEventMgr& Mgr() { return *LightEventMgr::Instance(); }
+};
+
+// ---- no thread -----------------------------------------------------------------------
+
+TEST_F(LightEventMgrFailures, InitReportsAndLogsThatNoThreadWasToBeHad) {
+    Mgr();
+    int result = -1;
+    const std::string printed = test::StdoutOf([&] {
+        g_threadsRefused = 0;
+        g_threadError = EAGAIN;
+        result = Mgr().Init();
+        g_threadError = 0;
+    });
+
+    EXPECT_EQ(1, g_threadsRefused);
+    EXPECT_EQ(0, result);
+    EXPECT_EQ(0U, Mgr().thr_count());
+    EXPECT_EQ("[LightEventMgr::Init] Failed to activate svc,errCode is -1", printed);
+    EXPECT_EQ("<1>\nTIME, " + ThisThread() +
+                  ", Level = 1, Bundle = BundleMgr, Service = Core \n"
+                  "filename = lighteventhandlermgr, lineno = 73\n"
+                  "[LightEventMgr::Init] Failed to activate svc,errCode is -1\n</1>\n\n",
+              Log());
+}
+
+TEST_F(LightEventMgrFailures, AfterAFailedInitAnotherMaySucceed) {
+    std::atomic<int> calls{0};
+    Handler handler([&](int, LightEventParam*) { ++calls; });
+    Mgr().RegisterHandler(1, &handler);
+    Mgr().Push_Msg(1, nullptr, 0);
+    g_threadError = EAGAIN;
+    EXPECT_EQ(0, Mgr().Init());
+    EXPECT_EQ(0, Mgr().Init());
+    g_threadError = 0;
+    EXPECT_EQ(0, calls);
+
+    EXPECT_EQ(1, Mgr().Init());
+    EXPECT_TRUE(WaitFor([&] { return calls == 1; }));
+    Mgr().Fini();
+}
+
+TEST_F(LightEventMgrFailures, AManagerThatNeverGotItsThreadStops) {
+    g_threadError = EAGAIN;
+    EXPECT_EQ(0, Mgr().Init());
+    g_threadError = 0;
+    Mgr().Fini();
+    LightEventMgr::Destroy();
+}
+
+// ---- no lock -------------------------------------------------------------------------
+
+class BrokenStaticObjectLock {
+public:
+    BrokenStaticObjectLock() {
+        g_mutexRefused = 0;
+        g_brokenMutex = &ACE_Static_Object_Lock::instance()->lock();
+    }
+    ~BrokenStaticObjectLock() { g_brokenMutex = nullptr; }
+};
+
+TEST_F(LightEventMgrFailures, WithoutTheStaticObjectLockInstanceReturnsTheCurrentPointer) {
+    {
+        const BrokenStaticObjectLock broken;
+        EXPECT_EQ(nullptr, LightEventMgr::Instance());
+        EXPECT_EQ(1, g_mutexRefused);
+    }
+    LightEventMgr* const instance = LightEventMgr::Instance();
+    ASSERT_NE(nullptr, instance);
+
+    const BrokenStaticObjectLock broken;
+    EXPECT_EQ(instance, LightEventMgr::Instance());
+}
+
+TEST_F(LightEventMgrFailures, WithoutTheStaticObjectLockDestroyDeletesNothing) {
+    LightEventMgr* const instance = LightEventMgr::Instance();
+    {
+        const BrokenStaticObjectLock broken;
+        LightEventMgr::Destroy();
+        EXPECT_EQ(1, g_mutexRefused);
+        EXPECT_EQ(instance, LightEventMgr::Instance());
+    }
+    Handler handler([](int, LightEventParam*) {});
+    instance->RegisterHandler(1, &handler);
+    LightEventMgr::Destroy();
+    EXPECT_THAT(Mgr().find(1), IsEmpty());
+}
+
+// Locks of the handler table fail on this thread while one of these lives.
+class BrokenHandlerLock {
+public:
+    explicit BrokenHandlerLock(int error) {
+        t_rwlocksReleased = 0;
+        t_rwlocksRefused = 0;
+        t_rwlockError = error;
+        errno = 0;
+    }
+    ~BrokenHandlerLock() { t_rwlockError = 0; }
+};
+
+TEST_F(LightEventMgrFailures, WithoutItsLockTheHandlerTableWorksAndErrnoTells) {
+    Handler a([](int, LightEventParam*) {}), b([](int, LightEventParam*) {});
+    LightEventMgr& mgr = Mgr();
+    {
+        const BrokenHandlerLock broken(EDEADLK);
+        EXPECT_EQ(0, mgr.RegisterHandler(1, &a));
+        EXPECT_EQ(EDEADLK, errno);
+    }
+    {
+        const BrokenHandlerLock broken(EDEADLK);
+        EXPECT_EQ(0, mgr.RegisterHandler(1, &b));
+        EXPECT_EQ(0, mgr.UnRegisterHandler(1, &a));
+        EXPECT_EQ(EDEADLK, errno);
+        EXPECT_EQ(2, t_rwlocksRefused);
+    }
+    {
+        const BrokenHandlerLock broken(EAGAIN);
+        EXPECT_THAT(mgr.find(1), ElementsAre(&b));
+        EXPECT_EQ(EAGAIN, errno);
+    }
+    {
+        const BrokenHandlerLock broken(EDEADLK);
+        mgr.Fini();
+        EXPECT_EQ(EDEADLK, errno);
+        // What was not taken is not given back.
+        EXPECT_EQ(0, t_rwlocksReleased);
+    }
+    EXPECT_THAT(mgr.find(1), IsEmpty());
+}
+
+TEST_F(LightEventMgrFailures, WithoutItsLockEventsAreDispatched) {
+    Record<int> calls;
+    Handler a([&](int eventId, LightEventParam*) { calls.Add(eventId); });
+    Mgr().RegisterHandler(1, &a);
+    Mgr().Push_Msg(1, nullptr, 0);
+    const BrokenHandlerLock broken(EAGAIN);
+    Mgr().process_msg();
+    EXPECT_EQ(1, t_rwlocksRefused);
+    EXPECT_THAT(calls.Get(), ElementsAre(1));
+}
+
+// ---- no memory -----------------------------------------------------------------------
+
+TEST_F(LightEventMgrFailures, AnEventForWhichThereIsNoMemoryIsLost) {
+    std::atomic<int> deletions{0};
+    Record<LightEventParam*> seen;
+    Handler a([&](int, LightEventParam* got) { seen.Add(got); });
+    Mgr().RegisterHandler(1, &a);
+    CountedParam lost(true, deletions);
+    CountedParam posted(false, deletions);
+
+    // One allocation after the other fails, until none is left that could.
+    int failures = 0;
+    for (bool failed = true; failed; failures += failed ? 1 : 0) {
+        t_failingAllocation = failures + 1;
+        EXPECT_EQ(0, Mgr().Push_Msg(1, failures < 2 ? &lost : &posted, 0));
+        failed = t_failingAllocation == 0;
+        t_failingAllocation = 0;
+    }
+    EXPECT_EQ(2, failures) << "the message and its data block";
+    EXPECT_EQ(1U, Mgr().msg_queue()->message_count());
+    Mgr().process_msg();
+    EXPECT_THAT(seen.Get(), ElementsAre(&posted));
+    EXPECT_EQ(0, deletions);
+}
+
+TEST_F(LightEventMgrFailures, WithoutMemoryToDispatchTheParameterIsStillDeleted) {
+    std::atomic<int> deletions{0};
+    Record<int> calls;
+    Handler a([&](int eventId, LightEventParam*) { calls.Add(eventId); });
+    Mgr().RegisterHandler(1, &a);
+    Mgr().Push_Msg(1, new CountedParam(true, deletions), 0);
+    t_failingAllocation = 1;
+    Mgr().process_msg();
+    EXPECT_EQ(0, t_failingAllocation);
+    EXPECT_THAT(calls.Get(), IsEmpty());
+    EXPECT_EQ(1, deletions);
+}
+
+TEST_F(LightEventMgrFailures, WithoutMemoryToRegisterTheTableStaysUsable) {
+    Handler a([](int, LightEventParam*) {});
+    LightEventMgr& mgr = Mgr();
+    t_failingAllocation = 1;
+    EXPECT_THROW(mgr.RegisterHandler(1, &a), std::bad_alloc);
+    t_failingAllocation = 2;
+    EXPECT_THROW(mgr.RegisterHandler(1, &a), std::bad_alloc);
+    t_failingAllocation = 0;
+
+    EXPECT_THAT(mgr.find(1), IsEmpty());
+    EXPECT_EQ(0, mgr.RegisterHandler(1, &a));
+    EXPECT_THAT(mgr.find(1), ElementsAre(&a));
+}
+
+}  // namespace
+}  // namespace NS_BUNDLEMGR1
