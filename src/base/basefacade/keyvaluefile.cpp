@@ -26,8 +26,8 @@ using FileHandle = std::unique_ptr<std::FILE, CloseFile>;
 
 FileHandle OpenForReading(const std::string& file) {
     char resolved[kPathBufferSize] = {};
-    // A failing realpath leaves the part that it could resolve in the buffer, for
-    // /some/file/x the path of /some/file: not what was asked for.
+    // Where realpath fails the buffer may hold a part of the path (that of /some/file
+    // for /some/file/x, from older C libraries): not what was asked for.
     if (realpath(file.c_str(), resolved) == nullptr) return nullptr;
     return FileHandle(std::fopen(resolved, "r"));
 }

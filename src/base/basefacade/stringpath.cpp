@@ -244,8 +244,8 @@ void RemoveDir(const std::string& path, bool removeSelf) {
 void ReCreateDir(const std::string& path) {
     char resolved[kPathBufferSize] = {};
     const char* target = path.c_str();
-    // Where realpath fails it leaves an existing directory above the path in the
-    // buffer. That one must stay.
+    // Where realpath fails the buffer may hold a path above the given one. What is up
+    // there must stay.
     if (realpath(path.c_str(), resolved) != nullptr) {
         // A link leads nowhere once its directory is gone, so this is also the place
         // to make the new one.
