@@ -28,8 +28,9 @@ constexpr int LIGHT_EVENT_SERVICE_REMOVED = 2;
 /// Base of the object that travels with an event.
 class ZO_EXPORT LightEventParam {
 public:
+    LightEventParam() : m_bAutoDelete(false) {}
     /// @param autoDelete initial value of `m_bAutoDelete`
-    explicit LightEventParam(bool autoDelete = false) : m_bAutoDelete(autoDelete) {}
+    explicit LightEventParam(bool autoDelete) : m_bAutoDelete(autoDelete) {}
     LightEventParam(const LightEventParam&) = default;
     LightEventParam& operator=(const LightEventParam&) = default;
     virtual ~LightEventParam();
@@ -70,8 +71,8 @@ public:
     /// handler it only stops the worker, which cannot outlive itself.
     static void Destroy();
 
-    /// Starts the worker thread.
-    /// @return 1 when it runs, 0 (and a log record) when it could not be started
+    /// Starts the worker thread. Creates the log with it, so set `_APP_LOG_DIR` first.
+    /// @return 1 when it runs, also when it did before, 0 (and a log record) when it could not be started
     int Init();
 
     /// Stops the worker as `ExitThreads` does and forgets all handlers.
@@ -127,6 +128,7 @@ private:
     std::map<int, std::list<LightEventHandler*>> m_mapHandlers;
     std::atomic<bool> m_bExit;
     ACE_Thread_Mutex m_waitMutex;  ///< One thread at a time joins the worker.
+    std::atomic<bool> m_bStarted;  ///< There may be a worker to join.
 };
 
 }  // namespace NS_BUNDLEMGR1

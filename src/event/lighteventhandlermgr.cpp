@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <memory>
-#include <mutex>
 #include <new>
 
 #include <cxxabi.h>
@@ -26,9 +25,24 @@ CoreLog g_log("lighteventhandlermgr");
 // The position that operators know this failure by.
 constexpr unsigned long kActivateFailedLine = 73;
 
-// Serialises Destroy calls. Not the static-object lock: Destroy waits for the
-// worker, whose handlers may need that one for their first log record.
-std::mutex g_destroyMutex;
+// Claimed by the one Destroy that is under way. No mutex: Destroy waits for the worker
+// before it takes the static-object lock, which its caller may hold already.
+std::atomic<bool> g_isDestroying{false};
+
+class DestroyClaim {
+public:
+    DestroyClaim() : m_isMine(!g_isDestroying.exchange(true)) {}
+    ~DestroyClaim() {
+        if (m_isMine) g_isDestroying.store(false);
+    }
+    DestroyClaim(const DestroyClaim&) = delete;
+    DestroyClaim& operator=(const DestroyClaim&) = delete;
+
+    bool IsMine() const { return m_isMine; }
+
+private:
+    const bool m_isMine;
+};
 
 // The event manager whose worker the current thread is.
 thread_local const LightEventMgr* t_workerOf = nullptr;
@@ -83,7 +97,8 @@ void LightEventMgr::Destroy() {
         return;
     }
 
-    const std::lock_guard<std::mutex> onlyOne(g_destroyMutex);
+    const DestroyClaim claim;
+    if (!claim.IsMine()) return;
     LightEventMgr* const doomed = m_pInstance.load(std::memory_order_acquire);
     if (doomed == nullptr) return;
     doomed->ExitThreads();
@@ -95,7 +110,7 @@ void LightEventMgr::Destroy() {
 
 // Everything that posting and waiting need from ACE under its static-object lock is
 // created here, since an event may be posted under a lock that comes later in order.
-LightEventMgr::LightEventMgr() : ACE_Task<ACE_MT_SYNCH>(ACE_Thread_Manager::instance()), m_bExit(false) {
+LightEventMgr::LightEventMgr() : ACE_Task<ACE_MT_SYNCH>(ACE_Thread_Manager::instance()), m_bExit(false), m_bStarted(false) {
     ACE_Allocator::instance();
 }
 
@@ -108,6 +123,7 @@ int LightEventMgr::Init() {
     // the static-object lock, under which the log is created.
     g_log.Prepare();
 
+    m_bStarted.store(true);
     // An answer of 1 says that the worker runs already.
     const int result = activate(THR_NEW_LWP | THR_JOINABLE, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, -1);
     if (result != -1) return 1;
@@ -128,9 +144,12 @@ void LightEventMgr::ExitThreads() {
     msg_queue()->close();
     if (t_workerOf == this) return;
 
-    // Two threads that wait at once would both join the worker.
+    // Two threads that wait at once would both join the worker. Nobody to wait for, no
+    // look at ACE's thread manager: the host may have finalised ACE already.
     ACE_Guard<ACE_Thread_Mutex> onlyOne(m_waitMutex);
+    if (!m_bStarted.load()) return;
     wait();
+    m_bStarted.store(false);
 }
 
 int LightEventMgr::RegisterHandler(const int& eventId, LightEventHandler* handler) {
