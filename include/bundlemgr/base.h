@@ -170,7 +170,7 @@ ZO_EXPORT bool GetKeyAndValFrmStr(std::string& value, const std::string& line, c
 
 /// Set by the host before `BundleMgr::WaitAllBundlesThreadExit` when the CORBA side
 /// is already gone; shortens that call's pause from 7 to 5 seconds.
-ZO_EXPORT extern std::atomic<bool> g_isUnloadingCorba;
+ZO_EXPORT extern bool g_isUnloadingCorba;
 
 /// Kept for callers in the field; does nothing.
 ZO_EXPORT void InitCorbaData();
@@ -272,7 +272,7 @@ private:
     std::string m_strNotifyServiceHostIP;
     std::string m_strNotifyServiceHostName;
     ACE_Thread_Mutex m_mutex;  ///< Taken by the two item getters.
-    bool m_bLvsMode;
+    std::atomic<bool> m_bLvsMode;
 };
 
 /// @name Code sets

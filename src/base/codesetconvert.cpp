@@ -7,7 +7,6 @@
 #include <mutex>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 #include <ace/OS_NS_stdio.h>
 
@@ -40,7 +39,7 @@ void ReplaceCharacter(unsigned int, void (*write)(const char*, std::size_t, void
 
 /// @return an open handle that replaces what it cannot convert, or `NoIconv()`
 libiconv_t OpenHandle(const std::string& from, const std::string& to) {
-    const libiconv_t handle = libiconv_open(to.c_str(), from.c_str());
+    libiconv_t handle = libiconv_open(to.c_str(), from.c_str());
     if (handle == NoIconv()) return handle;
     iconv_fallbacks fallbacks = {ReplaceEachByte, ReplaceCharacter, nullptr, nullptr, nullptr};
     libiconvctl(handle, ICONV_SET_FALLBACKS, &fallbacks);
@@ -49,25 +48,50 @@ libiconv_t OpenHandle(const std::string& from, const std::string& to) {
 
 // ---- Directions and their handles ----
 
-/// The open handles of one pair of sets. A handle that changes while it converts is
-/// lent to one thread at a time. The one given back last is lent first, so a single
-/// thread always has the same one and its shift state goes on from call to call.
+constexpr std::size_t kPlaces = 32;
+constexpr std::size_t kCacheLine = 64;
+
+/// Where a thread looks for a handle first; threads that run at once mostly differ.
+std::size_t HomePlace() {
+    static std::atomic<std::size_t> next{0};
+    thread_local const std::size_t home = next.fetch_add(1, std::memory_order_relaxed) % kPlaces;
+    return home;
+}
+
+/// The open handles of one pair of sets.
 ///
-/// Directions and handles are kept until the process ends, static destructors included.
+/// A handle that changes while it converts is lent to one thread at a time. Each thread
+/// leaves the one it had in its own place and takes it from there the next time, so that
+/// threads do not queue for a lock, nor pass a cache line to and fro. A thread without
+/// one looks for an idle one in the other places before it opens one more: a single
+/// thread always has the same, whose shift state goes on from call to call.
+///
+/// Once published it is kept until the process ends, static destructors included.
 class Direction {
 public:
     Direction(std::string from, std::string to) : m_from(std::move(from)), m_to(std::move(to)) {}
 
+    /// Only for one that is not published, because another thread's came first.
+    ~Direction() {
+        if (m_shared != nullptr) libiconv_close(m_shared);
+        for (const Place& place : m_places) {
+            libiconv_t idle = place.idle.load(std::memory_order_relaxed);
+            if (idle != nullptr) libiconv_close(idle);
+        }
+    }
+
+    Direction(const Direction&) = delete;
+    Direction& operator=(const Direction&) = delete;
+
     /// Opens the first handle; called before the direction is published.
     /// @return whether the sets are known
     bool Open() {
-        m_idle.reserve(1);
-        const libiconv_t handle = OpenHandle(m_from, m_to);
+        libiconv_t handle = OpenHandle(m_from, m_to);
         if (handle == NoIconv()) return false;
         if (IsSharableIconv(handle)) {
             m_shared = handle;
         } else {
-            m_idle.push_back(handle);
+            GiveBack(handle);
         }
         return true;
     }
@@ -76,35 +100,40 @@ public:
 
     /// @return a handle to be given back, or `NoIconv()` when one more cannot be opened
     libiconv_t Take() {
-        if (m_shared != NoIconv()) return m_shared;
-        {
-            const std::lock_guard<std::mutex> guard(m_idleMutex);
-            if (!m_idle.empty()) {
-                const libiconv_t handle = m_idle.back();
-                m_idle.pop_back();
-                return handle;
-            }
-            // Giving back must not fail.
-            m_idle.reserve(++m_opened);
+        if (m_shared != nullptr) return m_shared;
+        const std::size_t home = HomePlace();
+        for (std::size_t i = 0; i < kPlaces; ++i) {
+            std::atomic<libiconv_t>& idle = m_places[(home + i) % kPlaces].idle;
+            if (idle.load(std::memory_order_relaxed) == nullptr) continue;
+            libiconv_t handle = idle.exchange(nullptr, std::memory_order_acquire);
+            if (handle != nullptr) return handle;
         }
         return OpenHandle(m_from, m_to);
     }
 
     void GiveBack(libiconv_t handle) {
         if (handle == m_shared) return;
-        const std::lock_guard<std::mutex> guard(m_idleMutex);
-        m_idle.push_back(handle);
+        const std::size_t home = HomePlace();
+        for (std::size_t i = 0; i < kPlaces; ++i) {
+            std::atomic<libiconv_t>& idle = m_places[(home + i) % kPlaces].idle;
+            libiconv_t none = nullptr;
+            if (idle.load(std::memory_order_relaxed) != nullptr) continue;
+            if (idle.compare_exchange_strong(none, handle, std::memory_order_release)) return;
+        }
+        libiconv_close(handle);  // more than are ever needed at once
     }
 
     Direction* m_next = nullptr;  ///< In its bucket; set before the direction is published.
 
 private:
+    struct alignas(kCacheLine) Place {
+        std::atomic<libiconv_t> idle{nullptr};
+    };
+
     const std::string m_from;
     const std::string m_to;
-    libiconv_t m_shared = NoIconv();  ///< Serves all threads at once, where a handle can.
-    std::mutex m_idleMutex;           ///< Guards what follows; held for a few instructions only.
-    std::vector<libiconv_t> m_idle;
-    std::size_t m_opened = 1;
+    libiconv_t m_shared = nullptr;  ///< Serves all threads at once, where a handle can.
+    Place m_places[kPlaces];
 };
 
 /// Gives a handle back when a conversion ends, also by an exception.
@@ -117,7 +146,7 @@ public:
 
 private:
     Direction& m_direction;
-    const libiconv_t m_handle;
+    libiconv_t m_handle;
 };
 
 // The cache of directions: a hash table whose lists only grow, so that looking one up
@@ -125,7 +154,7 @@ private:
 // constructors and destructors, too.
 constexpr std::size_t kBuckets = 64;
 std::atomic<Direction*> g_cache[kBuckets];
-std::mutex g_cacheMutex;  // Taken to open and insert.
+std::mutex g_cacheMutex;  // Taken to insert.
 
 std::atomic<Direction*>& BucketOf(std::string_view from, std::string_view to) {
     const std::hash<std::string_view> hash;
@@ -138,18 +167,21 @@ Direction* Search(const std::atomic<Direction*>& bucket, std::string_view from, 
     return direction;
 }
 
-/// @return null when the sets cannot be opened. Reporting that is the caller's, now
-///         that the mutex is free: the record's time stamp is converted here, too.
+/// @return null when the sets cannot be opened. Reporting that is the caller's, who
+///         holds no lock: the record's time stamp is converted here, too.
 Direction* FindOrOpen(const std::string& from, const std::string& to) {
     std::atomic<Direction*>& bucket = BucketOf(from, to);
     Direction* const known = Search(bucket, from, to);
     if (known != nullptr) return known;
 
+    // Opened outside the mutex: opening may load a library, and so wait for a thread that
+    // loads another one, whose static constructors convert.
+    auto direction = std::make_unique<Direction>(from, to);
+    if (!direction->Open()) return nullptr;
+
     const std::lock_guard<std::mutex> guard(g_cacheMutex);
     Direction* const opened = Search(bucket, from, to);
     if (opened != nullptr) return opened;
-    auto direction = std::make_unique<Direction>(from, to);
-    if (!direction->Open()) return nullptr;
     direction->m_next = bucket.load(std::memory_order_relaxed);
     bucket.store(direction.get(), std::memory_order_release);
     return direction.release();
@@ -263,7 +295,7 @@ bool CodeSetConvert(const std::string& from, const std::string& to, const std::s
     }
     if (to == kUnknownCharset || from == kUnknownCharset) return true;
     Direction* const direction = FindOrOpen(from, to);
-    const libiconv_t handle = direction != nullptr ? direction->Take() : NoIconv();
+    libiconv_t handle = direction != nullptr ? direction->Take() : NoIconv();
     if (handle == NoIconv()) {
         ReportFailedOpen(from, to);
         return false;

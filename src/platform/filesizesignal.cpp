@@ -23,21 +23,24 @@ sigset_t FileSizeSignal() {
 
 }  // namespace
 
-FileSizeSignalBlock::FileSizeSignalBlock() : m_bBlocked(false) {
+FileSizeSignalBlock::FileSizeSignalBlock() : m_bUnblock(false), m_bDiscard(false) {
     if (!IsFileSizeLimited()) return;
     const sigset_t signals = FileSizeSignal();
-    sigset_t before;
-    if (pthread_sigmask(SIG_BLOCK, &signals, &before) != 0) return;
-    m_bBlocked = sigismember(&before, SIGXFSZ) == 0;
+    sigset_t blocked;
+    if (pthread_sigmask(SIG_BLOCK, &signals, &blocked) != 0) return;
+    sigset_t pending;
+    sigemptyset(&pending);
+    sigpending(&pending);
+    m_bUnblock = sigismember(&blocked, SIGXFSZ) == 0;
+    m_bDiscard = sigismember(&pending, SIGXFSZ) == 0;
 }
 
 FileSizeSignalBlock::~FileSizeSignalBlock() {
-    if (!m_bBlocked) return;
     const sigset_t signals = FileSizeSignal();
     const timespec atOnce{};
-    while (sigtimedwait(&signals, nullptr, &atOnce) == SIGXFSZ) {
+    while (m_bDiscard && sigtimedwait(&signals, nullptr, &atOnce) == SIGXFSZ) {
     }
-    pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+    if (m_bUnblock) pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
 }  // namespace NS_BUNDLEMGR1

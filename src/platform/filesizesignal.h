@@ -16,7 +16,8 @@ public:
     FileSizeSignalBlock& operator=(const FileSizeSignalBlock&) = delete;
 
 private:
-    bool m_bBlocked;  // blocked here, so to be unblocked here
+    bool m_bUnblock;  // was not blocked before
+    bool m_bDiscard;  // was not pending before
 };
 
 }  // namespace NS_BUNDLEMGR1

@@ -19,6 +19,8 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <type_traits>
+#include <utility>
 
 #include <iconv.h>
 
@@ -134,16 +136,30 @@ public:
             out[0] = static_cast<unsigned char>(codePoint);
             return 1;
         }
-        if (!IsCodePoint(codePoint)) return kUnrepresentable;
-        const std::size_t length = codePoint < 0x800 ? 2 : codePoint < 0x10000 ? 3 : 4;
-        if (room < length) return kNoRoom;
-        for (std::size_t i = length - 1; i > 0; --i) {
-            out[i] = static_cast<unsigned char>(0x80 | (codePoint & 0x3F));
-            codePoint >>= 6;
+        if (codePoint < 0x800) {
+            if (room < 2) return kNoRoom;
+            out[0] = static_cast<unsigned char>(0xC0 | codePoint >> 6);
+            out[1] = Continuation(codePoint);
+            return 2;
         }
-        out[0] = static_cast<unsigned char>((0xF00u >> length & 0xFF) | codePoint);
-        return static_cast<std::ptrdiff_t>(length);
+        if (!IsCodePoint(codePoint)) return kUnrepresentable;
+        if (codePoint < 0x10000) {
+            if (room < 3) return kNoRoom;
+            out[0] = static_cast<unsigned char>(0xE0 | codePoint >> 12);
+            out[1] = Continuation(codePoint >> 6);
+            out[2] = Continuation(codePoint);
+            return 3;
+        }
+        if (room < 4) return kNoRoom;
+        out[0] = static_cast<unsigned char>(0xF0 | codePoint >> 18);
+        out[1] = Continuation(codePoint >> 12);
+        out[2] = Continuation(codePoint >> 6);
+        out[3] = Continuation(codePoint);
+        return 4;
     }
+
+private:
+    static unsigned char Continuation(std::uint32_t bits) { return static_cast<unsigned char>(0x80 | (bits & 0x3F)); }
 };
 
 // ---- UTF-16 and UTF-32 ----
@@ -259,7 +275,7 @@ public:
     void Reset() { iconv(m_handle, nullptr, nullptr, nullptr, nullptr); }
 
 private:
-    const iconv_t m_handle;
+    void* const m_handle;
 };
 
 class CLibraryDecoder final : public Decoder {
@@ -501,17 +517,22 @@ std::unique_ptr<Encoder> MakeEncoder(const CharsetName& name) {
 // ---- The conversion ----
 
 struct Input {
-    const unsigned char* next;
-    std::size_t left;
+    const unsigned char* next = nullptr;
+    std::size_t left = 0;
+
+    void Advance(std::size_t read) {
+        next += read;
+        left -= read;
+    }
 };
 
 struct Output {
-    unsigned char* next;
-    std::size_t room;
+    unsigned char* next = nullptr;
+    std::size_t room = 0;
 
-    void Advance(std::ptrdiff_t written) {
+    void Advance(std::size_t written) {
         next += written;
-        room -= static_cast<std::size_t>(written);
+        room -= written;
     }
 };
 
@@ -531,7 +552,7 @@ void WriteBytes(const char* bytes, std::size_t count, void* arg) {
         return;
     }
     std::memcpy(replacement.out.next, bytes, count);
-    replacement.out.Advance(static_cast<std::ptrdiff_t>(count));
+    replacement.out.Advance(count);
 }
 
 // For a code point that the target lacks. Returns an error number, as all below.
@@ -548,7 +569,7 @@ int ReplaceCodePoint(Encoder& encoder, const iconv_fallbacks& fallbacks, std::ui
     }
     const std::ptrdiff_t written = encoder.Put(0xFFFD, out.next, out.room);
     if (written < 0) return written == kNoRoom ? E2BIG : EILSEQ;
-    out.Advance(written);
+    out.Advance(static_cast<std::size_t>(written));
     return 0;
 }
 
@@ -559,7 +580,7 @@ int PutCodePoint(E& encoder, const iconv_fallbacks& fallbacks, std::uint32_t cod
     const std::ptrdiff_t written = encoder.Put(codePoint, out.next, out.room);
     if (written == kUnrepresentable) return ReplaceCodePoint(encoder, fallbacks, codePoint, out, replaced);
     if (written == kNoRoom) return E2BIG;
-    out.Advance(written);
+    out.Advance(static_cast<std::size_t>(written));
     return 0;
 }
 
@@ -584,13 +605,35 @@ int ReplaceInput(Encoder& encoder, const iconv_fallbacks& fallbacks, const unsig
     return 0;
 }
 
+// Converts up to the first character that takes more than reading and writing it. The
+// codecs have no state, so that one may be read once more. The copies stay in registers,
+// where the bytes written cannot be suspected of changing them.
+template <class D, class E>
+void ConvertSound(D& decoder, E& encoder, Input& input, Output& output) {
+    Input in = input;
+    Output out = output;
+    while (in.left > 0 && out.room > 0) {
+        const Decoded decoded = decoder.Next(in.next, in.left);
+        if (decoded.kind != Decoded::kCharacter) break;
+        const std::ptrdiff_t written = encoder.Put(decoded.codePoint, out.next, out.room);
+        if (written < 0) break;
+        in.Advance(decoded.length);
+        out.Advance(static_cast<std::size_t>(written));
+    }
+    input = in;
+    output = out;
+}
+
 // With concrete codecs their calls are inlined; with the abstract ones it serves any.
 template <class D, class E>
 int Convert(Decoder& anyDecoder, Encoder& anyEncoder, const iconv_fallbacks& fallbacks, Input& in, Output& out,
             std::size_t& replaced) {
+    constexpr bool kConcrete = !std::is_same_v<D, Decoder>;
     auto& decoder = static_cast<D&>(anyDecoder);
     auto& encoder = static_cast<E&>(anyEncoder);
-    while (in.left > 0) {
+    while (true) {
+        if constexpr (kConcrete) ConvertSound(decoder, encoder, in, out);
+        if (in.left == 0) return 0;
         const Decoded decoded = decoder.Next(in.next, in.left);
         int error = 0;
         switch (decoded.kind) {
@@ -607,10 +650,8 @@ int Convert(Decoder& anyDecoder, Encoder& anyEncoder, const iconv_fallbacks& fal
                 break;
         }
         if (error != 0) return error;
-        in.next += decoded.length;
-        in.left -= decoded.length;
+        in.Advance(decoded.length);
     }
-    return 0;
 }
 
 using ConvertFunction = decltype(&Convert<Decoder, Encoder>);

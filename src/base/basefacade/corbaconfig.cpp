@@ -17,7 +17,7 @@
 
 namespace NS_BUNDLEMGR1 {
 
-std::atomic<bool> g_isUnloadingCorba{false};
+bool g_isUnloadingCorba = false;
 
 std::atomic<CorbaConfigItems*> CorbaConfigItems::m_pInstance{nullptr};
 
@@ -59,6 +59,12 @@ bool ParseJson(const std::string& document, Value& root) {
     return reader.parse(document.data(), document.data() + document.size(), root, keepComments);
 }
 
+// A string stands in a document as it is, unless there are escapes in it. Asked first,
+// because parsing takes up to fifty times the document's size in memory.
+bool MayHoldString(const std::string& document, const std::string& text) {
+    return document.find('\\') != std::string::npos || document.find('"' + text + '"') != std::string::npos;
+}
+
 // The library's look-ups throw on a value of another kind.
 const Value& Member(const Value& value, const char* name) {
     return value.isObject() ? value[name] : Value::nullSingleton();
@@ -87,7 +93,8 @@ bool IsInNodeList(const std::string& file, const std::string& address) {
     try {
         std::string document;
         Value root;
-        return ReadWholeFile(file, document) && ParseJson(document, root) && AnyNodeHasAddress(root, address);
+        return ReadWholeFile(file, document) && MayHoldString(document, address) && ParseJson(document, root) &&
+               AnyNodeHasAddress(root, address);
     } catch (const std::exception&) {
         // Too deeply nested, or too large for the memory at hand.
         return false;
@@ -235,6 +242,8 @@ bool CorbaConfigItems::GetStrItemInfo(const std::string& name, std::string& valu
 }
 
 bool CorbaConfigItems::SetStrItemInfo(const std::string& name, const std::string& value) {
+    // The caller keeps other readers away, but not a first log record, see PeekStrItem.
+    ACE_GUARD_RETURN(ACE_Thread_Mutex, guard, m_mutex, true);
     for (NameValueStru& item : m_vecCorbaItems) {
         if (item.name == name) item.value = value;
     }
