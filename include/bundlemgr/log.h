@@ -173,7 +173,8 @@ class LogFile;
 class ZO_EXPORT LogProxyDebugInfoBufMgr {
 public:
     /// @return the one buffer, created on the first call with the log directory of
-    ///         that moment (`GetNBILogPath`)
+    ///         that moment (`GetNBILogPath`); null only when ACE's static-object lock
+    ///         cannot be taken
     static LogProxyDebugInfoBufMgr* Instance();
 
     /// Writes the waiting records, closes the file (an empty one is removed) and

@@ -7,7 +7,7 @@
 #include "bundlemgr/log.h"
 #include "log/logfile.h"
 #include "log/recordstamp.h"
-#include "platform/filesizesignal.h"
+#include "log/writingscope.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -18,21 +18,6 @@ constexpr std::uint64_t kMaxFileBytes = 20971520;  // 20 MiB
 constexpr std::uint64_t kMaxFiles = 100;
 constexpr std::size_t kOutputCapacity = 8192;   // records
 constexpr std::size_t kFilteredCapacity = 128;  // records
-
-// Writing converts time stamps, which may log in its turn; such a record must not
-// come back for the locks that its writer holds.
-thread_local bool t_isWriting = false;
-
-class WritingScope {
-public:
-    WritingScope() { t_isWriting = true; }
-    ~WritingScope() { t_isWriting = false; }
-    WritingScope(const WritingScope&) = delete;
-    WritingScope& operator=(const WritingScope&) = delete;
-
-private:
-    FileSizeSignalBlock m_signalBlock;
-};
 
 }  // namespace
 
@@ -74,7 +59,7 @@ bool LogProxyDebugInfoBufMgr::SetOutputMode(const int& mode) {
 }
 
 void LogProxyDebugInfoBufMgr::AppendOutputInfo(const DebugInfo& info) {
-    if (t_isWriting) {
+    if (WritingScope::IsActive()) {
         KeepForNextBatch(info);
         return;
     }
@@ -97,7 +82,7 @@ void LogProxyDebugInfoBufMgr::AppendOutputInfo(const DebugInfo& info) {
 }
 
 void LogProxyDebugInfoBufMgr::AppendFiltered(const DebugInfo& info) {
-    if (t_isWriting) return;  // its level is switched off, and the lock may be ours
+    if (WritingScope::IsActive()) return;  // its level is switched off, and the lock may be ours
     Records record(1, info);
     ACE_Guard<ACE_Thread_Mutex> guard(m_listMutex);
     m_listFiltered.splice(m_listFiltered.end(), record);
@@ -105,7 +90,7 @@ void LogProxyDebugInfoBufMgr::AppendFiltered(const DebugInfo& info) {
 }
 
 void LogProxyDebugInfoBufMgr::Output() {
-    if (t_isWriting) return;
+    if (WritingScope::IsActive()) return;
     Records batch;
     {
         ACE_Guard<ACE_Thread_Mutex> guard(m_listMutex);

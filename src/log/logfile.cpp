@@ -49,6 +49,7 @@ LogFile::LogFile(const std::string& directory, const std::string& prefix, std::u
       m_strPrefix(prefix),
       m_strDirectory(WithoutTrailingSeparator(directory)),
       m_nFlushed(0),
+      m_bGaveUp(false),
       m_streamBuffer(kStreamBufferSize) {}
 
 LogFile::~LogFile() {
@@ -105,12 +106,11 @@ void LogFile::Open(const std::string& path) {
 void LogFile::WriteRecord(const DebugInfo& info) {
     ++m_nSequence;
     if (m_pStream == nullptr) return;
-    const std::string timeStamp = GetZoneTimeStamp(info.time);
+    const std::string& timeStamp = m_timeStamps.Get(info.time);
     const unsigned long sequence = m_nSequence;
     const int written = ACE_OS::fprintf(
-        m_pStream,
-        "<%lu>\n%s, %s, Level = %d, Bundle = %s, Service = %s \nfilename = %s, lineno = %lu\n%s\n</%lu>\n\n", sequence,
-        timeStamp.c_str(), info.thread.c_str(), info.level, info.bundle.c_str(), info.service.c_str(),
+        m_pStream, "<%lu>\n%s, %s, Level = %d, Bundle = %s, Service = %s \nfilename = %s, lineno = %lu\n%s\n</%lu>\n\n",
+        sequence, timeStamp.c_str(), info.thread.c_str(), info.level, info.bundle.c_str(), info.service.c_str(),
         info.file.c_str(), info.line, info.text.c_str(), sequence);
     if (written <= 0) {
         GiveUpUnwritten();
@@ -123,16 +123,21 @@ void LogFile::WriteRecord(const DebugInfo& info) {
 }
 
 void LogFile::Flush() {
-    if (m_pStream == nullptr) return;
-    if (std::fflush(m_pStream) == 0) {
-        m_nFlushed = m_nBytes;
-        m_vecUnflushedEnds.clear();
-        return;
+    if (m_pStream != nullptr && !FlushStream()) Close();
+    m_bGaveUp = false;
+}
+
+// False where the file is better closed. The next one is opened with the next record,
+// not here: while the disk is full it would stay behind empty, as would the one that
+// a failed record was followed by.
+bool LogFile::FlushStream() {
+    if (std::fflush(m_pStream) != 0) {
+        GiveUpUnwritten();
+        return false;
     }
-    // The next file is opened with the next record, not here: while the disk is full
-    // it would stay behind empty.
-    GiveUpUnwritten();
-    Close();
+    m_nFlushed = m_nBytes;
+    m_vecUnflushedEnds.clear();
+    return m_nBytes > 0 || !m_bGaveUp;
 }
 
 void LogFile::Close() {
@@ -155,9 +160,11 @@ void LogFile::GiveUpUnwritten() {
     m_nBytes = beyond == m_vecUnflushedEnds.begin() ? m_nFlushed : *(beyond - 1);
     m_nFlushed = m_nBytes;
     m_vecUnflushedEnds.clear();
-    // Half a record that cannot be cut off is no reason to stop.
-    if (ftruncate(fileno(m_pStream), static_cast<off_t>(m_nBytes)) != 0) std::clearerr(m_pStream);
+    // Where half a record cannot be cut off, it stays.
+    [[maybe_unused]] const bool isCut =
+        onDisk <= m_nBytes || ftruncate(fileno(m_pStream), static_cast<off_t>(m_nBytes)) == 0;
     if (m_nBytes > 0) m_strContinuePath = m_strPath;
+    m_bGaveUp = true;
 }
 
 void LogFile::Forget() {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "bundlemgr/log.h"
+#include "log/recordstamp.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -52,13 +53,14 @@ private:
     std::string NextPath() const;
     void CreateDirectory() const;
     void Open(const std::string& path);
+    bool FlushStream();
     void GiveUpUnwritten();
     void Forget();
 
     std::FILE* m_pStream;
     std::uint64_t m_nBytes;  // written to the current file
     const std::uint64_t m_nMaxBytes;
-    const std::uint64_t m_nMaxFiles;
+    [[maybe_unused]] const std::uint64_t m_nMaxFiles;
     std::uint64_t m_nSequence;  // of the latest record, over all files
     const std::string m_strPrefix;
     const std::string m_strDirectory;
@@ -68,10 +70,12 @@ private:
     // whole: one of these ends, or what an earlier flush made safe.
     std::vector<std::uint64_t> m_vecUnflushedEnds;
     std::uint64_t m_nFlushed;
+    bool m_bGaveUp;  // on a record since the last flush
     // A file that failed with records in it: opened again in the same second, it is
     // continued, where a full one would be overwritten.
     std::string m_strContinuePath;
     std::vector<char> m_streamBuffer;
+    TimeStampCache m_timeStamps;
 };
 
 }  // namespace NS_BUNDLEMGR1

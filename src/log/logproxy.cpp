@@ -3,8 +3,19 @@
 #include <ace/OS_NS_stdio.h>
 
 #include "bundlemgr/bundlemgr.h"
+#include "log/writingscope.h"
 
 namespace NS_BUNDLEMGR1 {
+
+namespace {
+
+// Knows the manager without creating one.
+class ExistingBundleMgr : public BundleMgr {
+public:
+    static bool IsThere() { return m_pInstance.load(std::memory_order_acquire) != nullptr; }
+};
+
+}  // namespace
 
 LogProxy::~LogProxy() = default;
 
@@ -64,6 +75,11 @@ LogProxy* CoreLog::Proxy() {
 }
 
 LogProxy* CoreLog::FetchProxy() {
+    // Creating the manager would take ACE's static-object lock after those of the log.
+    if (WritingScope::IsActive() && !ExistingBundleMgr::IsThere()) {
+        static LogProxy* const s_meanwhile = new DefaultLogProxy;
+        return s_meanwhile;
+    }
     BundleMgr* const bundleMgr = BundleMgr::Instance();
     LogProxyMgr* const logProxyMgr = bundleMgr != nullptr ? bundleMgr->GetLogProxyMgr() : nullptr;
     LogProxy* const proxy = logProxyMgr != nullptr ? logProxyMgr->GetLogProxy("BundleMgrCore") : nullptr;

@@ -35,10 +35,12 @@ LogProxyImpl::~LogProxyImpl() = default;
 void LogProxyImpl::Write(int level, const char* text) {
     const DebugInfo info = MakeRecord(IsValidLevel(level) ? level : LOG_LEVEL_INFO, text != nullptr ? text : "");
     if (m_bEcho) ACE_OS::printf("%s", info.text.c_str());
+    LogProxyDebugInfoBufMgr* const buffer = LogProxyDebugInfoBufMgr::Instance();
+    if (buffer == nullptr) return;
     if (IsLevelEnabled(info.level)) {
-        LogProxyDebugInfoBufMgr::Instance()->AppendOutputInfo(info);
+        buffer->AppendOutputInfo(info);
     } else {
-        LogProxyDebugInfoBufMgr::Instance()->AppendFiltered(info);
+        buffer->AppendFiltered(info);
     }
 }
 
@@ -115,11 +117,13 @@ bool LogProxyImpl::EnableAllLevels() {
 }
 
 void LogProxyImpl::FlushDebugInfo() {
-    LogProxyDebugInfoBufMgr::Instance()->Output();
+    LogProxyDebugInfoBufMgr* const buffer = LogProxyDebugInfoBufMgr::Instance();
+    if (buffer != nullptr) buffer->Output();
 }
 
 bool LogProxyImpl::SetDebugOutputMode(int mode) {
-    return LogProxyDebugInfoBufMgr::Instance()->SetOutputMode(mode);
+    LogProxyDebugInfoBufMgr* const buffer = LogProxyDebugInfoBufMgr::Instance();
+    return buffer != nullptr && buffer->SetOutputMode(mode);
 }
 
 void LogProxyImpl::SetPosition(const char* file, unsigned long line) {

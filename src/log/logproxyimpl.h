@@ -43,7 +43,7 @@ private:
     void Format(char* buffer, const char* format, va_list args);
 
     const std::string m_strName;
-    std::string m_strBundleName;   // guarded by m_positionMutex, like the three below
+    std::string m_strBundleName;  // guarded by m_positionMutex, like the three below
     std::string m_strServiceName;
     std::string m_strFileName;
     unsigned long m_nLine;

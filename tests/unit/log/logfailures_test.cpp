@@ -1,0 +1,537 @@
+// The log when calls of the system fail, and when writing a record gives birth to others.
+//
+// This program's own functions come before the C library's, for ACE, too. They pass
+// every call on until a test tells them otherwise.
+#include <dlfcn.h>
+#include <pthread.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <thread>
+
+#include <gmock/gmock.h>
+
+#include <ace/Recursive_Thread_Mutex.h>
+#include <ace/Static_Object_Lock.h>
+
+#include "log/logfile.h"
+#include "log/logproxy.h"
+#include "log/logproxyimpl.h"
+#include "logtest.h"
+#include "support/capture.h"
+#include "support/wait.h"
+#include "testclock.h"
+
+namespace {
+
+/// A function that fails when a test says so, and how often it did.
+struct Fault {
+    std::atomic<int> next{0};  ///< How many of the next calls fail.
+    std::atomic<int> failed{0};
+
+    bool Strikes() {
+        if (next == 0) return false;
+        --next;
+        ++failed;
+        return true;
+    }
+};
+
+Fault g_open;
+Fault g_flush;
+Fault g_print;
+Fault g_truncate;
+std::atomic<int> g_printResult{-1};
+std::atomic<pthread_mutex_t*> g_brokenMutex{nullptr};
+std::atomic<int> g_mutexRefused{0};
+
+// Called for each time stamp of a record, unless it is called already.
+std::function<void()> g_onTimeStamp;
+thread_local int t_timeStampDepth = 0;
+std::atomic<int> g_deepestTimeStamp{0};
+
+bool IsLogFile(std::FILE* stream) {
+    return stream != nullptr && stream != stdout && stream != stderr;
+}
+
+template <class Function>
+Function Next(const char* name) {
+    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+#define ZO_REPLACES __attribute__((visibility("default")))
+
+extern "C" {
+
+ZO_REPLACES std::FILE* fopen(const char* path, const char* mode) {
+    if (std::strstr(path, "_sys_") != nullptr && g_open.Strikes()) {
+        errno = EMFILE;
+        return nullptr;
+    }
+    static const auto next = Next<std::FILE* (*)(const char*, const char*)>("fopen");
+    return next(path, mode);
+}
+
+ZO_REPLACES int fflush(std::FILE* stream) {
+    if (IsLogFile(stream) && g_flush.Strikes()) {
+        errno = ENOSPC;
+        return EOF;
+    }
+    static const auto next = Next<int (*)(std::FILE*)>("fflush");
+    return next(stream);
+}
+
+ZO_REPLACES int ftruncate(int fd, off_t length) noexcept {
+    if (g_truncate.Strikes()) {
+        errno = EIO;
+        return -1;
+    }
+    static const auto next = Next<int (*)(int, off_t)>("ftruncate");
+    return next(fd, length);
+}
+
+// ACE's library was compiled with the checked form.
+ZO_REPLACES int __vfprintf_chk(std::FILE* stream, int flag, const char* format, va_list args) {
+    if (IsLogFile(stream) && g_print.Strikes()) return g_printResult;
+    static const auto next = Next<int (*)(std::FILE*, int, const char*, va_list)>("__vfprintf_chk");
+    return next(stream, flag, format, args);
+}
+
+ZO_REPLACES int vfprintf(std::FILE* stream, const char* format, va_list args) {
+    if (IsLogFile(stream) && g_print.Strikes()) return g_printResult;
+    static const auto next = Next<int (*)(std::FILE*, const char*, va_list)>("vfprintf");
+    return next(stream, format, args);
+}
+
+ZO_REPLACES int pthread_mutex_lock(pthread_mutex_t* mutex) {
+    if (mutex == g_brokenMutex) {
+        ++g_mutexRefused;
+        return EINVAL;
+    }
+    static std::atomic<int (*)(pthread_mutex_t*)> next{nullptr};
+    if (next == nullptr) next = Next<int (*)(pthread_mutex_t*)>("pthread_mutex_lock");
+    return next.load()(mutex);
+}
+
+// Asked for the zone's name by each time stamp.
+ZO_REPLACES size_t strftime(char* text, size_t size, const char* format, const tm* time) noexcept {
+    if (g_onTimeStamp && std::strcmp(format, "%Z") == 0) {
+        ++t_timeStampDepth;
+        if (t_timeStampDepth > g_deepestTimeStamp) g_deepestTimeStamp = t_timeStampDepth;
+        g_onTimeStamp();
+        --t_timeStampDepth;
+    }
+    static const auto next = Next<size_t (*)(char*, size_t, const char*, const tm*)>("strftime");
+    return next(text, size, format, time);
+}
+}
+
+namespace NS_BUNDLEMGR1 {
+namespace {
+
+using test::LogRecord;
+using test::MakeInfo;
+using test::ParseLog;
+using test::ReadFile;
+using test::StdoutOf;
+using test::Texts;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr char kNextFileTime[] = "20240201_000000";
+
+class LogFailuresTest : public test::LogTest {
+protected:
+    LogFailuresTest() { test::Clock::Set(test::kTheSecond, 42); }
+    ~LogFailuresTest() override {
+        for (Fault* const fault : {&g_open, &g_flush, &g_print, &g_truncate}) {
+            EXPECT_EQ(0, fault->next);  // or the test was about something else
+            fault->next = 0;
+            fault->failed = 0;
+        }
+        g_onTimeStamp = nullptr;
+        test::Clock::Reset();
+    }
+
+    static LogProxyDebugInfoBufMgr& Buffer() { return *LogProxyDebugInfoBufMgr::Instance(); }
+    static void Append(const std::string& text) { Buffer().AppendOutputInfo(MakeInfo(1, text)); }
+
+    static std::string Bytes(unsigned long sequence, const std::string& text) {
+        LogRecord record;
+        record.sequence = sequence;
+        record.level = 1;
+        record.text = text;
+        return record.Bytes();
+    }
+
+    std::string FirstFile() const { return ReadFile(FileOf(test::kTheFileTime)); }
+    std::string NextFile() const { return ReadFile(FileOf(kNextFileTime)); }
+    static void NextSecond() { test::Clock::Set(test::kTheSecond + 1, 42); }
+};
+
+// ---- Writing fails ----
+
+TEST_F(LogFailuresTest, AFailedFlushSwitchesFiles) {
+    Append("1");
+    g_flush.next = 1;
+    Append("2");
+    EXPECT_EQ(1, g_flush.failed);
+    EXPECT_EQ(Bytes(1, "1"), FirstFile());
+    NextSecond();
+    EXPECT_EQ(1U, Files().size());
+    Append("3");
+    EXPECT_EQ(Bytes(1, "1"), FirstFile());
+    EXPECT_EQ(Bytes(3, "3"), NextFile());
+}
+
+TEST_F(LogFailuresTest, AFailedFlushKeepsWhatIsThereInTheSameSecond) {
+    Append("1");
+    g_flush.next = 1;
+    Append("2");
+    Append("3");
+    g_flush.next = 1;
+    Append("4");
+    g_flush.next = 1;
+    Append("5");
+    Append("6");
+    EXPECT_EQ(3, g_flush.failed);
+    EXPECT_EQ(Bytes(1, "1") + Bytes(3, "3") + Bytes(6, "6"), FirstFile());
+}
+
+TEST_F(LogFailuresTest, NoEmptyFileStaysWhileFlushesFail) {
+    for (int i = 0; i < 3; ++i) {
+        g_flush.next = 1;
+        Append("lost");
+        EXPECT_THAT(Files(), IsEmpty());
+    }
+    Append("kept");
+    EXPECT_EQ(Bytes(4, "kept"), FirstFile());
+}
+
+TEST_F(LogFailuresTest, AFailedBatchIsNotWrittenLater) {
+    Buffer().SetOutputMode(LOG_OUTPUT_BUFFERED);
+    Append("1");
+    Append("2");
+    g_flush.next = 1;
+    Buffer().Output();
+    Append("3");
+    Buffer().Output();
+    EXPECT_EQ(Bytes(3, "3"), Log());
+}
+
+TEST_F(LogFailuresTest, AFailedFlushOfTheLastBatchLeavesNoEmptyFile) {
+    Buffer().SetOutputMode(LOG_OUTPUT_BUFFERED);
+    Append("1");
+    g_flush.next = 1;
+    LogProxyDebugInfoBufMgr::Destroy();
+    EXPECT_THAT(Files(), IsEmpty());
+}
+
+TEST_F(LogFailuresTest, AFailedPrintSwitchesFiles) {
+    for (const int result : {-1, 0}) {
+        LogFile file(m_dir.Path(), "p" + std::to_string(-result), 1000000, 100);
+        const auto path = [&](const std::string& fileTime) {
+            return m_dir /
+                   ("p" + std::to_string(-result) + "_sys_" + fileTime + "_" + std::to_string(getpid()) + ".log");
+        };
+        test::Clock::Set(test::kTheSecond, 42);
+        file.EnsureOpen();
+        file.WriteRecord(MakeInfo(1, "1"));
+        file.Flush();
+        NextSecond();
+        g_printResult = result;
+        g_print.next = 1;
+        file.WriteRecord(MakeInfo(1, "2"));
+        EXPECT_EQ("", ReadFile(path(kNextFileTime)));
+        EXPECT_TRUE(std::filesystem::exists(path(kNextFileTime)));
+        file.WriteRecord(MakeInfo(1, "3"));  // the failed one is not tried again
+        file.Flush();
+        EXPECT_EQ(Bytes(1, "1"), ReadFile(path(test::kTheFileTime)));
+        EXPECT_EQ(Bytes(3, "3"), ReadFile(path(kNextFileTime)));
+    }
+    EXPECT_EQ(2, g_print.failed);
+}
+
+TEST_F(LogFailuresTest, AFailedPrintKeepsTheFileOfTheSameSecond) {
+    Append("1");
+    g_print.next = 1;
+    Append("2");
+    EXPECT_EQ(1, g_print.failed);
+    EXPECT_EQ(Bytes(1, "1"), FirstFile());
+    Append("3");
+    EXPECT_EQ(Bytes(1, "1") + Bytes(3, "3"), FirstFile());
+}
+
+TEST_F(LogFailuresTest, AFailedPrintLeavesNoEmptyFile) {
+    Append("1");
+    NextSecond();
+    g_print.next = 1;
+    Append("2");
+    EXPECT_THAT(Files(), ElementsAre(FileOf(test::kTheFileTime)));
+    Append("3");
+    EXPECT_EQ(Bytes(3, "3"), NextFile());
+}
+
+TEST_F(LogFailuresTest, AFailedBatchHasNoEffectOnTheNextFile) {
+    Append("1");
+    NextSecond();
+    g_print.next = 1;
+    g_open.next = 1;
+    Append("2");
+    EXPECT_THAT(Files(), ElementsAre(FileOf(test::kTheFileTime)));
+    Buffer().Output();
+    EXPECT_THAT(Files(), ElementsAre(FileOf(test::kTheFileTime), FileOf(kNextFileTime)));
+}
+
+TEST_F(LogFailuresTest, ARecordThatCannotBeCutOffStopsNothing) {
+    Append("1");
+    // Half a record, and then the disk is full.
+    std::ofstream(FileOf(test::kTheFileTime), std::ios::app) << "<2>\nhalf";
+    g_flush.next = 1;
+    g_truncate.next = 1;
+    Append("2");
+    EXPECT_EQ(1, g_truncate.failed);
+    NextSecond();
+    Append("3");
+    EXPECT_EQ(Bytes(1, "1") + "<2>\nhalf", FirstFile());
+    EXPECT_EQ(Bytes(3, "3"), NextFile());
+}
+
+TEST_F(LogFailuresTest, AFileThatWasTruncatedDoesNotGrow) {
+    Append("1");
+    std::filesystem::resize_file(FileOf(test::kTheFileTime), 0);
+    g_flush.next = 1;
+    Append("2");
+    EXPECT_EQ("", FirstFile());
+    Append("3");
+    EXPECT_EQ(Bytes(3, "3"), FirstFile());
+}
+
+// ---- Opening fails ----
+
+TEST_F(LogFailuresTest, RecordsAreDroppedUntilAFileOpens) {
+    g_open.next = 2;
+    Append("1");
+    EXPECT_THAT(Files(), IsEmpty());
+    Buffer().Output();
+    Append("3");
+    EXPECT_EQ(2, g_open.failed);
+    EXPECT_EQ(Bytes(1, "3"), FirstFile());
+}
+
+TEST_F(LogFailuresTest, ARotationWithoutNextFileCountsTheRestOfTheBatch) {
+    LogFile file(m_dir.Path(), "pnbi", 1, 100);
+    const auto path = m_dir / ("pnbi_sys_" + std::string(kNextFileTime) + "_" + std::to_string(getpid()) + ".log");
+    file.EnsureOpen();
+    g_open.next = 1;
+    file.WriteRecord(MakeInfo(1, "1"));
+    file.WriteRecord(MakeInfo(1, "2"));  // finds no file
+    file.Flush();
+    NextSecond();
+    EXPECT_TRUE(file.EnsureOpen());
+    EXPECT_EQ(Bytes(1, "1"), ReadFile(m_dir / ("pnbi_sys_" + std::string(test::kTheFileTime) + "_" +
+                                               std::to_string(getpid()) + ".log")));
+    test::Clock::Set(test::kTheSecond + 2, 42);
+    file.WriteRecord(MakeInfo(1, "3"));
+    file.Close();
+    EXPECT_EQ(Bytes(3, "3"), ReadFile(path));
+}
+
+// ---- Locks fail ----
+
+class BrokenLock {
+public:
+    BrokenLock() {
+        g_mutexRefused = 0;
+        g_brokenMutex = &const_cast<pthread_mutex_t&>(
+            reinterpret_cast<const pthread_mutex_t&>(ACE_Static_Object_Lock::instance()->lock()));
+    }
+    ~BrokenLock() { g_brokenMutex = nullptr; }
+    BrokenLock(const BrokenLock&) = delete;
+    BrokenLock& operator=(const BrokenLock&) = delete;
+};
+
+TEST_F(LogFailuresTest, WithoutStaticObjectLockThereIsNoBuffer) {
+    LogProxyImpl proxy("name");
+    const BrokenLock broken;
+    EXPECT_EQ(nullptr, LogProxyDebugInfoBufMgr::Instance());
+    EXPECT_LT(0, g_mutexRefused);
+    EXPECT_EQ("echoed", StdoutOf([&] {
+                  proxy.Write(1, "echoed");
+                  proxy.DisableLevel(1);
+                  proxy.Write(1, "");
+                  proxy.FlushDebugInfo();
+              }));
+    EXPECT_FALSE(proxy.SetDebugOutputMode(LOG_OUTPUT_BUFFERED));
+}
+
+TEST_F(LogFailuresTest, WithoutStaticObjectLockTheDefaultProxyStandsIn) {
+    static CoreLog s_log("thesource");
+    const BrokenLock broken;
+    EXPECT_EQ("raw %d", StdoutOf([] { s_log.Print(1, LOG_LEVEL_ERROR, "raw %d", 1); }));
+    EXPECT_LT(0, g_mutexRefused);
+}
+
+TEST_F(LogFailuresTest, WithoutStaticObjectLockDestroyLeavesTheBuffer) {
+    LogProxyDebugInfoBufMgr* const buffer = LogProxyDebugInfoBufMgr::Instance();
+    const BrokenLock broken;
+    LogProxyDebugInfoBufMgr::Destroy();
+    EXPECT_EQ(buffer, LogProxyDebugInfoBufMgr::Instance());
+}
+
+// ---- Writing logs ----
+
+class LoggingWriteTest : public LogFailuresTest {
+protected:
+    LoggingWriteTest() : m_proxy(*BundleMgr::Instance()->GetLogProxyMgr()->GetLogProxy("name")) {
+        g_deepestTimeStamp = 0;
+        g_onTimeStamp = [this] {
+            Tick();
+            m_proxy.Printf(1, "born %d", ++m_born);
+        };
+    }
+
+    // A time stamp is made anew where the second is another one.
+    void Tick() { test::Clock::Set(test::kTheSecond + ++m_ticks); }
+    void Write(int level, const char* text) {
+        Tick();
+        m_proxy.Write(level, text);
+    }
+
+    template <class Action>
+    void Quietly(Action action) {
+        StdoutOf(action);
+    }
+
+    LogProxy& m_proxy;
+    std::atomic<int> m_ticks{0};
+    std::atomic<int> m_born{0};
+};
+
+TEST_F(LoggingWriteTest, ARecordBornWhileWritingComesWithTheNextBatch) {
+    Quietly([&] {
+        Write(1, "1");
+        EXPECT_THAT(Texts(ParseLog(Log())), ElementsAre("1"));
+        Write(1, "2");
+    });
+    EXPECT_THAT(Texts(ParseLog(Log())), ElementsAre("1", "born 1", "2"));
+    EXPECT_EQ(1, g_deepestTimeStamp);
+}
+
+TEST_F(LoggingWriteTest, OfEachBatchOneIsKept) {
+    Quietly([&] {
+        m_proxy.SetDebugOutputMode(LOG_OUTPUT_BUFFERED);
+        for (int i = 0; i < 3; ++i) Write(1, "waits");
+        m_proxy.FlushDebugInfo();
+        EXPECT_EQ(3, m_born);
+        m_proxy.FlushDebugInfo();
+        EXPECT_EQ(4, m_born);
+        m_proxy.FlushDebugInfo();
+        EXPECT_EQ(5, m_born);
+        g_onTimeStamp = nullptr;
+        m_proxy.FlushDebugInfo();
+        m_proxy.FlushDebugInfo();
+    });
+    EXPECT_THAT(Texts(ParseLog(Log())), ElementsAre("waits", "waits", "waits", "born 1", "born 4", "born 5"));
+}
+
+TEST_F(LoggingWriteTest, RecordsOfDisabledLevelsBornWhileWritingAreDropped) {
+    Quietly([&] {
+        m_proxy.DisableLevel(1);
+        Write(2, "a");
+        m_proxy.SetDebugOutputMode(LOG_OUTPUT_BUFFERED);
+        Write(0, "b");
+        g_onTimeStamp = nullptr;
+        Write(0, "c");
+    });
+    EXPECT_THAT(Texts(ParseLog(Log())), ElementsAre("a", "b", "c"));
+}
+
+TEST_F(LoggingWriteTest, MergedOutputAndTheNoticeMayLogToo) {
+    Quietly([&] {
+        m_proxy.SetDebugOutputMode(LOG_OUTPUT_BUFFERED);
+        Write(0, "critical");
+        for (int i = 0; i < 8192; ++i) Write(1, "t");
+    });
+    const std::vector<LogRecord> records = ParseLog(Log());
+    ASSERT_EQ(1U + 1U + 8192U + 1U, records.size());
+    EXPECT_EQ("born 1", records[1].text);
+    EXPECT_EQ("Debug cache is full, force output excuted.", records.back().text);
+}
+
+TEST_F(LoggingWriteTest, WritingMayFlushAndSwitchModes) {
+    g_onTimeStamp = [this] {
+        m_proxy.FlushDebugInfo();
+        m_proxy.SetDebugOutputMode(LOG_OUTPUT_IMMEDIATE);
+        Tick();
+        m_proxy.WriteText("born");
+    };
+    Quietly([&] {
+        Write(1, "1");
+        Write(1, "2");
+    });
+    EXPECT_THAT(Texts(ParseLog(Log())), ElementsAre("1", "born", "2"));
+}
+
+TEST_F(LoggingWriteTest, DestroyMayLogToo) {
+    Quietly([&] {
+        m_proxy.SetDebugOutputMode(LOG_OUTPUT_BUFFERED);
+        Write(1, "1");
+        LogProxyDebugInfoBufMgr::Destroy();
+    });
+    EXPECT_THAT(Texts(ParseLog(Log())), ElementsAre("1"));
+    EXPECT_EQ(1, m_born);
+}
+
+// Knows the bundle manager without creating one.
+class ExistingBundleMgr : public BundleMgr {
+public:
+    static bool IsThere() { return m_pInstance != nullptr; }
+};
+
+TEST_F(LoggingWriteTest, WritingCreatesNoBundleManager) {
+    static CoreLog s_log("thesource");
+    BundleMgr::Destroy();
+    g_onTimeStamp = [] { s_log.Print(1, LOG_LEVEL_ERROR, "raw %d|", 1); };
+    EXPECT_EQ("1raw %d|2raw %d|", StdoutOf([&] {
+                  Write(1, "1");
+                  Write(1, "2");
+              }));
+    EXPECT_FALSE(ExistingBundleMgr::IsThere());
+    g_onTimeStamp = nullptr;
+    EXPECT_EQ("3", StdoutOf([] { s_log.Print(1, LOG_LEVEL_ERROR, "%d", 3); }));
+    EXPECT_THAT(Texts(ParseLog(Log())), ElementsAre("1", "2", "3"));
+}
+
+TEST_F(LoggingWriteTest, ManyThreadsMayLogWhileWritingLogs) {
+    constexpr int kThreads = 4;
+    constexpr int kRecords = 200;
+    Quietly([&] {
+        std::vector<std::thread> threads;
+        for (int t = 0; t < kThreads; ++t) {
+            threads.emplace_back([&, t] {
+                for (int i = 0; i < kRecords; ++i) {
+                    Tick();
+                    m_proxy.Printf(1, "%d.%d", t, i);
+                    m_proxy.SetDebugOutputMode(i % 2);
+                }
+            });
+        }
+        for (std::thread& thread : threads) thread.join();
+        m_proxy.FlushDebugInfo();
+    });
+    int own = 0;
+    for (const LogRecord& record : ParseLog(Log())) own += record.text.find("born") == std::string::npos ? 1 : 0;
+    EXPECT_EQ(kThreads * kRecords, own);
+    EXPECT_EQ(1, g_deepestTimeStamp);
+}
+
+}  // namespace
+}  // namespace NS_BUNDLEMGR1

@@ -1,0 +1,336 @@
+#include "log/logproxy.h"
+
+#include <deque>
+#include <new>
+#include <thread>
+#include <type_traits>
+#include <utility>
+
+#include <gmock/gmock.h>
+
+#include <ace/Guard_T.h>
+#include <ace/Recursive_Thread_Mutex.h>
+#include <ace/Static_Object_Lock.h>
+
+#include "logtest.h"
+#include "support/capture.h"
+
+namespace NS_BUNDLEMGR1 {
+namespace {
+
+using test::StdoutOf;
+using testing::ElementsAre;
+
+// ---- The order of the virtual operations, as a caller in another library sees it ----
+
+// Remembers which of its operations ran last.
+class RecordingProxy : public LogProxy {
+public:
+    ~RecordingProxy() override { s_called = "~"; }
+    void Write(int level, const char* text) override { Called("Write", level, text); }
+    void WriteText(const char* text) override { Called("WriteText", 0, text); }
+    void Printf(int level, const char* format, ...) override __attribute__((format(printf, 3, 4))) {
+        Called("Printf", level, format);
+    }
+    void PrintfText(const char* format, ...) override __attribute__((format(printf, 2, 3))) {
+        Called("PrintfText", 0, format);
+    }
+    bool IsLevelEnabled(int level) override { return Called("IsLevelEnabled", level); }
+    bool DisableLevel(int level) override { return Called("DisableLevel", level); }
+    bool EnableLevel(int level) override { return Called("EnableLevel", level); }
+    bool DisableAllLevels() override { return Called("DisableAllLevels"); }
+    bool EnableAllLevels() override { return Called("EnableAllLevels"); }
+    void FlushDebugInfo() override { Called("FlushDebugInfo"); }
+    bool SetDebugOutputMode(int mode) override { return Called("SetDebugOutputMode", mode); }
+    void SetPosition(const char* file, unsigned long line) override {
+        Called("SetPosition", static_cast<int>(line), file);
+    }
+    void SetBundleName(const char* name) override { Called("SetBundleName", 0, name); }
+    void SetServiceName(const char* name) override { Called("SetServiceName", 0, name); }
+    std::string GetName() const override {
+        s_called = "GetName";
+        return "a name that is too long for the string object itself";
+    }
+
+    static std::string s_called;
+
+private:
+    static bool Called(const char* operation, int number = 0, const char* text = "") {
+        s_called = operation + std::string(" ") + std::to_string(number) + " " + text;
+        return true;
+    }
+};
+
+std::string RecordingProxy::s_called;
+
+// The operation in a slot of the object's table, as the 64-bit Itanium ABI lays it out.
+template <class Operation, class Object>
+Operation Slot(const Object* object, std::size_t slot) {
+    return reinterpret_cast<Operation>((*reinterpret_cast<void** const*>(object))[slot]);
+}
+
+class LogProxySlotsTest : public testing::Test {
+protected:
+    std::string Called() { return std::exchange(RecordingProxy::s_called, std::string()); }
+
+    RecordingProxy m_recording;
+    LogProxy* const m_proxy = &m_recording;
+};
+
+TEST_F(LogProxySlotsTest, DestructorsComeFirst) {
+    alignas(RecordingProxy) unsigned char place[sizeof(RecordingProxy)];
+    LogProxy* const placed = new (place) RecordingProxy;
+    Slot<void (*)(LogProxy*)>(placed, 0)(placed);
+    EXPECT_EQ("~", Called());
+
+    LogProxy* const allocated = new RecordingProxy;
+    Slot<void (*)(LogProxy*)>(allocated, 1)(allocated);  // frees it as well
+    EXPECT_EQ("~", Called());
+}
+
+TEST_F(LogProxySlotsTest, WritingOperationsFollow) {
+    Slot<void (*)(LogProxy*, int, const char*)>(m_proxy, 2)(m_proxy, 1, "text");
+    EXPECT_EQ("Write 1 text", Called());
+    Slot<void (*)(LogProxy*, const char*)>(m_proxy, 3)(m_proxy, "text");
+    EXPECT_EQ("WriteText 0 text", Called());
+    Slot<void (*)(LogProxy*, int, const char*, ...)>(m_proxy, 4)(m_proxy, 2, "%d", 5);
+    EXPECT_EQ("Printf 2 %d", Called());
+    Slot<void (*)(LogProxy*, const char*, ...)>(m_proxy, 5)(m_proxy, "%s", "text");
+    EXPECT_EQ("PrintfText 0 %s", Called());
+}
+
+TEST_F(LogProxySlotsTest, LevelOperationsFollow) {
+    EXPECT_TRUE(Slot<bool (*)(LogProxy*, int)>(m_proxy, 6)(m_proxy, 1));
+    EXPECT_EQ("IsLevelEnabled 1 ", Called());
+    EXPECT_TRUE(Slot<bool (*)(LogProxy*, int)>(m_proxy, 7)(m_proxy, 2));
+    EXPECT_EQ("DisableLevel 2 ", Called());
+    EXPECT_TRUE(Slot<bool (*)(LogProxy*, int)>(m_proxy, 8)(m_proxy, 3));
+    EXPECT_EQ("EnableLevel 3 ", Called());
+    EXPECT_TRUE(Slot<bool (*)(LogProxy*)>(m_proxy, 9)(m_proxy));
+    EXPECT_EQ("DisableAllLevels 0 ", Called());
+    EXPECT_TRUE(Slot<bool (*)(LogProxy*)>(m_proxy, 10)(m_proxy));
+    EXPECT_EQ("EnableAllLevels 0 ", Called());
+}
+
+TEST_F(LogProxySlotsTest, OutputOperationsAndNamesComeLast) {
+    Slot<void (*)(LogProxy*)>(m_proxy, 11)(m_proxy);
+    EXPECT_EQ("FlushDebugInfo 0 ", Called());
+    EXPECT_TRUE(Slot<bool (*)(LogProxy*, int)>(m_proxy, 12)(m_proxy, 1));
+    EXPECT_EQ("SetDebugOutputMode 1 ", Called());
+    Slot<void (*)(LogProxy*, const char*, unsigned long)>(m_proxy, 13)(m_proxy, "file", 12);
+    EXPECT_EQ("SetPosition 12 file", Called());
+    Slot<void (*)(LogProxy*, const char*)>(m_proxy, 14)(m_proxy, "bundle");
+    EXPECT_EQ("SetBundleName 0 bundle", Called());
+    Slot<void (*)(LogProxy*, const char*)>(m_proxy, 15)(m_proxy, "service");
+    EXPECT_EQ("SetServiceName 0 service", Called());
+    EXPECT_EQ("a name that is too long for the string object itself",
+              Slot<std::string (*)(const LogProxy*)>(m_proxy, 16)(m_proxy));
+    EXPECT_EQ("GetName", Called());
+}
+
+class RecordingProxyMgr : public LogProxyMgr {
+public:
+    explicit RecordingProxyMgr(std::string& called) : m_called(called) {}
+    ~RecordingProxyMgr() override { m_called = "~"; }
+    LogProxy* GetLogProxy(const char* name) override {
+        m_called = name;
+        return nullptr;
+    }
+
+private:
+    std::string& m_called;
+};
+
+TEST(LogProxyMgrSlotsTest, LookUpComesBeforeDestructors) {
+    std::string called;
+    alignas(RecordingProxyMgr) unsigned char place[sizeof(RecordingProxyMgr)];
+    LogProxyMgr* const placed = new (place) RecordingProxyMgr(called);
+    EXPECT_EQ(nullptr, Slot<LogProxy* (*)(LogProxyMgr*, const char*)>(placed, 0)(placed, "name"));
+    EXPECT_EQ("name", called);
+    Slot<void (*)(LogProxyMgr*)>(placed, 1)(placed);
+    EXPECT_EQ("~", std::exchange(called, std::string()));
+
+    LogProxyMgr* const allocated = new RecordingProxyMgr(called);
+    Slot<void (*)(LogProxyMgr*)>(allocated, 2)(allocated);  // frees it as well
+    EXPECT_EQ("~", called);
+}
+
+// ---- DefaultLogProxy ----
+
+class DefaultLogProxyTest : public test::LogTest {
+protected:
+    DefaultLogProxy m_default;
+    LogProxy& m_proxy = m_default;
+};
+
+TEST_F(DefaultLogProxyTest, HoldsNothing) {
+    EXPECT_EQ(sizeof(void*), sizeof(DefaultLogProxy));
+}
+
+TEST_F(DefaultLogProxyTest, PrintfPrintsTheFormatAsItStands) {
+    const std::string format = "%d%% of %s, %n no line end";
+    const std::string empty;
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#pragma GCC diagnostic ignored "-Wformat-security"
+    EXPECT_EQ(format, StdoutOf([&] { m_proxy.Printf(1, format.c_str(), 5); }));
+    EXPECT_EQ(format, StdoutOf([&] { m_proxy.Printf(-7, format.c_str()); }));
+    EXPECT_EQ("", StdoutOf([&] { m_proxy.Printf(1, empty.c_str()); }));
+    const char* const null = nullptr;
+    EXPECT_EQ("", StdoutOf([&] { m_proxy.Printf(1, null); }));
+#pragma GCC diagnostic pop
+}
+
+TEST_F(DefaultLogProxyTest, OtherWritingOperationsDoNothing) {
+    EXPECT_EQ("", StdoutOf([&] {
+                  m_proxy.Write(0, "text");
+                  m_proxy.WriteText("text");
+                  m_proxy.PrintfText("%s", "text");
+                  m_proxy.FlushDebugInfo();
+                  m_proxy.SetPosition("file", 1);
+                  m_proxy.SetBundleName("bundle");
+                  m_proxy.SetServiceName("service");
+              }));
+    EXPECT_FALSE(std::filesystem::exists(LogDir()));
+}
+
+TEST_F(DefaultLogProxyTest, EveryQuestionIsAnsweredFalse) {
+    for (const int level : {-1, 0, 1, 2, 3, 4}) {
+        EXPECT_FALSE(m_proxy.IsLevelEnabled(level));
+        EXPECT_FALSE(m_proxy.DisableLevel(level));
+        EXPECT_FALSE(m_proxy.EnableLevel(level));
+        EXPECT_FALSE(m_proxy.SetDebugOutputMode(level));
+    }
+    EXPECT_FALSE(m_proxy.DisableAllLevels());
+    EXPECT_FALSE(m_proxy.EnableAllLevels());
+}
+
+TEST_F(DefaultLogProxyTest, HasItsName) {
+    EXPECT_EQ("DefaultLogProxy", m_proxy.GetName());
+}
+
+// ---- The core log proxy ----
+
+// A manager that hands out the log proxy manager that it is given.
+class BundleMgrStub : public BundleMgr {
+public:
+    explicit BundleMgrStub(LogProxyMgr* logProxyMgr = nullptr) : m_logProxyMgr(logProxyMgr) { m_pInstance = this; }
+    ~BundleMgrStub() override { m_pInstance = nullptr; }
+
+    LogProxyMgr* GetLogProxyMgr() override { return m_logProxyMgr; }
+
+    void RegisterBundle(BundleObject*) override {}
+    int InitAllBundles() override { return 0; }
+    void WaitAllBundlesThreadExit() override {}
+    void FiniAllBundles() override {}
+    BundleObject* GetBundle(const std::string&) override { return nullptr; }
+    BundleObject* LoadBundle(const std::string&) override { return nullptr; }
+    int LoadAllBundles() override { return 0; }
+    void GetBundlesInReverseOrder(std::list<BundleObject*>&) override {}
+    ServiceInterface* GetBundleInterface(const std::string&) override { return nullptr; }
+    void SetIntSetting(const int&) override {}
+    int GetIntSetting() override { return 0; }
+    int GetMgrPhase() override { return 0; }
+    void SetMgrPhase(const int&) override {}
+
+private:
+    LogProxyMgr* const m_logProxyMgr;
+};
+
+class CoreLogTest : public test::LogTest {
+protected:
+    // Never destroyed, like those of the library: a default proxy is kept for good.
+    static CoreLog& NewCoreLog(const char* sourceFile) {
+        static auto* const logs = new std::deque<CoreLog>;
+        return logs->emplace_back(sourceFile);
+    }
+
+    CoreLog& m_log = NewCoreLog("thesource");
+};
+
+TEST_F(CoreLogTest, NeedsNoInitialisation) {
+    EXPECT_TRUE(std::is_trivially_destructible_v<CoreLog>);
+}
+
+TEST_F(CoreLogTest, TakesTheCoreProxyOfTheManager) {
+    LogProxy* const proxy = m_log.Proxy();
+    EXPECT_EQ(BundleMgr::Instance()->GetLogProxyMgr()->GetLogProxy("BundleMgrCore"), proxy);
+    EXPECT_EQ("BundleMgrCore", proxy->GetName());
+    EXPECT_EQ(proxy, m_log.Proxy());
+}
+
+TEST_F(CoreLogTest, NamesBundleAndServiceAndItsSource) {
+    StdoutOf([&] { m_log.Print(4711, LOG_LEVEL_ERROR, "%s: %d\n", "count", 3); });
+    const std::vector<test::LogRecord> records = test::ParseLog(Log());
+    ASSERT_EQ(1U, records.size());
+    test::LogRecord expected = records[0];
+    expected.level = 1;
+    expected.bundle = "BundleMgr";
+    expected.service = "Core";
+    expected.file = "thesource";
+    expected.line = 4711;
+    expected.text = "count: 3\n";
+    EXPECT_EQ(expected.Bytes(), Log());
+}
+
+TEST_F(CoreLogTest, EchoesItsText) {
+    EXPECT_EQ("count: 3\n", StdoutOf([&] { m_log.Print(4711, LOG_LEVEL_ERROR, "%s: %d\n", "count", 3); }));
+}
+
+TEST_F(CoreLogTest, KeepsItsProxyBeyondTheManager) {
+    LogProxy* const proxy = m_log.Proxy();
+    BundleMgr::Destroy();
+    EXPECT_EQ(proxy, m_log.Proxy());
+    StdoutOf([&] { m_log.Print(1, LOG_LEVEL_ERROR, "late"); });
+    EXPECT_THAT(test::Texts(test::ParseLog(Log())), ElementsAre("late"));
+}
+
+TEST_F(CoreLogTest, WithoutLogProxyManagerPrintsTheRawFormat) {
+    const BundleMgrStub manager;
+    EXPECT_EQ("Loading... %s\n", StdoutOf([&] { m_log.Print(1, LOG_LEVEL_INFO, "Loading... %s\n", "zo_x"); }));
+    EXPECT_EQ("DefaultLogProxy", m_log.Proxy()->GetName());
+    EXPECT_FALSE(std::filesystem::exists(LogDir()));
+}
+
+TEST_F(CoreLogTest, KeepsTheDefaultProxyThoughAManagerAppears) {
+    LogProxy* fallback = nullptr;
+    {
+        const BundleMgrStub manager;
+        fallback = m_log.Proxy();
+    }
+    BundleMgr::Instance();
+    EXPECT_EQ(fallback, m_log.Proxy());
+    EXPECT_EQ("raw %d", StdoutOf([&] { m_log.Print(1, LOG_LEVEL_INFO, "raw %d", 1); }));
+
+    CoreLog& another = NewCoreLog("another");  // each source file has a cache of its own
+    EXPECT_EQ("BundleMgrCore", another.Proxy()->GetName());
+}
+
+TEST_F(CoreLogTest, WithoutProxyFallsBackAsWell) {
+    std::string asked;
+    RecordingProxyMgr withoutProxy(asked);
+    const BundleMgrStub manager(&withoutProxy);
+    EXPECT_EQ("DefaultLogProxy", m_log.Proxy()->GetName());
+    EXPECT_EQ("BundleMgrCore", asked);
+}
+
+TEST_F(CoreLogTest, PreparesWhatTheFirstRecordNeeds) {
+    m_log.Prepare();
+    // The buffer has taken its directory already.
+    const test::ScopedEnv elsewhere("_APP_LOG_DIR", m_dir / "elsewhere");
+    StdoutOf([&] { m_log.Print(1, LOG_LEVEL_INFO, "first"); });
+    EXPECT_THAT(test::Texts(test::ParseLog(Log())), ElementsAre("first"));
+}
+
+TEST_F(CoreLogTest, PreparedItNeedsNoStaticObjectLock) {
+    m_log.Prepare();
+    StdoutOf([&] {
+        // Held here, as by a manager that is being destroyed; the record would wait.
+        const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(*ACE_Static_Object_Lock::instance());
+        std::thread([&] { m_log.Print(1, LOG_LEVEL_INFO, "first"); }).join();
+    });
+    EXPECT_THAT(test::Texts(test::ParseLog(Log())), ElementsAre("first"));
+}
+
+}  // namespace
+}  // namespace NS_BUNDLEMGR1
