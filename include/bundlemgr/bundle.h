@@ -154,7 +154,7 @@ public:
     /// @endcond
 
 protected:
-    std::atomic<int> m_nState;
+    int m_nState;  ///< See `BundleState`; read and written by `GetState` and `SetState`.
     std::map<std::string, ServiceObjectBase*> m_serviceObjectMap;  ///< By name; not owned.
     std::vector<std::string> m_vecServiceNames;                    ///< In order of registration.
     ACE_Recursive_Thread_Mutex m_lock;                             ///< Guards the two tables.

@@ -3,10 +3,10 @@
 #include <ace/Assert.h>
 #include <ace/Guard_T.h>
 #include <ace/Service_Config.h>
-#include <ace/Service_Types.h>
 
 #include "bundle/currentexception.h"
 #include "bundle/liveservices.h"
+#include "bundle/servicelibraries.h"
 #include "bundle/servicerepository.h"
 #include "bundlemgr/base.h"
 #include "bundlemgr/bundle.h"
@@ -27,7 +27,7 @@ constexpr int kInitThrew = -1;
 
 // The records and assertions of this file carry fixed lines: operators' log filters
 // go by them.
-enum SourceLine : int {
+enum SourceLine : unsigned {
     kLineBeginExitThreads = 79,
     kLineFinishExitThreads = 90,
     kLineAssertService = 144,
@@ -51,18 +51,18 @@ void Log(SourceLine line, const char* format, Args... args) {
 }
 
 void Assert(bool condition, const char* expression, SourceLine line) {
-    if (!condition) __ace_assert(kSourceFile, line, expression);
+    if (!condition) __ace_assert(kSourceFile, static_cast<int>(line), expression);
+}
+
+void ReportThrown(const char* operation, const std::string& serviceName, const std::string& what) {
+    g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: %s of service %s threw: %s\n", operation, serviceName.c_str(),
+                what.c_str());
 }
 
 // A service that throws must not keep the others from being ended.
 template <class Action>
 void Contain(const char* operation, const std::string& serviceName, Action action) {
-    try {
-        action();
-    } catch (...) {
-        g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: %s of service %s threw: %s\n", operation, serviceName.c_str(),
-                    CurrentException().c_str());
-    }
+    ReportException(action, [&](const std::string& what) { ReportThrown(operation, serviceName, what); });
 }
 
 std::string ServiceConfigurationPath(const std::string& bundleName) {
@@ -75,20 +75,31 @@ bool IsManagerFinalising() {
     return manager != nullptr && manager->GetMgrPhase() == MGR_PHASE_FINI;
 }
 
+void Finalize(const std::string& serviceName, ACE_Service_Type& entry) {
+    const ServiceObjectBase* const service = ServiceRepository::ObjectOf(entry);
+    const unsigned long id = LiveServices::IdOf(service);
+    ServiceRepository::Finalize(entry, [&](const std::string& what) { ReportThrown("fini", serviceName, what); });
+    // Without an exterminator the object was freed without its destructor.
+    LiveServices::Leave(service, id);
+}
+
+void FinalizeAll(const std::string& serviceName, const std::vector<ServiceEntry>& entries) {
+    for (const ServiceEntry& entry : entries) Finalize(serviceName, *entry);
+}
+
 // Has the configurator create and initialise a service. Any result of its init but 0
 // is a failure, where the configurator itself knows only -1.
 int ProcessDirective(const std::string& serviceName, const std::string& directive) {
     // The configurator makes room for a service of the same name, another bundle's
-    // perhaps, by destroying the one that is there.
-    const ServiceObjectBase* const namesake = ServiceRepository::FindObject(serviceName);
-    const unsigned long namesakeId = LiveServices::IdOf(namesake);
+    // perhaps, by finalising the one that is there; in a destructor, where an exception
+    // would end the process.
+    const std::vector<ServiceEntry> namesakes = ServiceRepository().TakeActive(serviceName);
+    FinalizeAll(serviceName, namesakes);
+    ServiceLibraries::Note(directive);
     int result = kInitThrew;
-    Contain("Initialisation", serviceName, [&result, &directive] {
-        result = ACE_Service_Config::current()->process_directive(directive.c_str());
-    });
-    const ServiceObjectBase* const current = ServiceRepository::FindObject(serviceName);
-    if (current != namesake || LiveServices::IdOf(current) != namesakeId) LiveServices::Leave(namesake, namesakeId);
-    return result != 0 ? result : ServiceRepository::InitResult(serviceName);
+    Contain("Initialisation", serviceName,
+            [&result, &directive] { result = ACE_Service_Config::current()->process_directive(directive.c_str()); });
+    return result != 0 ? result : ServiceRepository().InitResult(serviceName);
 }
 
 }  // namespace
@@ -120,11 +131,11 @@ void BundleObject::Fini() {
 }
 
 void BundleObject::SetState(int state) {
-    m_nState = state;
+    __atomic_store_n(&m_nState, state, __ATOMIC_RELEASE);
 }
 
 int BundleObject::GetState() const {
-    return m_nState;
+    return __atomic_load_n(&m_nState, __ATOMIC_ACQUIRE);
 }
 
 void BundleObject::RegisterServiceObject(const char* serviceName, ServiceObjectBase* service) {
@@ -141,15 +152,20 @@ void BundleObject::RegisterServiceObject(const char* serviceName, ServiceObjectB
 void BundleObject::RemoveServiceObject(const char* serviceName) {
     g_log.Prepare();
     LightEventMgr::Instance();
-    Guard guard(m_lock);
     const std::string strSvcName = serviceName;
-    if (m_serviceObjectMap.find(strSvcName) == m_serviceObjectMap.end()) {
+    Guard guard(m_lock);
+    ServiceEntry entry;
+    bool registered = false;
+    {
+        ServiceRepository repository(m_lock);
+        registered = m_serviceObjectMap.find(strSvcName) != m_serviceObjectMap.end();
+        if (registered) entry = repository.Take(strSvcName);
+    }
+    if (!registered) {
         Log(kLineServiceNotFound, "Error: Remove service %s failed! Service not found!\n", serviceName);
         return;
     }
-    bool existed = true;
-    Contain("fini", strSvcName, [&existed, &strSvcName] { existed = ServiceRepository::Remove(strSvcName); });
-    if (existed) RetireService(strSvcName);
+    if (entry != nullptr) Finalize(strSvcName, *entry);
     m_serviceObjectMap.erase(strSvcName);
     m_mapServiceIds.erase(strSvcName);
     const auto listed = std::find(m_vecServiceNames.begin(), m_vecServiceNames.end(), strSvcName);
@@ -186,7 +202,8 @@ void BundleObject::RetireService(const std::string& serviceName) {
     Guard guard(m_lock);
     const auto entry = m_serviceObjectMap.find(serviceName);
     const auto id = m_mapServiceIds.find(serviceName);
-    if (entry != m_serviceObjectMap.end() && id != m_mapServiceIds.end()) LiveServices::Leave(entry->second, id->second);
+    if (entry != m_serviceObjectMap.end() && id != m_mapServiceIds.end())
+        LiveServices::Leave(entry->second, id->second);
 }
 
 void BundleObject::WaitThreadExit() {
@@ -242,15 +259,8 @@ void BundleObject::UnLoadAllServiceObjects() {
     // A copy, since a service's fini may take it out of the table.
     const std::vector<std::string> names(m_vecServiceNames.rbegin(), m_vecServiceNames.rend());
     for (const std::string& name : names) {
-        ServiceRepository::ForEachNamed(name, [this, &name](ACE_Service_Type& entry) {
-            if (entry.fini_called()) return;
-            // Looked up first, since the service's fini may take it out of the table.
-            const ServiceObjectBase* const service = ServiceRepository::FindObject(name);
-            const unsigned long id = LiveServices::IdOf(service);
-            Contain("fini", name, [&entry] { ServiceRepository::Finalize(entry); });
-            LiveServices::Leave(service, id);
-            ACE_Service_Config::remove(name.c_str());
-        });
+        const std::vector<ServiceEntry> entries = ServiceRepository(m_lock).TakeActive(name);
+        FinalizeAll(name, entries);
     }
 }
 

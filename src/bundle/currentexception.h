@@ -1,8 +1,10 @@
-// A text about the exception that is being handled.
+// What becomes of an exception that user code let escape.
 #pragma once
 
 #include <exception>
 #include <string>
+
+#include <cxxabi.h>
 
 namespace NS_BUNDLEMGR1 {
 
@@ -14,6 +16,19 @@ inline std::string CurrentException() {
         return exception.what();
     } catch (...) {
         return "an exception of unknown type";
+    }
+}
+
+/// Runs `action`; an exception from it ends here, with a call of `report` that gets its
+/// text. What ends a thread is no exception and goes on.
+template <class Action, class Report>
+void ReportException(Action action, Report report) {
+    try {
+        action();
+    } catch (abi::__forced_unwind&) {
+        throw;
+    } catch (...) {
+        report(CurrentException());
     }
 }
 

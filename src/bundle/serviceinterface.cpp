@@ -1,5 +1,4 @@
 #include <map>
-#include <typeindex>
 
 #include <ace/Guard_T.h>
 
@@ -29,7 +28,8 @@ using Guard = ACE_Guard<ACE_Thread_Mutex>;
 struct Registry {
     ACE_Thread_Mutex mutex;
     std::map<std::string, InterfaceEntry> entries;
-    std::map<std::type_index, std::atomic<ServiceInterface*>> nullInterfaces;
+    // By the name of the interface's type: the type itself may go with its library.
+    std::map<std::string, std::atomic<ServiceInterface*>> nullInterfaces;
 };
 
 // Never destroyed, for the same reason; and made on first use.
@@ -55,6 +55,11 @@ bool PublishIfAny(InterfaceEntry& entry) {
     if (entry.list.empty()) return false;
     Publish(entry);
     return true;
+}
+
+std::vector<ServiceInterface*> ListOf(const InterfaceEntry& entry) {
+    Guard guard(TheRegistry().mutex);
+    return entry.list;
 }
 
 void Append(InterfaceEntry& entry, ServiceInterface* iface) {
@@ -98,14 +103,13 @@ InterfaceProxyBase::InterfaceProxyBase(const std::string& interfaceName, const s
 
 void* InterfaceProxyBase::Find(CastFn cast, std::vector<ServiceInterface*>* all) {
     if (!m_pEntry->known.load(std::memory_order_acquire)) Search(cast);
-    ServiceInterface* const first = m_pEntry->first.load(std::memory_order_acquire);
+    std::vector<ServiceInterface*> list;
+    if (all != nullptr) list = ListOf(*m_pEntry);
+    ServiceInterface* const first = list.empty() ? m_pEntry->first.load(std::memory_order_acquire) : list.front();
     // Somebody may have set, or searched for, an interface of another type.
     void* const typed = first != nullptr ? cast(first) : nullptr;
     if (typed == nullptr) throw InterfaceNotExistException();
-    if (all != nullptr) {
-        Guard guard(TheRegistry().mutex);
-        *all = m_pEntry->list;
-    }
+    if (all != nullptr) all->swap(list);
     return typed;
 }
 
@@ -138,7 +142,7 @@ ServiceInterface* InterfaceProxyBase::NullInterface(const std::type_info& type) 
     std::atomic<ServiceInterface*>* holder = nullptr;
     {
         Guard guard(TheRegistry().mutex);
-        holder = &TheRegistry().nullInterfaces[type];
+        holder = &TheRegistry().nullInterfaces[type.name()];
     }
     ServiceInterface* shared = holder->load(std::memory_order_acquire);
     if (shared != nullptr) return shared;

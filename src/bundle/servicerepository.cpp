@@ -1,14 +1,12 @@
 #include "bundle/servicerepository.h"
 
-#include <memory>
-
 #include <ace/Service_Repository.h>
 #include <ace/Service_Types.h>
 
+#include "bundle/currentexception.h"
 #include "bundlemgr/bundle.h"
 
 namespace NS_BUNDLEMGR1 {
-namespace ServiceRepository {
 
 namespace {
 
@@ -24,67 +22,77 @@ struct InitStatusReader {
 int ReadInitStatus(const ACE_Service_Object_Type& type);
 template struct InitStatusReader<&ACE_Service_Object_Type::initialized_>;
 
-void ForEach(bool ignoreSuspended, const std::string& name, const std::function<void(ACE_Service_Type&)>& action) {
-    ACE_Service_Repository_Iterator entries(*ACE_Service_Repository::instance(kRepositorySize), ignoreSuspended);
-    for (const ACE_Service_Type* entry = nullptr; entries.next(entry) != 0; entries.advance()) {
-        if (name == entry->name()) action(const_cast<ACE_Service_Type&>(*entry));
-    }
+ACE_Service_Repository& Repository() {
+    return *ACE_Service_Repository::instance(kRepositorySize);
 }
 
 // The repository's own look-up ends at the first entry of a name, which may be one
-// that was finalised long ago.
-const ACE_Service_Type* FindLive(const std::string& name) {
-    const ACE_Service_Type* found = nullptr;
-    ForEach(false, name, [&found](ACE_Service_Type& entry) {
-        if (!entry.fini_called() && entry.type() != nullptr) found = &entry;
-    });
+// that was finalised in its place long ago.
+std::vector<ACE_Service_Type*> FindLive(const std::string& name, bool ignoreSuspended) {
+    std::vector<ACE_Service_Type*> found;
+    ACE_Service_Repository_Iterator entries(Repository(), ignoreSuspended);
+    for (const ACE_Service_Type* entry = nullptr; entries.next(entry) != 0; entries.advance()) {
+        if (name != entry->name() || entry->fini_called() || entry->type() == nullptr) continue;
+        found.push_back(const_cast<ACE_Service_Type*>(entry));
+    }
     return found;
+}
+
+// An entry that hides behind a finalised one of the same name cannot be removed.
+ServiceEntry TakeOut(ACE_Service_Type* entry) {
+    ACE_Service_Type* removed = nullptr;
+    if (Repository().remove(entry->name(), &removed) == 0) return ServiceEntry(removed);
+    return ServiceEntry(entry, ServiceEntryDeleter{true});
 }
 
 }  // namespace
 
-void ForEachNamed(const std::string& name, const std::function<void(ACE_Service_Type&)>& action) {
-    ForEach(true, name, action);
+void ServiceEntryDeleter::operator()(ACE_Service_Type* entry) const {
+    if (!inRepository) delete entry;
 }
 
-ServiceObjectBase* FindObject(const std::string& name) {
-    const ACE_Service_Type* const entry = FindLive(name);
-    if (entry == nullptr || dynamic_cast<const ACE_Service_Object_Type*>(entry->type()) == nullptr) return nullptr;
-    return dynamic_cast<ServiceObjectBase*>(static_cast<ACE_Service_Object*>(entry->type()->object()));
-}
+ServiceRepository::ServiceRepository() : m_guard(Repository().lock()) {}
 
-int InitResult(const std::string& name) {
-    const ACE_Service_Type* const entry = FindLive(name);
-    if (entry == nullptr) return 0;
-    const auto* const type = dynamic_cast<const ACE_Service_Object_Type*>(entry->type());
+ServiceRepository::ServiceRepository(ACE_Recursive_Thread_Mutex& bundleLock)
+    : m_guard(Repository().lock(), bundleLock) {}
+
+int ServiceRepository::InitResult(const std::string& name) const {
+    const std::vector<ACE_Service_Type*> live = FindLive(name, false);
+    if (live.empty()) return 0;
+    const auto* const type = dynamic_cast<const ACE_Service_Object_Type*>(live.back()->type());
     return type != nullptr ? ReadInitStatus(*type) : 0;
 }
 
-void Finalize(ACE_Service_Type& entry) {
+ServiceEntry ServiceRepository::Take(const std::string& name) {
+    const std::vector<ACE_Service_Type*> live = FindLive(name, false);
+    return live.empty() ? ServiceEntry() : TakeOut(live.back());
+}
+
+std::vector<ServiceEntry> ServiceRepository::TakeActive(const std::string& name) {
+    std::vector<ServiceEntry> taken;
+    for (ACE_Service_Type* const entry : FindLive(name, true)) taken.push_back(TakeOut(entry));
+    return taken;
+}
+
+ServiceObjectBase* ServiceRepository::ObjectOf(const ACE_Service_Type& entry) {
+    if (dynamic_cast<const ACE_Service_Object_Type*>(entry.type()) == nullptr) return nullptr;
+    return dynamic_cast<ServiceObjectBase*>(static_cast<ACE_Service_Object*>(entry.type()->object()));
+}
+
+void ServiceRepository::Finalize(ACE_Service_Type& entry, const std::function<void(const std::string&)>& report) {
     const ACE_Service_Type_Impl* const type = entry.type();
-    try {
-        entry.fini();
-    } catch (...) {
-        // The entry counts as finalised now, and nobody would destroy the object.
-        if (type != nullptr) type->ACE_Service_Type_Impl::fini();
-        throw;
-    }
+    bool threw = false;
+    // Reported at once: what was thrown may be of a type whose code is in the service's
+    // library, which is closed with the entry.
+    ReportException([&entry] { entry.fini(); },
+                    [&threw, &report](const std::string& what) {
+                        threw = true;
+                        report(what);
+                    });
+    if (!threw) return;
+    // The entry counts as finalised now, and nobody else would destroy the object.
+    type->ACE_Service_Type_Impl::fini();
+    entry.type(nullptr, false);
 }
 
-bool Remove(const std::string& name) {
-    // The configurator's own remove finalises in a destructor, which must not throw.
-    ACE_Service_Type* removed = nullptr;
-    if (ACE_Service_Repository::instance(kRepositorySize)->remove(name.c_str(), &removed) == 0) {
-        const std::unique_ptr<ACE_Service_Type> owner(removed);
-        Finalize(*removed);
-        return true;
-    }
-    // Hidden from the repository's look-up by a finalised entry of the same name.
-    const ACE_Service_Type* const hidden = FindLive(name);
-    if (hidden == nullptr) return false;
-    Finalize(const_cast<ACE_Service_Type&>(*hidden));
-    return true;
-}
-
-}  // namespace ServiceRepository
 }  // namespace NS_BUNDLEMGR1

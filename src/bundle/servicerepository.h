@@ -2,36 +2,62 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
+#include <vector>
 
-class ACE_Service_Type;
+#include <ace/Recursive_Thread_Mutex.h>
+#include <ace/Service_Object.h>
+
+#include "bundle/yieldingguard.h"
 
 namespace NS_BUNDLEMGR1 {
 
 class ServiceObjectBase;
 
-namespace ServiceRepository {
+struct ServiceEntryDeleter {
+    void operator()(ACE_Service_Type* entry) const;
+    bool inRepository = false;  ///< It is still the repository's.
+};
 
-/// Calls `action` for each entry of that name, suspended ones left out. Entries that
-/// have been finalised already are still among them.
-void ForEachNamed(const std::string& name, const std::function<void(ACE_Service_Type&)>& action);
+/// A service that was taken out of the repository and is to be finalised.
+using ServiceEntry = std::unique_ptr<ACE_Service_Type, ServiceEntryDeleter>;
 
-/// @return the service object under that name that has not been finalised, or null;
-///         null also for a service that is not of this library's kind
-ServiceObjectBase* FindObject(const std::string& name);
+/// The repository, locked for the life of this object.
+///
+/// The configurator holds the repository's lock while it calls factories and `init`,
+/// and these lock bundles. A thread that holds a bundle must therefore not wait for the
+/// repository, and no service is finalised under this lock.
+class ServiceRepository {
+public:
+    /// For a thread that holds no bundle.
+    ServiceRepository();
 
-/// @return what `init` of the service of that name returned; 0 where there is no such
-///         service
-int InitResult(const std::string& name);
+    /// @param bundleLock lock of the bundle that the thread holds. While another thread
+    ///                   is in the repository, it is released
+    explicit ServiceRepository(ACE_Recursive_Thread_Mutex& bundleLock);
 
-/// Calls `fini` of the entry's service and destroys the service, also when `fini`
-/// throws.
-void Finalize(ACE_Service_Type& entry);
+    /// @return what `init` of the service of that name returned; 0 where there is no
+    ///         such service
+    int InitResult(const std::string& name) const;
 
-/// Takes the service of that name out, finalises and destroys it, also when its `fini`
-/// throws.
-/// @return whether there was one
-bool Remove(const std::string& name);
+    /// @return the service of that name, or null
+    ServiceEntry Take(const std::string& name);
 
-}  // namespace ServiceRepository
+    /// @return all services of that name that are not suspended
+    std::vector<ServiceEntry> TakeActive(const std::string& name);
+
+    /// @return the service object of the entry; null when it is not of this library's
+    ///         kind or has been finalised
+    static ServiceObjectBase* ObjectOf(const ACE_Service_Type& entry);
+
+    /// Calls `fini` of the entry's service and destroys the service, also when `fini`
+    /// throws.
+    /// @param report gets the text of what `fini` threw
+    static void Finalize(ACE_Service_Type& entry, const std::function<void(const std::string&)>& report);
+
+private:
+    YieldingGuard m_guard;
+};
+
 }  // namespace NS_BUNDLEMGR1

@@ -15,6 +15,8 @@
 #include <dlfcn.h>
 
 #include "bundle/currentexception.h"
+#include "bundle/servicelibraries.h"
+#include "bundle/yieldingguard.h"
 #include "bundlemgr/bundle.h"
 #include "bundlemgr/bundleenvironment.h"
 #include "log/logproxy.h"
@@ -47,17 +49,22 @@ void Assert(bool condition, const char* expression, int line) {
 // A bundle that throws must not keep the others from being ended.
 template <class Action>
 void Contain(const char* operation, BundleObject& bundle, Action action) {
-    try {
-        action(bundle);
-    } catch (...) {
-        g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: %s of bundle %s threw: %s\n", operation,
-                    bundle.GetName().c_str(), CurrentException().c_str());
-    }
+    ReportException([&] { action(bundle); },
+                    [&](const std::string& what) {
+                        g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: %s of bundle %s threw: %s\n", operation,
+                                    bundle.GetName().c_str(), what.c_str());
+                    });
 }
 
-// ACE creates its own singletons under the static-object lock. A bundle that is
-// initialised under the table lock would be the first to need some of them, while
-// Destroy takes these two locks in the other order.
+// Outlives the manager, since Destroy holds it until the manager is gone.
+ACE_Recursive_Thread_Mutex& TableLock() {
+    static ACE_Recursive_Thread_Mutex* const lock = new ACE_Recursive_Thread_Mutex;
+    return *lock;
+}
+
+// ACE creates its own singletons under the static-object lock. A service that is ended
+// under its bundle's lock would be the first to need some of them, while Destroy ends
+// bundles under the static-object lock.
 void CreateAceSingletons() {
     ACE_Framework_Repository::instance();
     ACE_Service_Repository::instance();
@@ -86,7 +93,11 @@ BundleMgr* BundleMgr::Instance() {
 
 void BundleMgr::Destroy() {
     if (m_pInstance.load(std::memory_order_acquire) == nullptr) return;
-    ACE_GUARD(ACE_Recursive_Thread_Mutex, guard, *ACE_Static_Object_Lock::instance());
+    ACE_Recursive_Thread_Mutex& staticLock = *ACE_Static_Object_Lock::instance();
+    ACE_GUARD(ACE_Recursive_Thread_Mutex, guard, staticLock);
+    // In the other order, the configurator takes the static-object lock for each directive
+    // that it reads while bundles are initialised under the table lock.
+    const YieldingGuard tableGuard(TableLock(), staticLock);
     try {
         delete m_pInstance.load(std::memory_order_acquire);
     } catch (...) {
@@ -97,6 +108,7 @@ void BundleMgr::Destroy() {
 
 BundleMgrImpl::BundleMgrImpl()
     : m_pLogProxyMgr(std::make_unique<LogProxyMgrImpl>()),
+      m_tableLock(TableLock()),
       m_nIntSetting(kDefaultIntSetting),
       m_nPhase(MGR_PHASE_INIT) {
     CreateAceSingletons();
@@ -105,6 +117,7 @@ BundleMgrImpl::BundleMgrImpl()
 BundleMgrImpl::~BundleMgrImpl() noexcept(false) {
     Guard guard(m_tableLock);
     m_mapBundleTable.clear();
+    ServiceLibraries::CloseUnused();
     for (const auto& library : m_mapLibraries) dlclose(library.second);
     m_mapLibraries.clear();
     m_pLogProxyMgr.reset();
@@ -145,7 +158,9 @@ BundleObject* BundleMgrImpl::LoadBundle(const std::string& name) {
                     reason != nullptr ? reason : "");
         return nullptr;
     }
-    m_mapLibraries[fileName] = handle;
+    void*& kept = m_mapLibraries[fileName];
+    if (kept == handle) dlclose(handle);  // opened before: once is enough to keep it
+    kept = handle;
     BundleObject* const bundle = FindBundle(name);
     if (bundle == nullptr) {
         // The library stays open: it may have registered a bundle of another name.
@@ -255,7 +270,8 @@ void BundleMgrImpl::FiniAllBundles() {
 void BundleMgrImpl::WaitAllBundlesThreadExit() {
     g_log.Prepare();
     Guard guard(m_tableLock);
-    if (!g_isUnloadingCorba) std::this_thread::sleep_for(kCorbaPause);
+    // A plain bool to its writers in the field, who may be on another thread.
+    if (!__atomic_load_n(&g_isUnloadingCorba, __ATOMIC_ACQUIRE)) std::this_thread::sleep_for(kCorbaPause);
     std::this_thread::sleep_for(kPause);
     std::list<BundleObject*> bundles;
     GetBundlesInReverseOrder(bundles);

@@ -66,7 +66,7 @@ private:
     std::map<std::string, int> m_mapConfiguredBundles;
     std::vector<std::string> m_vecConfiguredBundles;  // in file order, duplicates kept
     std::map<std::string, BundleObject*> m_mapBundleTable;
-    ACE_Recursive_Thread_Mutex m_tableLock;  // guards the tables above
+    ACE_Recursive_Thread_Mutex& m_tableLock;  // guards the tables above
     std::atomic<int> m_nIntSetting;
     ACE_Recursive_Thread_Mutex m_phaseLock;  // guards m_nPhase
     int m_nPhase;

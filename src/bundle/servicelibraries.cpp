@@ -1,0 +1,57 @@
+#include "bundle/servicelibraries.h"
+
+#include <mutex>
+#include <set>
+
+#include <ace/DLL_Manager.h>
+#include <dlfcn.h>
+
+namespace NS_BUNDLEMGR1 {
+namespace ServiceLibraries {
+
+namespace {
+
+constexpr char kBeforeLibrary[] = " Service_Object * ";
+constexpr char kAfterLibrary[] = ":_make_";
+
+std::mutex g_mutex;
+
+// Never destroyed: bundles may load services from static constructors and destructors.
+std::set<std::string>& Noted() {
+    static std::set<std::string>* const noted = new std::set<std::string>;
+    return *noted;
+}
+
+void CloseIfUnused(const std::string& library) {
+    // Held meanwhile, lest a library that is closed already be opened again.
+    void* const mapped = dlopen((library + ".so").c_str(), RTLD_NOW | RTLD_NOLOAD);
+    if (mapped == nullptr) return;
+    ACE_DLL_Handle* const handle =
+        ACE_DLL_Manager::instance()->open_dll(library.c_str(), ACE_DEFAULT_SHLIB_MODE, ACE_SHLIB_INVALID_HANDLE);
+    constexpr int kUnloadIfLast = 1;
+    if (handle != nullptr) handle->close(kUnloadIfLast);
+    dlclose(mapped);
+}
+
+}  // namespace
+
+void Note(const std::string& directive) {
+    const std::string::size_type before = directive.rfind(kBeforeLibrary);
+    if (before == std::string::npos) return;
+    const std::string::size_type begin = before + sizeof(kBeforeLibrary) - 1;
+    const std::string library = directive.substr(begin, directive.find(kAfterLibrary, begin) - begin);
+    const std::lock_guard<std::mutex> guard(g_mutex);
+    Noted().insert(library);
+}
+
+void CloseUnused() {
+    std::set<std::string> libraries;
+    {
+        const std::lock_guard<std::mutex> guard(g_mutex);
+        libraries.swap(Noted());
+    }
+    for (const std::string& library : libraries) CloseIfUnused(library);
+}
+
+}  // namespace ServiceLibraries
+}  // namespace NS_BUNDLEMGR1

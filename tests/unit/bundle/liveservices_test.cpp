@@ -1,0 +1,66 @@
+#include "bundle/liveservices.h"
+
+#include <list>
+
+#include <gtest/gtest.h>
+
+#include "support/elsewhere.h"
+
+namespace NS_BUNDLEMGR1 {
+namespace {
+
+const ServiceObjectBase* At(std::uintptr_t address) {
+    return reinterpret_cast<const ServiceObjectBase*>(address);  // never looked into
+}
+
+TEST(LiveServicesTest, NobodyIsLiveAtFirst) {
+    EXPECT_EQ(0U, LiveServices::IdOf(At(16)));
+    EXPECT_EQ(0U, LiveServices::IdOf(nullptr));
+    LiveServices::Leave(At(16));
+    LiveServices::Leave(nullptr, 0);
+}
+
+TEST(LiveServicesTest, EachObjectHasANumberOfItsOwn) {
+    const unsigned long first = LiveServices::Enter(At(16));
+    const unsigned long second = LiveServices::Enter(At(32));
+    EXPECT_NE(0U, first);
+    EXPECT_NE(0U, second);
+    EXPECT_NE(first, second);
+    EXPECT_EQ(first, LiveServices::IdOf(At(16)));
+    EXPECT_EQ(second, LiveServices::IdOf(At(32)));
+}
+
+TEST(LiveServicesTest, AnotherObjectAtTheSameAddressHasAnotherNumber) {
+    const unsigned long first = LiveServices::Enter(At(16));
+    LiveServices::Leave(At(16));
+    EXPECT_EQ(0U, LiveServices::IdOf(At(16)));
+    EXPECT_NE(first, LiveServices::Enter(At(16)));
+}
+
+TEST(LiveServicesTest, LeavingByNumberSparesTheSuccessor) {
+    const unsigned long first = LiveServices::Enter(At(16));
+    const unsigned long second = LiveServices::Enter(At(16));
+    LiveServices::Leave(At(16), first);
+    EXPECT_EQ(second, LiveServices::IdOf(At(16)));
+    LiveServices::Leave(At(16), second);
+    EXPECT_EQ(0U, LiveServices::IdOf(At(16)));
+}
+
+TEST(LiveServicesTest, ThreadsMayComeAndGo) {
+    std::list<test::Elsewhere> threads;
+    for (std::uintptr_t thread = 1; thread <= 8; ++thread) {
+        threads.emplace_back([thread] {
+            for (std::uintptr_t i = 0; i < 1000; ++i) {
+                const ServiceObjectBase* const service = At(thread * 100000 + i);
+                const unsigned long id = LiveServices::Enter(service);
+                EXPECT_EQ(id, LiveServices::IdOf(service));
+                LiveServices::Leave(service, id);
+                EXPECT_EQ(0U, LiveServices::IdOf(service));
+            }
+        });
+    }
+    for (const test::Elsewhere& thread : threads) EXPECT_TRUE(thread.Finishes());
+}
+
+}  // namespace
+}  // namespace NS_BUNDLEMGR1
