@@ -1,0 +1,25 @@
+# The library as others use it: installed, and as a part of their build. The sanitizers'
+# builds leave it out, since it is about files and settings.
+function(zo_add_consumer_test via)
+    add_test(NAME "consumer/${via}"
+        COMMAND "${CMAKE_COMMAND}"
+            -D "VIA=${via}"
+            -D "SOURCE_DIR=${CMAKE_CURRENT_SOURCE_DIR}/consumer"
+            -D "LIBRARY_SOURCE=${PROJECT_SOURCE_DIR}"
+            -D "LIBRARY_BUILD=${PROJECT_BINARY_DIR}"
+            -D "WORK_DIR=${CMAKE_CURRENT_BINARY_DIR}/consumer/${via}"
+            -D "GENERATOR=${CMAKE_GENERATOR}"
+            -D "CXX_COMPILER=${CMAKE_CXX_COMPILER}"
+            -P "${CMAKE_CURRENT_SOURCE_DIR}/consumer/consumer_test.cmake")
+    # Installing writes its manifest into the one build directory. Slow, so started first.
+    set_tests_properties("consumer/${via}" PROPERTIES TIMEOUT 600 RESOURCE_LOCK install COST 100)
+endfunction()
+
+if(ZO_INSTALL AND NOT ZO_SANITIZE)
+    zo_add_consumer_test(package)
+    zo_add_consumer_test(subdirectory)
+    find_package(PkgConfig)
+    if(PkgConfig_FOUND)
+        zo_add_consumer_test(pkgconfig)
+    endif()
+endif()

@@ -1,0 +1,21 @@
+add_subdirectory("${PROJECT_SOURCE_DIR}/tests/fixtures" fixtures)
+
+add_executable(zo_test_host host.cpp)
+zo_compile_options(zo_test_host)
+target_include_directories(zo_test_host PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+target_link_libraries(zo_test_host PRIVATE zo::bundlemgr ${CMAKE_DL_LIBS})
+
+function(zo_add_plugin_test name)
+    add_executable(${name} ${name}.cpp)
+    zo_compile_options(${name})
+    target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+    target_compile_definitions(${name} PRIVATE
+        ZO_TEST_HOST="$<TARGET_FILE:zo_test_host>"
+        ZO_TEST_PLUGIN_DIR="${ZO_TEST_PLUGIN_DIR}")
+    target_link_libraries(${name} PRIVATE zo::bundlemgr GTest::gtest_main GTest::gmock)
+    zo_discover_tests(${name})
+endfunction()
+
+zo_add_plugin_test(bundles_test)
+zo_add_plugin_test(services_test)
+zo_add_plugin_test(plugins_test)
