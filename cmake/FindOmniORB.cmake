@@ -3,7 +3,7 @@
 #
 #   omniorb_add_idl_library(<target> <file>.idl)
 #       the shared library <target> with the stubs and skeletons of an IDL file, and on
-#       its include path their header <file>.hh
+#       its include path their header <file>.hh; <target>_stubs only generates them
 find_path(OmniORB_INCLUDE_DIR NAMES omniORB4/CORBA.h)
 find_path(OmniORB_EVENTS_INCLUDE_DIR NAMES omniEvents/CosEventChannelAdmin.hh)
 find_library(OmniORB_LIBRARY NAMES omniORB4)
@@ -52,7 +52,9 @@ function(omniorb_add_idl_library target idl)
         DEPENDS "${idl}"
         COMMENT "Generating the stubs of ${name}.idl"
         VERBATIM)
+    add_custom_target(${target}_stubs DEPENDS "${out}/${name}.hh")
     add_library(${target} SHARED "${out}/${name}SK.cc" "${out}/${name}DynSK.cc" "${out}/${name}.hh")
+    add_dependencies(${target} ${target}_stubs)
     target_compile_features(${target} PUBLIC cxx_std_17)
     # Generated code: its warnings are nobody's. Its classes are shared by all who link
     # it, so unlike our own they must stay visible.

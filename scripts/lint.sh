@@ -7,6 +7,7 @@ commands=$root/build/lint
 step "configuring build/lint"
 cmake -S "$root" -B "$commands" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_EXPORT_COMPILE_COMMANDS=ON \
     -DZO_BUILD_TESTS=OFF >/dev/null
+cmake --build "$commands" --target zo_generated_sources >/dev/null
 # The checker reads the command lines as clang would, which does not know this one.
 sed 's/ -fno-gnu-unique//g' "$commands/compile_commands.json" >"$commands/compile_commands.tmp"
 mv "$commands/compile_commands.tmp" "$commands/compile_commands.json"

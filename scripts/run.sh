@@ -1,7 +1,10 @@
 #!/bin/sh
 # Runs the example agent for a few seconds on an installation root of its own,
-# build/run/root, and shows what it logged. ZO_RUN_SECONDS sets how long.
+# build/run/root, feeds it alarms, and shows what its clients saw and what it logged.
+# With its CORBA side if omniORB is there; --corba installs it. ZO_RUN_SECONDS sets how
+# long.
 . "$(dirname "$0")/common.sh"
+. "$root/scripts/corba.sh"
 
 seconds=${ZO_RUN_SECONDS:-5}
 groups=build
@@ -46,8 +49,41 @@ trap 'exit 143' TERM HUP
 # Directories as an installed system has them, with the examples' configuration.
 lay_out_root() {
     rm -rf "$run"
-    mkdir -p "$prefix/nbi" "$prefix/log"
+    mkdir -p "$prefix/nbi" "$prefix/log" "$prefix/var"
     cp -R "$root/examples/conf/." "$prefix/"
+}
+
+# wait_for <text> <file or directory>: until the text stands there.
+wait_for() {
+    until grep -rqs "$1" "$2"; do
+        if ! kill -0 "$agent" 2>/dev/null; then
+            agent_ended
+            fail "the agent ended before '$1' stood in $2"
+        fi
+        sleep 0.1
+    done
+}
+
+# Fails unless the agent has ended in order.
+agent_ended() {
+    status=0
+    wait "$agent" || status=$?
+    [ "$status" -ne 0 ] || return 0
+    tail -n 20 "$run/zo_agent.out" >&2
+    fail "the agent ended with status $status; its output is in $run/zo_agent.out"
+}
+
+# show <title> <name>: the beginning and the end of what a client printed.
+show() {
+    step "$1"
+    if [ "$(wc -l <"$run/$2.out")" -le 10 ]; then
+        cat "$run/$2.out"
+    else
+        head -n 5 "$run/$2.out"
+        echo "..."
+        tail -n 5 "$run/$2.out"
+    fi
+    step "the whole of it: $run/$2.out"
 }
 
 show_log() {
@@ -70,13 +106,33 @@ export _APP_SHARE_DIR="$prefix/share"
 export _APP_LOG_DIR="$prefix/log"
 export LD_LIBRARY_PATH="$build/bundles:$build/lib${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}"
 
+if have_corba; then
+    corba=yes
+    step "starting omniNames and omniEvents"
+    start_corba
+else
+    corba=no
+    step "leaving the CORBA side out, for omniORB is not there (make run-corba installs it)"
+fi
+
 step "running the agent for $seconds seconds on $prefix"
 start zo_agent "$build/bin/zo_agent" --root "$prefix" --conf conf --for "$seconds"
 agent=$!
-status=0
-wait "$agent" || status=$?
-if [ "$status" -ne 0 ]; then
-    tail -n 20 "$run/zo_agent.out" >&2
-    fail "the agent ended with status $status; its output is in $run/zo_agent.out"
+wait_for 'zo_agent: ready' "$run/zo_agent.out"
+
+start zo_ascii_client "$build/bin/zo_ascii_client" --port-file "$prefix/var/ascii.port" --from GBK SUBSCRIBE
+wait_for END "$run/zo_ascii_client.out"
+if [ $corba = yes ]; then
+    wait_for 'zo/AlarmChannel is bound' "$prefix/log"
+    start zo_nms "$build/bin/zo_nms" --naming "127.0.0.1:$names_port" --list --watch
+    wait_for WATCHING "$run/zo_nms.out"
 fi
+
+step "feeding it examples/data/alarms.gbk, which begins like this"
+head -n 5 "$root/examples/data/alarms.gbk" | iconv -f GBK -t UTF-8
+cat "$root/examples/data/alarms.gbk" >>"$prefix/var/alarms.feed"
+agent_ended
+
+show "what a text client saw" zo_ascii_client
+[ $corba = no ] || show "what a CORBA client saw" zo_nms
 show_log
