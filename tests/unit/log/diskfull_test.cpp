@@ -1,5 +1,6 @@
 // The log on disks that are really full, and on files that went bad.
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>

@@ -1,0 +1,205 @@
+#include "asciisession.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+
+#include <ace/INET_Addr.h>
+#include <ace/Reactor.h>
+
+#include "asciiserver.h"
+#include "bundlemgr/base.h"
+
+namespace alarms {
+
+namespace {
+
+constexpr std::size_t kMaxLine = 256;
+constexpr std::size_t kReadSize = 1024;
+
+// What the system keeps for a client, besides our own backlog.
+constexpr int kSendBuffer = 64 * 1024;
+
+// When the system gives up a client that takes nothing at all.
+constexpr int kSilenceMilliseconds = 60 * 1000;
+
+constexpr char kTooManyClients[] = "ERROR too many clients\n";
+constexpr char kUnknownCommand[] = "ERROR unknown command\n";
+constexpr char kLineTooLong[] = "ERROR line too long\n";
+constexpr char kNoTable[] = "ERROR no alarm table\n";
+constexpr char kBye[] = "BYE\n";
+
+void SetOption(ACE_SOCK_Stream& peer, int level, int option, int value) {
+    peer.set_option(level, option, &value, sizeof value);
+}
+
+std::string UpperCase(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    return text;
+}
+
+}  // namespace
+
+int AsciiSession::open(void* acceptor) {
+    AsciiServer& server = static_cast<AsciiAcceptor*>(static_cast<AsciiAcceptor::Base*>(acceptor))->Server();
+    ACE_INET_Addr address;
+    if (peer().get_remote_addr(address) == -1) return -1;  // gone already
+    char host[INET6_ADDRSTRLEN] = "";
+    address.get_host_addr(host, sizeof host);
+    m_client = std::string(host) + ":" + std::to_string(address.get_port_number());
+    if (!server.Admits(host, m_client)) return -1;
+    if (server.IsFull(m_client)) {
+        peer().send(kTooManyClients, sizeof kTooManyClients - 1);
+        return -1;
+    }
+    SetOption(peer(), SOL_SOCKET, SO_SNDBUF, kSendBuffer);
+    SetOption(peer(), SOL_SOCKET, SO_KEEPALIVE, 1);  // notices a host that has vanished
+    SetOption(peer(), IPPROTO_TCP, TCP_USER_TIMEOUT, kSilenceMilliseconds);
+    SetOption(peer(), IPPROTO_TCP, TCP_NODELAY, 1);  // a change goes out as soon as it is known
+    if (Base::open(acceptor) == -1) return -1;
+    m_server = &server;
+    m_server->Enter(this, m_client);
+    return 0;
+}
+
+int AsciiSession::handle_close(ACE_HANDLE handle, ACE_Reactor_Mask mask) {
+    if (m_server != nullptr) m_server->Leave(this, m_client);
+    m_server = nullptr;
+    return Base::handle_close(handle, mask);  // deletes this
+}
+
+int AsciiSession::handle_input(ACE_HANDLE) {
+    char data[kReadSize];
+    const ssize_t count = peer().recv(data, sizeof data);
+    if (count == -1) return errno == EWOULDBLOCK || errno == EINTR ? 0 : -1;
+    if (count == 0) {
+        // The client sends no more, but may still be reading what it asked for.
+        Leave();
+    } else {
+        m_input.append(data, static_cast<std::size_t>(count));
+    }
+    return Proceed();
+}
+
+int AsciiSession::handle_output(ACE_HANDLE) {
+    return Proceed();
+}
+
+// Executes the commands that are there, for as long as the client takes the answers.
+// -1, which closes the session, when the connection is broken or nothing is left to do.
+int AsciiSession::Proceed() {
+    std::string line;
+    while (Flush()) {
+        if (m_leaving) return m_output.empty() ? -1 : 0;
+        if (m_answered > 0) {
+            reactor()->cancel_wakeup(this, READ_MASK);
+            return 0;
+        }
+        if (!TakeLine(line)) {
+            reactor()->schedule_wakeup(this, READ_MASK);
+            return 0;
+        }
+        Execute(line);
+    }
+    return -1;
+}
+
+// Lines end in LF or CRLF. One that is too long is answered once, forgotten up to its
+// end and taken for an empty one.
+bool AsciiSession::TakeLine(std::string& line) {
+    const std::string::size_type end = m_input.find('\n');
+    if (end == std::string::npos) {
+        if (m_input.size() <= kMaxLine) return false;
+        m_input.clear();
+        if (m_skipping) return false;
+        m_skipping = true;
+        Answer(kLineTooLong);
+        line.clear();
+        return true;
+    }
+    line = m_input.substr(0, end);
+    m_input.erase(0, end + 1);
+    if (m_skipping) {
+        m_skipping = false;
+        line.clear();
+    } else if (line.size() > kMaxLine) {
+        Answer(kLineTooLong);
+        line.clear();
+    }
+    return true;
+}
+
+void AsciiSession::Execute(const std::string& line) {
+    const std::string command = UpperCase(NS_BUNDLEMGR1::Trim(line));
+    if (command.empty()) return;
+    if (command == "QUIT") {
+        Answer(kBye);
+        Leave();
+        return;
+    }
+    const bool subscribe = command == "SUBSCRIBE";
+    if (!subscribe && command != "LIST") {
+        Answer(kUnknownCommand);
+        return;
+    }
+    std::string table;
+    std::uint64_t sequence = 0;
+    if (!m_server->Table(subscribe ? "SNAPSHOT" : "LIST", table, sequence)) {
+        Answer(kNoTable);
+        return;
+    }
+    Answer(table);
+    if (!subscribe) return;
+    m_subscribed = true;
+    m_sequence = sequence;
+}
+
+void AsciiSession::Answer(const std::string& text) {
+    m_output += text;
+    m_answered = m_output.size();
+}
+
+bool AsciiSession::Deliver(std::uint64_t sequence, const std::string& text) {
+    m_sequence = sequence;
+    m_output += text;
+    // Those of one batch go out together at its end (`handle_output`), unless there are
+    // many: only what the client does not take counts as its backlog.
+    const std::size_t limit = m_server->Backlog();
+    if (m_output.size() - m_answered <= limit) return true;
+    if (!Flush()) return false;
+    if (m_output.size() - m_answered <= limit) return true;
+    m_server->ReportCutOff(m_client);
+    return false;
+}
+
+void AsciiSession::Leave() {
+    m_leaving = true;
+    m_subscribed = false;
+    reactor()->cancel_wakeup(this, READ_MASK);
+}
+
+// Sends what the client takes. False when the connection is broken.
+bool AsciiSession::Flush() {
+    std::size_t sent = 0;
+    while (sent < m_output.size()) {
+        const ssize_t count = peer().send(m_output.data() + sent, m_output.size() - sent);
+        if (count == -1 && errno == EINTR) continue;
+        if (count == -1 && errno == EWOULDBLOCK) break;
+        if (count <= 0) return false;
+        sent += static_cast<std::size_t>(count);
+    }
+    m_output.erase(0, sent);
+    m_answered -= std::min(m_answered, sent);
+    if (m_output.empty()) {
+        reactor()->cancel_wakeup(this, WRITE_MASK);
+    } else {
+        reactor()->schedule_wakeup(this, WRITE_MASK);
+    }
+    return true;
+}
+
+}  // namespace alarms

@@ -1,0 +1,101 @@
+// AsciiSvc: serves the alarms as lines of text over TCP.
+#include <cstdio>
+#include <fstream>
+#include <memory>
+
+#include <sys/stat.h>
+
+#include "alarmevent.h"
+#include "asciiserver.h"
+#include "eventsubscription.h"
+#include "servicelog.h"
+#include "settings.h"
+
+namespace {
+
+using alarms::AlarmEvent;
+using alarms::AsciiServer;
+using NS_BUNDLEMGR1::LightEventParam;
+using NS_BUNDLEMGR1::ServiceObjectBase;
+
+constexpr char kService[] = "AsciiSvc";
+constexpr int kMostPort = 65535;
+constexpr int kStandardClients = 32;
+constexpr int kMostClients = 512;
+constexpr int kStandardBacklog = 1024 * 1024;
+constexpr int kLeastBacklog = 1024;
+constexpr int kMostBacklog = 256 * 1024 * 1024;
+
+class AsciiSvc : public ServiceObjectBase {
+public:
+    AsciiSvc() : ServiceObjectBase("zo_ascii_bundle", kService) {}
+    ~AsciiSvc() override { Stop(); }
+
+    int init(int, ACE_TCHAR*[]) override {
+        m_server = std::make_unique<AsciiServer>(ReadSettings(), m_log);
+        try {
+            if (!m_server->Listen()) return -1;
+        } catch (const NS_BUNDLEMGR1::InterfaceNotExistException&) {
+            m_log.Error(__LINE__, "%s is not there; is zo_base_bundle in bundlemgr.cfg?", alarms::ALARM_SERVICE);
+            return -1;
+        }
+        // Before any client can subscribe: no change may get lost between its snapshot
+        // and the first event.
+        m_events.Open(alarms::EVENT_ALARM, [this](LightEventParam* param) {
+            const auto* const event = dynamic_cast<AlarmEvent*>(param);
+            if (event != nullptr) m_server->Push(*event);
+        });
+        m_server->Serve();
+        WritePortFile();
+        return 0;
+    }
+
+    int fini() override {
+        Stop();
+        return ServiceObjectBase::fini();
+    }
+
+    void ExitThreads() override {
+        m_events.Close();
+        if (m_server != nullptr) m_server->Stop();
+    }
+
+private:
+    AsciiServer::Settings ReadSettings() {
+        AsciiServer::Settings settings;
+        settings.port = alarms::IntSetting("AsciiPort", 0, 0, kMostPort, m_log);
+        settings.maxClients = alarms::IntSetting("AsciiMaxClients", kStandardClients, 1, kMostClients, m_log);
+        settings.backlog = static_cast<std::size_t>(
+            alarms::IntSetting("AsciiBacklog", kStandardBacklog, kLeastBacklog, kMostBacklog, m_log));
+        return settings;
+    }
+
+    // For whoever wants to connect to a port that was picked at random. Renamed into its
+    // place, so that nobody reads half of it.
+    void WritePortFile() {
+        mkdir(alarms::PathInRoot("var").c_str(), 0755);  // is there as a rule
+        const std::string partial = m_portFile + ".new";
+        std::ofstream(partial) << m_server->Port() << "\n";
+        m_portFileWritten = std::rename(partial.c_str(), m_portFile.c_str()) == 0;
+        if (!m_portFileWritten) m_log.Error(__LINE__, "%s cannot be written", m_portFile.c_str());
+    }
+
+    // Also when the service is removed without ExitThreads: its code is unmapped next,
+    // and no thread may be left in it.
+    void Stop() {
+        ExitThreads();
+        m_server.reset();
+        if (m_portFileWritten) std::remove(m_portFile.c_str());
+        m_portFileWritten = false;
+    }
+
+    alarms::ServiceLog m_log{"zo_ascii_bundle", kService, "asciisvc"};
+    const std::string m_portFile = alarms::PathInRoot("var/ascii.port");
+    bool m_portFileWritten = false;
+    std::unique_ptr<AsciiServer> m_server;
+    alarms::EventSubscription m_events;
+};
+
+}  // namespace
+
+ZO_SERVICE_FACTORY(AsciiSvc, AsciiSvc);

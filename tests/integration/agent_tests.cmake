@@ -1,0 +1,29 @@
+# The agent as a child process, with real configuration and real clients.
+zo_add_bundle(zo_hold_bundle SOURCES "${PROJECT_SOURCE_DIR}/tests/fixtures/agent/zo_hold_bundle.cpp")
+set_target_properties(zo_hold_bundle PROPERTIES
+    LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests/fixtures/agent")
+
+add_executable(agent_test agent_test.cpp)
+zo_compile_options(agent_test)
+target_include_directories(agent_test PRIVATE "${PROJECT_SOURCE_DIR}/tests")
+target_compile_definitions(agent_test PRIVATE
+    ZO_AGENT="$<TARGET_FILE:zo_agent>"
+    ZO_ASCII_CLIENT="$<TARGET_FILE:zo_ascii_client>"
+    ZO_EXAMPLES_DIR="${PROJECT_SOURCE_DIR}/examples"
+    ZO_FIXTURES_DIR="${PROJECT_BINARY_DIR}/tests/fixtures/agent")
+target_link_libraries(agent_test PRIVATE zo::bundlemgr GTest::gtest_main)
+add_dependencies(agent_test
+    zo_agent zo_ascii_client zo_hold_bundle
+    zo_base_bundle AlarmSvc HeartbeatSvc
+    zo_domain_bundle FeedSvc StatisticsSvc
+    zo_ascii_bundle AsciiSvc)
+zo_discover_tests(agent_test)
+
+add_executable(agentparts_test
+    agentparts_test.cpp
+    "${PROJECT_SOURCE_DIR}/examples/bundles/zo_domain_bundle/feedfollower.cpp")
+zo_compile_options(agentparts_test)
+target_include_directories(agentparts_test PRIVATE
+    "${PROJECT_SOURCE_DIR}/tests" "${PROJECT_SOURCE_DIR}/examples/bundles/zo_domain_bundle")
+target_link_libraries(agentparts_test PRIVATE zo_alarm_model GTest::gtest_main)
+zo_discover_tests(agentparts_test)

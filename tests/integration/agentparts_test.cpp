@@ -1,0 +1,252 @@
+// Parts of the agent by themselves: what its services stand on.
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <future>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <sys/stat.h>
+
+#include <gtest/gtest.h>
+
+#include "alarm.h"
+#include "alarmevent.h"
+#include "bundlemgr/bundlemgr.h"
+#include "bundlemgr/event.h"
+#include "eventsubscription.h"
+#include "feedfollower.h"
+#include "servicelog.h"
+#include "servicethread.h"
+#include "support/environment.h"
+#include "support/tempdir.h"
+#include "support/wait.h"
+
+namespace {
+
+using alarms::Alarm;
+using alarms::EventSubscription;
+using alarms::FeedFollower;
+using alarms::ServiceLog;
+using alarms::ServiceThread;
+using NS_BUNDLEMGR1::LightEventMgr;
+using NS_BUNDLEMGR1::LightEventParam;
+using std::chrono::milliseconds;
+using test::WaitFor;
+
+// A process with an event manager and a log.
+class AgentPart : public testing::Test {
+protected:
+    AgentPart() : m_logDir("_APP_LOG_DIR", m_dir.Path()) { LightEventMgr::Instance()->Init(); }
+    ~AgentPart() override {
+        LightEventMgr::Destroy();
+        NS_BUNDLEMGR1::BundleMgr::Destroy();
+        NS_BUNDLEMGR1::LogProxyDebugInfoBufMgr::Destroy();
+    }
+
+    std::string Log() const {
+        std::string text;
+        for (const auto& file : std::filesystem::recursive_directory_iterator(m_dir.Path())) {
+            if (file.is_regular_file()) text += test::ReadFile(file.path().string());
+        }
+        return text;
+    }
+
+    const test::TempDir m_dir;
+    const test::ScopedEnv m_logDir;
+};
+
+// ---- Alarm ----
+
+TEST(AgentAlarm, NamesItsAttributesAndSetsThemByName) {
+    Alarm alarm;
+    EXPECT_TRUE(alarms::SetAttribute(alarm, "severity", "warning"));
+    EXPECT_TRUE(alarms::SetAttribute(alarm, "ack.user", "me"));
+    EXPECT_FALSE(alarms::SetAttribute(alarm, "severity", "Warning"));
+    EXPECT_FALSE(alarms::SetAttribute(alarm, "id", "5"));
+    EXPECT_EQ(alarm.severity, alarms::SEVERITY_WARNING);
+    EXPECT_EQ(alarm.ackUser, "me");
+    std::string all;
+    for (const std::string& name : alarms::AttributeNames()) {
+        all += name + "=" + alarms::AttributeText(alarm, name) + ";";
+    }
+    EXPECT_EQ(all, "object=;severity=warning;cause=;time=;text=;ack.user=me;");
+    EXPECT_EQ(alarms::AttributeText(alarm, "id"), "");
+}
+
+TEST(AgentAlarm, IsDescribedByASchemaWhosePathsAreItsAttributes) {
+    ObjectSchema_T schema = alarms::MakeAlarmSchema();
+    for (const std::string& name : alarms::AttributeNames()) {
+        EXPECT_FALSE(__IsDirty(schema, name.c_str())) << name;
+        EXPECT_TRUE(__SetDirty(schema, name.c_str())) << name;
+        EXPECT_TRUE(__IsDirty(schema, name.c_str())) << name;
+    }
+    EXPECT_FALSE(__SetDirty(schema, "id"));
+}
+
+// ---- EventSubscription ----
+
+TEST_F(AgentPart, ASubscriptionGetsItsEventsUntilItIsClosed) {
+    constexpr int kEvent = 5001;
+    std::atomic<int> calls{0};
+    EventSubscription subscription;
+    subscription.Open(kEvent, [&calls](LightEventParam*) { ++calls; });
+    LightEventMgr::Instance()->Push_Msg(kEvent, nullptr, 0);
+    ASSERT_TRUE(WaitFor([&calls] { return calls == 1; }));
+    subscription.Close();
+    subscription.Close();
+
+    // Of two events of one kind the second is handled after the first.
+    std::atomic<bool> handled{false};
+    EventSubscription witness;
+    witness.Open(kEvent, [&handled](LightEventParam*) { handled = true; });
+    LightEventMgr::Instance()->Push_Msg(kEvent, nullptr, 0);
+    ASSERT_TRUE(WaitFor([&handled] { return handled.load(); }));
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(LightEventMgr::Instance()->find(kEvent).size(), 1U);
+}
+
+TEST_F(AgentPart, CloseReturnsAfterTheCallThatIsUnderWay) {
+    constexpr int kEvent = 5002;
+    std::promise<void> entered;
+    std::promise<void> release;
+    std::atomic<bool> left{false};
+    EventSubscription subscription;
+    subscription.Open(kEvent, [&](LightEventParam*) {
+        entered.set_value();
+        release.get_future().wait();
+        left = true;
+    });
+    LightEventMgr::Instance()->Push_Msg(kEvent, nullptr, 0);
+    entered.get_future().wait();
+
+    std::promise<bool> closed;
+    std::thread closer([&] {
+        subscription.Close();
+        closed.set_value(left);
+    });
+    // Unregistering comes first, so Close is now waiting or about to.
+    ASSERT_TRUE(WaitFor([&] { return LightEventMgr::Instance()->find(kEvent).empty(); }));
+    std::future<bool> leftBefore = closed.get_future();
+    EXPECT_EQ(leftBefore.wait_for(milliseconds(50)), std::future_status::timeout);
+    release.set_value();
+    EXPECT_TRUE(leftBefore.get());
+    closer.join();
+}
+
+// ---- ServiceThread ----
+
+TEST_F(AgentPart, AServiceThreadWorksInRoundsAndStopsInTheMiddleOfAPause) {
+    ServiceLog log("bundle", "Svc", "parts");
+    ServiceThread thread(log);
+    std::atomic<int> rounds{0};
+    thread.Start([&rounds]() -> milliseconds { return ++rounds < 3 ? milliseconds(1) : std::chrono::hours(1); });
+    ASSERT_TRUE(WaitFor([&rounds] { return rounds == 3; }));
+    EXPECT_FALSE(thread.Stopping());
+    thread.Stop();
+    EXPECT_TRUE(thread.Stopping());
+    thread.Stop();
+    EXPECT_EQ(rounds, 3);
+}
+
+TEST_F(AgentPart, AServiceThreadSurvivesAnException) {
+    ServiceLog log("bundle", "Svc", "parts");
+    ServiceThread thread(log);
+    std::atomic<int> rounds{0};
+    thread.Start([&rounds]() -> milliseconds {
+        if (++rounds == 1) throw std::runtime_error("no table");
+        return std::chrono::hours(1);
+    });
+    EXPECT_TRUE(WaitFor([&rounds] { return rounds == 2; }));
+    thread.Stop();
+    const std::string records = Log();
+    EXPECT_NE(records.find("Bundle = bundle, Service = Svc \nfilename = parts, lineno = "), std::string::npos)
+        << records;
+    EXPECT_NE(records.find("\nthe service's thread failed and tries again: no table\n"), std::string::npos) << records;
+}
+
+// ---- FeedFollower ----
+
+class Lines : public FeedFollower::Reader {
+public:
+    void Line(unsigned long number, const std::string& text) override {
+        all.push_back(std::to_string(number) + ":" + text);
+    }
+    void TooLong(unsigned long number) override { all.push_back(std::to_string(number) + " too long"); }
+    void Notice(const std::string& text) override { notices.push_back(text); }
+    bool Stopping() override { return false; }
+
+    std::vector<std::string> all;
+    std::vector<std::string> notices;
+};
+
+using Texts = std::vector<std::string>;
+
+TEST(AgentFeedFollower, TakesLinesOfUpToItsBoundWholeAndNoOthers) {
+    const test::TempDir dir;
+    const std::string longest(FeedFollower::kMaxLine, 'x');
+    Lines lines;
+    FeedFollower follower(dir.Write("feed", longest + "\n" + longest + "x\n\nlast\n"), lines);
+    follower.Poll();
+    EXPECT_EQ(lines.all, (Texts{"1:" + longest, "2 too long", "3:", "4:last"}));
+}
+
+TEST(AgentFeedFollower, KeepsALineUntilItsEndIsThere) {
+    const test::TempDir dir;
+    Lines lines;
+    FeedFollower follower(dir.Write("feed", "a"), lines);
+    follower.Poll();
+    EXPECT_EQ(lines.all, Texts());
+    std::ofstream(dir / "feed", std::ios::app) << "b";
+    follower.Poll();
+    EXPECT_EQ(lines.all, Texts());
+    std::ofstream(dir / "feed", std::ios::app) << "\nc\n";
+    follower.Poll();
+    EXPECT_EQ(lines.all, (Texts{"1:ab", "2:c"}));
+    follower.Poll();
+    EXPECT_EQ(lines.all, (Texts{"1:ab", "2:c"}));
+}
+
+TEST(AgentFeedFollower, ReportsWhatIsNoFileOnceAndTakesTheFileThatReplacesIt) {
+    const test::TempDir dir;
+    ASSERT_EQ(mkfifo((dir / "feed").c_str(), 0600), 0);
+    Lines lines;
+    FeedFollower follower(dir / "feed", lines);
+    follower.Poll();
+    follower.Poll();
+    EXPECT_EQ(lines.notices, (Texts{"cannot be read yet: Invalid argument"}));
+    std::filesystem::remove(dir / "feed");
+    dir.Write("feed", "a\n");
+    follower.Poll();
+    EXPECT_EQ(lines.all, (Texts{"1:a"}));
+    EXPECT_EQ(lines.notices, (Texts{"cannot be read yet: Invalid argument", "is being followed"}));
+}
+
+TEST(AgentFeedFollower, EndsTheOldFileBeforeItBeginsTheNewOne) {
+    const test::TempDir dir;
+    Lines lines;
+    FeedFollower follower(dir.Write("feed", "a\n"), lines);
+    follower.Poll();
+    std::filesystem::rename(dir / "feed", dir / "feed.1");
+    follower.Poll();  // there is no new file yet
+    std::ofstream(dir / "feed.1", std::ios::app) << "b\nc";
+    dir.Write("feed", "d\n");
+    follower.Poll();
+    EXPECT_EQ(lines.all, (Texts{"1:a", "2:b", "3:c", "1:d"}));
+    EXPECT_EQ(lines.notices, (Texts{"is being followed", "was replaced by a new file", "is being followed"}));
+}
+
+TEST(AgentFeedFollower, BeginsAgainWhenTheFileIsCutBack) {
+    const test::TempDir dir;
+    Lines lines;
+    FeedFollower follower(dir.Write("feed", "a\nunfinished"), lines);
+    follower.Poll();
+    dir.Write("feed", "b\n");  // the same file, with other content
+    follower.Poll();
+    EXPECT_EQ(lines.all, (Texts{"1:a", "1:b"}));
+    EXPECT_EQ(lines.notices, (Texts{"is being followed", "was cut back, reading it from its beginning"}));
+}
+
+}  // namespace
