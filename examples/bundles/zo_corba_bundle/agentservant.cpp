@@ -1,0 +1,49 @@
+#include "agentservant.h"
+
+#include <algorithm>
+#include <string>
+#include <utility>
+
+#include "idlalarm.h"
+
+namespace corba_bundle {
+
+namespace {
+
+// The name goes on to other clients, among them such as read lines of text.
+bool IsUserName(const std::string& text) {
+    constexpr std::size_t kLongest = 128;
+    return text.size() <= kLongest && std::none_of(text.begin(), text.end(), [](char c) {
+               return static_cast<unsigned char>(c) < ' ' || c == 0x7f;
+           });
+}
+
+}  // namespace
+
+CORBA::ULongLong AgentServant::getActiveAlarms(CORBA::ULong how_many, NbiAlarm::AlarmSeq_out alarms,
+                                               NbiAlarm::AlarmIterator_out rest) {
+    std::vector<alarms::Alarm> all;
+    const std::uint64_t sequence = m_table.List(all);
+    std::size_t next = 0;
+    // Held in variables until nothing can fail any more: an exception must not leave a
+    // half-made reply behind.
+    NbiAlarm::AlarmSeq_var first = NextBatch(all, next, how_many);
+    NbiAlarm::AlarmIterator_var iterator;
+    if (next < all.size()) iterator = m_iterators.Make(std::move(all), next);
+    alarms = first._retn();
+    rest = iterator._retn();
+    return sequence;
+}
+
+NbiAlarm::Alarm* AgentServant::getAlarm(const char* id) {
+    alarms::Alarm alarm;
+    if (!m_table.Get(id, alarm)) throw NbiAlarm::NoSuchAlarm(id);
+    return new NbiAlarm::Alarm(ToIdl(alarm));
+}
+
+void AgentServant::acknowledge(const char* id, const char* user) {
+    if (!IsUserName(user)) throw CORBA::BAD_PARAM(0, CORBA::COMPLETED_NO);
+    if (!m_table.Acknowledge(id, user)) throw NbiAlarm::NoSuchAlarm(id);
+}
+
+}  // namespace corba_bundle

@@ -1,0 +1,57 @@
+// The iterators over long lists that clients hold.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <map>
+#include <mutex>
+#include <vector>
+
+#include <omniORB4/CORBA.h>
+
+#include "alarm.h"
+#include "alarm.hh"
+
+namespace corba_bundle {
+
+class IteratorServant;
+
+/// Makes iterators and sees to their end: a client destroys its iterator or reads it to
+/// its end, but may as well crash or forget it. So one that is left alone for too long
+/// is reaped, and there is a limit to how many there are: beyond it the one that was
+/// left alone the longest goes.
+///
+/// Thread-safe. Must live until the ORB is shut down, which takes what is left.
+class IteratorPool {
+public:
+    IteratorPool(PortableServer::POA_ptr poa, std::chrono::seconds longestIdle);
+
+    /// @param alarms the list
+    /// @param next   first alarm that the iterator gives
+    /// @return the caller's to release
+    NbiAlarm::AlarmIterator_ptr Make(std::vector<alarms::Alarm> alarms, std::size_t next);
+
+    /// Destroys those that were left alone for too long; to be called now and then.
+    /// @return how many
+    std::size_t Reap();
+
+    /// Notes that an iterator is in use.
+    void Touch(IteratorServant* iterator);
+
+    /// Destroys an iterator, unless that has been done.
+    void Destroy(IteratorServant* iterator);
+
+private:
+    using Clock = std::chrono::steady_clock;
+    using LastUses = std::map<IteratorServant*, Clock::time_point>;
+
+    LastUses::iterator Idlest();
+    void Deactivate(IteratorServant* iterator);
+
+    const PortableServer::POA_var m_poa;
+    const std::chrono::seconds m_longestIdle;
+    std::mutex m_mutex;
+    LastUses m_active;  // the POA owns them; who takes one out here has it deactivated
+};
+
+}  // namespace corba_bundle

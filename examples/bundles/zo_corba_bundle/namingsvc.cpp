@@ -1,0 +1,206 @@
+// NamingSvc: keeps the agent's objects bound in the naming service.
+#include <chrono>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <omniORB4/CORBA.h>
+#include <omniORB4/Naming.hh>
+
+#include "bundlemgr/base.h"
+#include "bundlemgr/bundle.h"
+#include "corbainterfaces.h"
+#include "peer.h"
+#include "servicelog.h"
+#include "servicethread.h"
+#include "settings.h"
+
+using NS_BUNDLEMGR1::CorbaConfigItems;
+using NS_BUNDLEMGR1::ServiceInterfaceProxy;
+using NS_BUNDLEMGR1::ServiceObjectBase;
+
+namespace corba_bundle {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+// A naming service that was restarted may have forgotten us, and does not say so.
+constexpr milliseconds kCheckEvery{1000};
+
+/// "zo/AlarmAgent" is the object "AlarmAgent" in the context "zo".
+CosNaming::Name ToName(const std::string& text) {
+    std::vector<std::string> ids;
+    NS_BUNDLEMGR1::Str2StrVec(text.c_str(), '/', ids);
+    CosNaming::Name name;
+    name.length(static_cast<CORBA::ULong>(ids.size()));
+    for (CORBA::ULong i = 0; i < name.length(); ++i) name[i].id = ids[i].c_str();
+    return name;
+}
+
+bool IsBound(CosNaming::NamingContext_ptr root, const CosNaming::Name& name, CORBA::Object_ptr object) {
+    try {
+        const CORBA::Object_var bound = root->resolve(name);
+        return !CORBA::is_nil(bound) && bound->_is_equivalent(object);
+    } catch (const CosNaming::NamingContext::NotFound&) {
+        return false;
+    }
+}
+
+void MakeContexts(CosNaming::NamingContext_ptr root, const CosNaming::Name& name) {
+    for (CORBA::ULong depth = 1; depth < name.length(); ++depth) {
+        CosNaming::Name context(name);
+        context.length(depth);
+        try {
+            const CosNaming::NamingContext_var made = root->bind_new_context(context);
+        } catch (const CosNaming::NamingContext::AlreadyBound&) {
+            // So much the better.
+        }
+    }
+}
+
+class NamingSvc : public ServiceObjectBase {
+public:
+    NamingSvc() : ServiceObjectBase(BUNDLE, NAMING_SERVICE) {}
+    ~NamingSvc() override { Stop(); }
+
+    int init(int argc, ACE_TCHAR* argv[]) override;
+    void SetInterface() override;
+
+    void Keep(const std::string& name, CORBA::Object_ptr object);
+
+    void ExitThreads() override { Stop(); }
+    int fini() override {
+        Stop();
+        return ServiceObjectBase::fini();
+    }
+
+private:
+    using Names = std::map<std::string, CORBA::Object_var>;
+
+    void Withdraw();
+    void Stop();
+    milliseconds Round();
+    CosNaming::NamingContext_ptr Root();
+    Names CopyOfNames();
+    void UnbindAll();
+
+    alarms::ServiceLog m_log{BUNDLE, NAMING_SERVICE, "namingsvc"};
+    std::string m_address;
+    CORBA::ORB_var m_orb;
+    std::mutex m_mutex;
+    Names m_names;  // guarded by m_mutex
+    std::unique_ptr<Peer> m_peer;
+    alarms::ServiceThread m_thread{m_log};
+};
+
+class PublishedNames : public NameKeeper {
+public:
+    explicit PublishedNames(NamingSvc& service) : m_service(service) {}
+    std::string GetDescription() override { return "names in the naming service"; }
+    void* GetImplementation() override { return &m_service; }
+    void Keep(const std::string& name, CORBA::Object_ptr object) override { m_service.Keep(name, object); }
+
+private:
+    NamingSvc& m_service;
+};
+
+int NamingSvc::init(int, ACE_TCHAR*[]) {
+    std::string host;
+    if (!CorbaConfigItems::Instance()->GetStrItemInfo("NamingService_Host", host) || host.empty()) {
+        m_log.Error(__LINE__, "corba_agent.cfg does not say where the naming service runs (NamingService_HostIP)");
+        return -1;
+    }
+    m_address = host + ":" + std::to_string(alarms::IntSetting("NamingServicePort", 2809, 1, 65535, m_log));
+    m_peer = std::make_unique<Peer>(NAMING_SERVICE, "the naming service at " + m_address);
+    try {
+        ServiceInterfaceProxy<OrbAccess> orb(ORB_SERVICE, BUNDLE);
+        m_orb = CORBA::ORB::_duplicate(orb->Orb());
+        m_names[AGENT_NAME] = CORBA::Object::_duplicate(orb->Agent());
+    } catch (const NS_BUNDLEMGR1::InterfaceNotExistException&) {
+        m_log.Error(__LINE__, "there is no ORB; in svc.cfg %s must stand above %s", ORB_SERVICE, NAMING_SERVICE);
+        return -1;
+    }
+    m_thread.Start([this] { return Round(); });
+    SetInterface();
+    return 0;
+}
+
+void NamingSvc::SetInterface() {
+    m_pInterface = new PublishedNames(*this);
+}
+
+void NamingSvc::Keep(const std::string& name, CORBA::Object_ptr object) {
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        m_names[name] = CORBA::Object::_duplicate(object);
+    }
+    m_thread.Wake();
+}
+
+/// Else the registry of interfaces would hand it out for ever.
+void NamingSvc::Withdraw() {
+    if (m_pInterface == nullptr) return;
+    NS_BUNDLEMGR1::SetIFBuf(NAMING_SERVICE, nullptr);
+    RemoveInterface();
+}
+
+void NamingSvc::Stop() {
+    Withdraw();
+    m_thread.Stop();
+    if (CORBA::is_nil(m_orb)) return;
+    UnbindAll();
+    m_orb = CORBA::ORB::_nil();
+}
+
+/// Binds whatever is not bound, or not to us.
+milliseconds NamingSvc::Round() {
+    try {
+        const CosNaming::NamingContext_var root = Root();
+        for (const auto& [text, object] : CopyOfNames()) {
+            const CosNaming::Name name = ToName(text);
+            if (IsBound(root, name, object)) continue;
+            MakeContexts(root, name);
+            root->rebind(name, object);
+            m_log.Info(__LINE__, "%s is bound at %s", text.c_str(), m_address.c_str());
+        }
+    } catch (const CORBA::Exception& error) {
+        return m_peer->Away(Describe(error));
+    }
+    m_peer->Here();
+    return kCheckEvery;
+}
+
+CosNaming::NamingContext_ptr NamingSvc::Root() {
+    const CORBA::Object_var object = m_orb->string_to_object(("corbaloc::" + m_address + "/NameService").c_str());
+    return CosNaming::NamingContext::_unchecked_narrow(object);
+}
+
+NamingSvc::Names NamingSvc::CopyOfNames() {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    return m_names;
+}
+
+/// Takes our names out again, but not those that another agent has taken over.
+void NamingSvc::UnbindAll() {
+    try {
+        const CosNaming::NamingContext_var root = Root();
+        for (const auto& [text, object] : CopyOfNames()) {
+            const CosNaming::Name name = ToName(text);
+            if (!IsBound(root, name, object)) continue;
+            root->unbind(name);
+            m_log.Info(__LINE__, "%s is unbound", text.c_str());
+        }
+    } catch (const CORBA::Exception& error) {
+        m_log.Info(__LINE__, "cannot unbind from the naming service at %s: %s", m_address.c_str(),
+                   Describe(error).c_str());
+    }
+}
+
+}  // namespace
+
+}  // namespace corba_bundle
+
+ZO_SERVICE_FACTORY(corba_bundle::NamingSvc, NamingSvc);

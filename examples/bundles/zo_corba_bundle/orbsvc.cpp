@@ -1,0 +1,208 @@
+// OrbSvc: the ORB and the agent's object in it.
+#include <chrono>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <omniORB4/CORBA.h>
+
+#include "agentservant.h"
+#include "alarmtable.h"
+#include "bundlemgr/base.h"
+#include "bundlemgr/bundle.h"
+#include "corbainterfaces.h"
+#include "iteratorpool.h"
+#include "peer.h"
+#include "servicelog.h"
+#include "servicethread.h"
+#include "settings.h"
+
+using NS_BUNDLEMGR1::CorbaConfigItems;
+using NS_BUNDLEMGR1::NameValueStru;
+using NS_BUNDLEMGR1::ServiceInterfaceProxy;
+using NS_BUNDLEMGR1::ServiceObjectBase;
+
+namespace corba_bundle {
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+constexpr milliseconds kReapEvery{1000};
+
+// No call that the agent makes takes longer than this, and none that it answers. By
+// default an ORB waits for ever for a server that does not answer and for a client that
+// does not take its reply, and so would the stop of the agent.
+constexpr milliseconds kCallTimeout{2000};
+constexpr milliseconds kReplyTimeout{3000};
+
+/// Options of an ORB, in the form in which `ORB_init` takes them.
+class OrbOptions {
+public:
+    void Add(const std::string& name, const std::string& value) { m_options.push_back({name, value}); }
+
+    CORBA::ORB_ptr InitOrb() const {
+        using Option = const char* [2];
+        const auto options = std::make_unique<Option[]>(m_options.size() + 1);  // the last one stays null
+        for (std::size_t i = 0; i < m_options.size(); ++i) {
+            options[i][0] = m_options[i].name.c_str();
+            options[i][1] = m_options[i].value.c_str();
+        }
+        int argc = 0;
+        return CORBA::ORB_init(argc, nullptr, "omniORB4", options.get());
+    }
+
+private:
+    std::vector<NameValueStru> m_options;
+};
+
+class OrbSvc : public ServiceObjectBase {
+public:
+    OrbSvc() : ServiceObjectBase(BUNDLE, ORB_SERVICE) {}
+    ~OrbSvc() override { Stop(); }
+
+    int init(int argc, ACE_TCHAR* argv[]) override;
+    void SetInterface() override;
+
+    // Services are finalised before the bundles are asked for their threads, and a
+    // finalised one is not asked any more: each of the three ends the ORB.
+    void ExitThreads() override { Stop(); }
+    int fini() override {
+        Stop();
+        return ServiceObjectBase::fini();
+    }
+
+private:
+    bool ReadSettings();
+    void AddAccessRules();
+    void Start();
+    void Withdraw();
+    void Stop();
+
+    alarms::ServiceLog m_log{BUNDLE, ORB_SERVICE, "orbsvc"};
+    OrbOptions m_options;
+    std::string m_endPoint;
+    seconds m_longestIdle{60};
+
+    CORBA::ORB_var m_orb;
+    std::unique_ptr<IteratorPool> m_iterators;
+    PortableServer::Servant_var<AgentServant> m_servant;
+    NbiAlarm::Agent_var m_agent;
+    std::thread m_orbThread;
+    alarms::ServiceThread m_reaper{m_log};
+};
+
+/// What the other services of the bundle see.
+class PublishedOrb : public OrbAccess {
+public:
+    PublishedOrb(CORBA::ORB_ptr orb, CORBA::Object_ptr agent)
+        : m_orb(CORBA::ORB::_duplicate(orb)), m_agent(CORBA::Object::_duplicate(agent)) {}
+    std::string GetDescription() override { return "the ORB and the agent's object"; }
+    void* GetImplementation() override { return nullptr; }
+    CORBA::ORB_ptr Orb() override { return m_orb; }
+    CORBA::Object_ptr Agent() override { return m_agent; }
+
+private:
+    const CORBA::ORB_var m_orb;
+    const CORBA::Object_var m_agent;
+};
+
+int OrbSvc::init(int, ACE_TCHAR*[]) {
+    if (!ReadSettings()) return -1;
+    try {
+        Start();
+    } catch (const NS_BUNDLEMGR1::InterfaceNotExistException&) {
+        m_log.Error(__LINE__, "%s publishes no alarm table; is zo_base_bundle in bundlemgr.cfg?",
+                    alarms::ALARM_SERVICE);
+        return -1;
+    } catch (const CORBA::Exception& error) {
+        m_log.Error(__LINE__, "cannot start the ORB on %s: %s", m_endPoint.c_str(), Describe(error).c_str());
+        return -1;
+    }
+    SetInterface();
+    m_log.Info(__LINE__, "the agent's object is served at %s", m_endPoint.c_str());
+    return 0;
+}
+
+void OrbSvc::SetInterface() {
+    m_pInterface = new PublishedOrb(m_orb, m_agent);
+}
+
+bool OrbSvc::ReadSettings() {
+    std::string host;
+    if (!CorbaConfigItems::Instance()->GetStrItemInfo("CORBAAgent_Host", host) || host.empty()) {
+        m_log.Error(__LINE__, "corba_agent.cfg does not say where the agent runs (CORBAAgent_HostIP)");
+        return false;
+    }
+    // Port 0: any that is free; clients find it in the naming service.
+    const int port = alarms::IntSetting("CorbaAgentPort", 0, 0, 65535, m_log);
+    m_endPoint = "giop:tcp:" + host + ":" + (port != 0 ? std::to_string(port) : "");
+    m_longestIdle = seconds(alarms::IntSetting("CorbaIteratorIdleSeconds", 60, 1, 86400, m_log));
+    m_options.Add("endPoint", m_endPoint);
+    m_options.Add("nativeCharCodeSet", "UTF-8");  // what the alarms are in, see alarm.idl
+    m_options.Add("clientCallTimeOutPeriod", std::to_string(kCallTimeout.count()));
+    m_options.Add("serverCallTimeOutPeriod", std::to_string(kReplyTimeout.count()));
+    AddAccessRules();
+    return true;
+}
+
+/// As everywhere in the agent: who may connect is named by the `acl` items, without any
+/// only this host may.
+void OrbSvc::AddAccessRules() {
+    std::vector<NameValueStru> addresses;
+    CorbaConfigItems::Instance()->GetIPAddressList(addresses);
+    if (addresses.empty()) addresses.push_back({"", "127.0.0.1"});
+    for (const NameValueStru& address : addresses) m_options.Add("serverTransportRule", address.value + " tcp");
+    m_options.Add("serverTransportRule", "* none");
+}
+
+void OrbSvc::Start() {
+    // Looked up now and not in a client's call: a look-up may wait for the bundle
+    // manager, which while it stops the agent waits for the client's call.
+    alarms::AlarmTable& table = *ServiceInterfaceProxy<alarms::AlarmTable>(alarms::ALARM_SERVICE).GetInterface();
+
+    m_orb = m_options.InitOrb();
+    const CORBA::Object_var object = m_orb->resolve_initial_references("RootPOA");
+    const PortableServer::POA_var poa = PortableServer::POA::_narrow(object);
+    m_iterators = std::make_unique<IteratorPool>(poa, m_longestIdle);
+    m_servant = new AgentServant(table, *m_iterators);
+    const PortableServer::ObjectId_var id = poa->activate_object(m_servant);
+    m_agent = m_servant->_this();
+    const PortableServer::POAManager_var manager = poa->the_POAManager();
+    manager->activate();
+
+    m_orbThread = std::thread([orb = m_orb] { orb->run(); });
+    m_reaper.Start([this] {
+        const std::size_t reaped = m_iterators->Reap();
+        if (reaped != 0) m_log.Info(__LINE__, "reaped %zu iterators that were left alone", reaped);
+        return kReapEvery;
+    });
+}
+
+/// Else the registry of interfaces would hand it out for ever.
+void OrbSvc::Withdraw() {
+    if (m_pInterface == nullptr) return;
+    NS_BUNDLEMGR1::SetIFBuf(ORB_SERVICE, nullptr);
+    RemoveInterface();
+}
+
+void OrbSvc::Stop() {
+    Withdraw();
+    m_reaper.Stop();
+    if (CORBA::is_nil(m_orb)) return;
+    // After this no call is under way any more and nothing of this library is called by
+    // the ORB: the library may go. The ORB's own libraries stay, see zo_alarm_idl.
+    m_orb->shutdown(true);
+    if (m_orbThread.joinable()) m_orbThread.join();
+    m_orb->destroy();
+    m_orb = CORBA::ORB::_nil();
+    m_log.Info(__LINE__, "the ORB has ended");
+}
+
+}  // namespace
+
+}  // namespace corba_bundle
+
+ZO_SERVICE_FACTORY(corba_bundle::OrbSvc, OrbSvc);

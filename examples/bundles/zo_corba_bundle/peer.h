@@ -1,0 +1,56 @@
+// A server on which the agent depends and which may be away.
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <string>
+#include <utility>
+
+#include <omniORB4/CORBA.h>
+
+#include "corbainterfaces.h"
+#include "servicelog.h"
+
+namespace corba_bundle {
+
+/// @return what went wrong, in a few words
+inline std::string Describe(const CORBA::Exception& error) {
+    const auto* const system = CORBA::SystemException::_downcast(&error);
+    const char* const detail = system != nullptr ? system->NP_minorString() : nullptr;
+    return detail != nullptr ? detail : error._name();
+}
+
+/// Reports each outage once, not with every try, and tells when to try again: the wait
+/// doubles from try to try, so that a server that is away for long is not hammered, up
+/// to a limit, so that its return is noticed. For one thread.
+class Peer {
+public:
+    /// @param service the service that reports
+    /// @param what    how it calls the server
+    Peer(const char* service, std::string what) : m_log(BUNDLE, service, "peer"), m_what(std::move(what)) {}
+
+    /// It has answered.
+    void Here() {
+        if (m_state != HERE) m_log.Info(__LINE__, "%s is there", m_what.c_str());
+        m_state = HERE;
+        m_delay = kFirstDelay;
+    }
+
+    /// It has not. @return how long to wait before the next try
+    std::chrono::milliseconds Away(const std::string& why) {
+        if (m_state != AWAY) m_log.Error(__LINE__, "%s is away (%s), trying again", m_what.c_str(), why.c_str());
+        m_state = AWAY;
+        return std::exchange(m_delay, std::min(m_delay * 2, kLongestDelay));
+    }
+
+private:
+    static constexpr std::chrono::milliseconds kFirstDelay{200};
+    static constexpr std::chrono::milliseconds kLongestDelay{5000};
+
+    alarms::ServiceLog m_log;
+    const std::string m_what;
+    enum { UNKNOWN, HERE, AWAY } m_state = UNKNOWN;
+    std::chrono::milliseconds m_delay = kFirstDelay;
+};
+
+}  // namespace corba_bundle
