@@ -448,16 +448,13 @@ TEST(AgentText, ServesNoMoreClientsThanConfigured) {
 }
 
 TEST(AgentText, GoesOnAcceptingWhenFileDescriptorsAreFreeAgain) {
+    if (std::string(ZO_SANITIZE).find("undefined") != std::string::npos) {
+        GTEST_SKIP() << "this sanitizer checks types with the help of a pipe, for which there is no descriptor";
+    }
     const AgentRoot root;
     root.SetItem("AsciiMaxClients", "500");
     Agent agent(root, {}, {}, {"/bin/sh", "-c", "ulimit -n 32; exec \"$0\" \"$@\""});
     ASSERT_TRUE(agent.WaitUntilReady());
-
-    // One that comes and goes first: a sanitizer needs a descriptor of its own to look at
-    // a type that it has not met before.
-    LineClient early(agent.TextPort());
-    early.Send("QUIT\n");
-    ASSERT_EQ(early.ReadToEnd(), "BYE\n");
 
     // One after the other until one has to wait.
     const std::string report = "no client can be accepted now: Too many open files\n";

@@ -10,6 +10,7 @@ target_compile_definitions(agent_test PRIVATE
     ZO_AGENT="$<TARGET_FILE:zo_agent>"
     ZO_ASCII_CLIENT="$<TARGET_FILE:zo_ascii_client>"
     ZO_EXAMPLES_DIR="${PROJECT_SOURCE_DIR}/examples"
+    ZO_SANITIZE="${ZO_SANITIZE}"
     ZO_FIXTURES_DIR="${PROJECT_BINARY_DIR}/tests/fixtures/agent")
 target_link_libraries(agent_test PRIVATE zo::bundlemgr GTest::gtest_main)
 add_dependencies(agent_test
