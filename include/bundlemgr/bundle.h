@@ -158,7 +158,7 @@ protected:
     std::map<std::string, ServiceObjectBase*> m_serviceObjectMap;  ///< By name; not owned.
     std::vector<std::string> m_vecServiceNames;                    ///< In order of registration.
     ACE_Recursive_Thread_Mutex m_lock;                             ///< Guards the two tables.
-    ServiceInterface* m_pInterface;  ///< Owned once set; see `RemoveInterface`.
+    ServiceInterface* m_pInterface;                                ///< Owned once set; see `RemoveInterface`.
 
 private:
     bool IsLive(const std::string& serviceName, const ServiceObjectBase* service) const;
@@ -340,20 +340,18 @@ ZO_EXPORT void DestroyService(void* service);
 /// Creates the one bundle of a library while the library loads and registers it with
 /// the manager. Stands once, at global scope, in one of the library's sources.
 /// @param Class class derived from `BundleObject`, default-constructible
-#define ZO_BUNDLE(Class)                                                  \
-    static ::NS_BUNDLEMGR1::BundleRegistration s_zoBundleRegistration(    \
+#define ZO_BUNDLE(Class)                                               \
+    static ::NS_BUNDLEMGR1::BundleRegistration s_zoBundleRegistration( \
         []() -> ::NS_BUNDLEMGR1::BundleObject* { return new Class; })
 
 /// Defines the factory `_make_<svc>` of a service, with an exterminator, so that the
 /// service's destructor runs when ACE removes it. Stands at global scope.
 /// @param Class class derived from `ServiceObjectBase`, default-constructible
 /// @param svc   the service's name as in `svc.cfg`
-#define ZO_SERVICE_FACTORY(Class, svc)                                                             \
-    extern "C" ZO_PLUGIN_EXPORT ACE_Service_Object* _make_##svc(ACE_Service_Object_Exterminator*); \
-    extern "C" ZO_PLUGIN_EXPORT ACE_Service_Object* _make_##svc(                                   \
-        ACE_Service_Object_Exterminator* exterminator) {                                           \
-        if (exterminator != nullptr) *exterminator = &::NS_BUNDLEMGR1::DestroyService;             \
-        return ::NS_BUNDLEMGR1::MakeService(#svc,                                                  \
-                                            []() -> ACE_Service_Object* { return new Class; });    \
-    }                                                                                              \
+#define ZO_SERVICE_FACTORY(Class, svc)                                                                           \
+    extern "C" ZO_PLUGIN_EXPORT ACE_Service_Object* _make_##svc(ACE_Service_Object_Exterminator*);               \
+    extern "C" ZO_PLUGIN_EXPORT ACE_Service_Object* _make_##svc(ACE_Service_Object_Exterminator* exterminator) { \
+        if (exterminator != nullptr) *exterminator = &::NS_BUNDLEMGR1::DestroyService;                           \
+        return ::NS_BUNDLEMGR1::MakeService(#svc, []() -> ACE_Service_Object* { return new Class; });            \
+    }                                                                                                            \
     static_assert(true, "a semicolon follows")

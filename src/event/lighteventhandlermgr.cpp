@@ -110,7 +110,8 @@ void LightEventMgr::Destroy() {
 
 // Everything that posting and waiting need from ACE under its static-object lock is
 // created here, since an event may be posted under a lock that comes later in order.
-LightEventMgr::LightEventMgr() : ACE_Task<ACE_MT_SYNCH>(ACE_Thread_Manager::instance()), m_bExit(false), m_bStarted(false) {
+LightEventMgr::LightEventMgr()
+    : ACE_Task<ACE_MT_SYNCH>(ACE_Thread_Manager::instance()), m_bExit(false), m_bStarted(false) {
     ACE_Allocator::instance();
 }
 
