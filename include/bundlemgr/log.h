@@ -207,9 +207,9 @@ protected:
 private:
     using Records = std::list<DebugInfo>;
 
-    void WriteList(const Records& records);
-    void WriteMerged();
-    void WriteCacheFullNotice();
+    bool WriteList(const Records& records);
+    void WriteMerged(const Records& enabled, const Records& disabled);
+    void WriteCacheFullNotice(bool hadFile);
     void KeepForNextBatch(const DebugInfo& info);
     void WriteKeptRecords();
 

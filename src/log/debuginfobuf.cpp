@@ -66,18 +66,19 @@ void LogProxyDebugInfoBufMgr::AppendOutputInfo(const DebugInfo& info) {
     Records record(1, info);  // copied before the lock is taken
     ACE_Guard<ACE_Thread_Mutex> guard(m_listMutex);
     m_listOutput.splice(m_listOutput.end(), record);
+    // Taken out before they are written: no record is written twice, whatever happens.
+    Records batch;
     if (m_nOutputMode.load(std::memory_order_relaxed) == LOG_OUTPUT_IMMEDIATE) {
-        Records batch;
         batch.swap(m_listOutput);
         WriteList(batch);
     } else if (info.level == LOG_LEVEL_CRITICAL) {
-        WriteMerged();
-        m_listOutput.clear();
-        m_listFiltered.clear();
+        Records filtered;
+        batch.swap(m_listOutput);
+        filtered.swap(m_listFiltered);
+        WriteMerged(batch, filtered);
     } else if (m_listOutput.size() >= m_nOutputCapacity) {
-        WriteList(m_listOutput);
-        m_listOutput.clear();
-        WriteCacheFullNotice();
+        batch.swap(m_listOutput);
+        WriteCacheFullNotice(WriteList(batch));
     }
 }
 
@@ -99,34 +100,35 @@ void LogProxyDebugInfoBufMgr::Output() {
     WriteList(batch);
 }
 
-void LogProxyDebugInfoBufMgr::WriteList(const Records& records) {
+bool LogProxyDebugInfoBufMgr::WriteList(const Records& records) {
     ACE_Guard<ACE_Thread_Mutex> guard(m_fileMutex);
     const WritingScope scope;
-    if (!m_pLogFile->EnsureOpen()) return;
+    if (!m_pLogFile->EnsureOpen()) return false;
     WriteKeptRecords();
     for (const DebugInfo& info : records) m_pLogFile->WriteRecord(info);
     m_pLogFile->Flush();
+    return true;
 }
 
 // Both lists as one stream by time; of two records of the same time the enabled one
 // goes first.
-void LogProxyDebugInfoBufMgr::WriteMerged() {
+void LogProxyDebugInfoBufMgr::WriteMerged(const Records& enabled, const Records& disabled) {
     ACE_Guard<ACE_Thread_Mutex> guard(m_fileMutex);
     const WritingScope scope;
     if (!m_pLogFile->EnsureOpen()) return;
     WriteKeptRecords();
-    auto filtered = m_listFiltered.cbegin();
-    for (const DebugInfo& info : m_listOutput) {
-        for (; filtered != m_listFiltered.cend() && filtered->time < info.time; ++filtered) {
+    auto filtered = disabled.cbegin();
+    for (const DebugInfo& info : enabled) {
+        for (; filtered != disabled.cend() && filtered->time < info.time; ++filtered) {
             m_pLogFile->WriteRecord(*filtered);
         }
         m_pLogFile->WriteRecord(info);
     }
-    for (; filtered != m_listFiltered.cend(); ++filtered) m_pLogFile->WriteRecord(*filtered);
+    for (; filtered != disabled.cend(); ++filtered) m_pLogFile->WriteRecord(*filtered);
     m_pLogFile->Flush();
 }
 
-void LogProxyDebugInfoBufMgr::WriteCacheFullNotice() {
+void LogProxyDebugInfoBufMgr::WriteCacheFullNotice(bool hadFile) {
     DebugInfo notice;
     notice.level = LOG_LEVEL_ERROR;
     notice.time = RecordTime();
@@ -136,6 +138,8 @@ void LogProxyDebugInfoBufMgr::WriteCacheFullNotice() {
     notice.text = "Debug cache is full, force output excuted.";
     ACE_Guard<ACE_Thread_Mutex> guard(m_fileMutex);
     const WritingScope scope;
+    // The batch may have failed at its end; the notice then goes to the next file.
+    if (hadFile) m_pLogFile->EnsureOpen();
     m_pLogFile->WriteRecord(notice);
     m_pLogFile->Flush();
 }
