@@ -1,10 +1,12 @@
 #include <algorithm>
+#include <cstdlib>
 
 #include <ace/Assert.h>
 #include <ace/Guard_T.h>
 #include <ace/Service_Config.h>
 
 #include "bundle/currentexception.h"
+#include "bundle/livebundles.h"
 #include "bundle/liveservices.h"
 #include "bundle/servicelibraries.h"
 #include "bundle/servicerepository.h"
@@ -51,7 +53,9 @@ void Log(SourceLine line, const char* format, Args... args) {
 }
 
 void Assert(bool condition, const char* expression, SourceLine line) {
-    if (!condition) __ace_assert(kSourceFile, static_cast<int>(line), expression);
+    if (condition) return;
+    __ace_assert(kSourceFile, static_cast<int>(line), expression);
+    std::abort();  // for a host that has masked ACE's log, which aborts only what it prints
 }
 
 void ReportThrown(const char* operation, const std::string& serviceName, const std::string& what) {
@@ -68,6 +72,12 @@ void Contain(const char* operation, const std::string& serviceName, Action actio
 std::string ServiceConfigurationPath(const std::string& bundleName) {
     const std::string directory = GetCfgDirPath();
     return directory.empty() ? "" : directory + "/" + bundleName + "/" + kServiceConfigurationFile;
+}
+
+// The manager's answer, so that a bundle it does not know gets no services registered.
+BundleObject* RegisteredBundle(const std::string& name) {
+    BundleMgr* const manager = BundleMgr::Instance();
+    return manager != nullptr ? manager->GetBundle(name) : nullptr;
 }
 
 bool IsManagerFinalising() {
@@ -89,7 +99,9 @@ void FinalizeAll(const std::string& serviceName, const std::vector<ServiceEntry>
 
 // Has the configurator create and initialise a service. Any result of its init but 0
 // is a failure, where the configurator itself knows only -1.
-int ProcessDirective(const std::string& serviceName, const std::string& directive) {
+int ProcessDirective(const std::string& serviceName, const std::string& directive, const std::string& bundleName,
+                     BundleObject* bundle) {
+    const ServiceBirth birth(bundleName, bundle);
     // The configurator makes room for a service of the same name, another bundle's
     // perhaps, by finalising the one that is there; in a destructor, where an exception
     // would end the process.
@@ -99,14 +111,20 @@ int ProcessDirective(const std::string& serviceName, const std::string& directiv
     int result = kInitThrew;
     Contain("Initialisation", serviceName,
             [&result, &directive] { result = ACE_Service_Config::current()->process_directive(directive.c_str()); });
-    return result != 0 ? result : ServiceRepository().InitResult(serviceName);
+    if (result == 0) result = ServiceRepository().InitResult(serviceName);
+    if (result == 0) birth.Publish();
+    return result;
 }
 
 }  // namespace
 
-BundleObject::BundleObject() : m_nState(BUNDLE_STATE_LOADED), m_pInterface(nullptr) {}
+BundleObject::BundleObject() : m_nState(BUNDLE_STATE_LOADED), m_pInterface(nullptr) {
+    LiveBundles::Enter(this);
+}
 
-BundleObject::~BundleObject() = default;
+BundleObject::~BundleObject() {
+    LiveBundles::Leave(this);
+}
 
 ServiceInterface* BundleObject::GetInterface() {
     return m_pInterface;
@@ -212,6 +230,7 @@ void BundleObject::WaitThreadExit() {
     // A copy, since ending its threads may take a service out of the table.
     const std::vector<std::string> names(m_vecServiceNames.rbegin(), m_vecServiceNames.rend());
     for (const std::string& name : names) {
+        if (std::find(m_vecServiceNames.begin(), m_vecServiceNames.end(), name) == m_vecServiceNames.end()) continue;
         Log(kLineBeginExitThreads, "\n===== Begin to Exit Threads of -[ %s -- %s ] =====\n", GetName().c_str(),
             name.c_str());
         const auto entry = m_serviceObjectMap.find(name);
@@ -224,13 +243,16 @@ void BundleObject::WaitThreadExit() {
 }
 
 int BundleObject::LoadAllServiceObjects() {
-    const std::string path = ServiceConfigurationPath(GetName());
+    const std::string bundleName = GetName();
+    const std::string path = ServiceConfigurationPath(bundleName);
     if (path.empty()) {
         Log(kLineNoConfiguration, "\n===== get svc cfg is empty, proc will exit and stop to init Service =====\n");
         return kNoConfiguration;
     }
     SVC_Config_Param configuration(path.c_str());
     for (const std::string& name : configuration.GetServiceNames()) {
+        // Asked first: it waits for a manager that is finalising.
+        BundleObject* const registered = RegisteredBundle(bundleName);
         if (IsManagerFinalising()) return kStoppedByManager;
         const std::string directive = configuration.GetServiceDirective(name.c_str());
         if (directive.empty()) continue;
@@ -239,7 +261,7 @@ int BundleObject::LoadAllServiceObjects() {
             return kStoppedByBundle;
         }
         Log(kLineInitService, "\n===== Init Service -[ %s ] =====\n", name.c_str());
-        const int result = ProcessDirective(name, directive);
+        const int result = ProcessDirective(name, directive, bundleName, registered);
         if (result != 0) {
             Log(kLineInitFailed, "\n===== Init Failed -[ %s ][ params:%s ][ err: %d ] =====\n", name.c_str(),
                 directive.c_str(), result);

@@ -25,7 +25,7 @@ ProcessException::~ProcessException() = default;
 
 InterfaceNotExistException::InterfaceNotExistException() = default;
 
-InterfaceNotExistException::InterfaceNotExistException(InterfaceNotExistException& other) : ProcessException(other) {}
+InterfaceNotExistException::InterfaceNotExistException(InterfaceNotExistException&) = default;
 
 InterfaceNotExistException::~InterfaceNotExistException() = default;
 

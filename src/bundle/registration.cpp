@@ -31,6 +31,8 @@ BundleRegistration::BundleRegistration(BundleObject* (*create)()) noexcept : m_p
 }
 
 BundleRegistration::~BundleRegistration() {
+    // Where a host ends without having stopped, services would outlive their bundle.
+    if (m_pBundle != nullptr && m_pBundle->GetState() != BUNDLE_STATE_FINIED) m_pBundle->UnLoadAllServiceObjects();
     delete m_pBundle;
 }
 

@@ -16,7 +16,8 @@ CoreLog g_log("servicedef");
 
 ServiceObjectBase::ServiceObjectBase(const char* bundleName, const char* serviceName)
     : m_pInterface(nullptr), m_strServiceName(serviceName), m_strBundleName(bundleName) {
-    BundleObject* const bundle = BundleMgr::Instance()->GetBundle(m_strBundleName);
+    BundleObject* bundle = ServiceBirth::BundleNamed(m_strBundleName);
+    if (bundle == nullptr) bundle = BundleMgr::Instance()->GetBundle(m_strBundleName);
     LiveServices::Enter(this);
     if (bundle == nullptr) {
         g_log.Print(kLineNoBundle, LOG_LEVEL_INFO, "[ServiceObjectBase] Call GetBundle() get bundle null.%s,%s",

@@ -1,6 +1,7 @@
 #include "bundlemgr/bundlemgrimpl.h"
 
 #include <chrono>
+#include <cstdlib>
 #include <thread>
 
 #include <ace/Assert.h>
@@ -15,6 +16,7 @@
 #include <dlfcn.h>
 
 #include "bundle/currentexception.h"
+#include "bundle/livebundles.h"
 #include "bundle/servicelibraries.h"
 #include "bundle/yieldingguard.h"
 #include "bundlemgr/bundle.h"
@@ -43,7 +45,14 @@ bool IsCoreBundle(const std::string& name) {
 
 // ACE_ASSERT would name the path of this file, where the log names sources barely.
 void Assert(bool condition, const char* expression, int line) {
-    if (!condition) __ace_assert(kSourceFile, line, expression);
+    if (condition) return;
+    __ace_assert(kSourceFile, line, expression);
+    std::abort();  // for a host that has masked ACE's log, which aborts only what it prints
+}
+
+// A bundle that is gone counts as one that never registered.
+BundleObject* LiveOrNull(BundleObject* bundle) {
+    return LiveBundles::Contains(bundle) ? bundle : nullptr;
 }
 
 // A bundle that throws must not keep the others from being ended.
@@ -133,7 +142,7 @@ void BundleMgrImpl::RegisterBundle(BundleObject* pBundle) {
 
 BundleObject* BundleMgrImpl::FindBundle(const std::string& name) const {
     const auto found = m_mapBundleTable.find(name);
-    return found != m_mapBundleTable.end() ? found->second : nullptr;
+    return found != m_mapBundleTable.end() ? LiveOrNull(found->second) : nullptr;
 }
 
 BundleObject* BundleMgrImpl::GetBundle(const std::string& name) {
@@ -224,7 +233,7 @@ BundleMgrImpl::BundlesByOrder BundleMgrImpl::SelectLoaded(bool core) {
     BundlesByOrder selected;
     Guard guard(m_tableLock);
     for (const auto& entry : m_mapBundleTable) {
-        BundleObject* const bundle = entry.second;
+        BundleObject* const bundle = LiveOrNull(entry.second);
         if (bundle == nullptr || IsCoreBundle(bundle->GetName()) != core) continue;
         const int state = bundle->GetState();
         if (state == BUNDLE_STATE_LOADED) {
@@ -258,7 +267,8 @@ void BundleMgrImpl::FiniAllBundles() {
     Guard guard(m_tableLock);
     BundlesByOrder bundles;
     for (const auto& entry : m_mapBundleTable) {
-        if (entry.second != nullptr) bundles.emplace(-static_cast<long>(entry.second->GetBundleOrder()), entry.second);
+        BundleObject* const bundle = LiveOrNull(entry.second);
+        if (bundle != nullptr) bundles.emplace(-static_cast<long>(bundle->GetBundleOrder()), bundle);
     }
     for (const auto& entry : bundles) {
         g_log.Print(__LINE__, LOG_LEVEL_INFO, "\n========== Fini Bundle --- %s ==========\n",
@@ -284,7 +294,7 @@ void BundleMgrImpl::WaitAllBundlesThreadExit() {
 void BundleMgrImpl::GetBundlesInReverseOrder(std::list<BundleObject*>& out) {
     Guard guard(m_tableLock);
     for (auto name = m_vecConfiguredBundles.rbegin(); name != m_vecConfiguredBundles.rend(); ++name) {
-        out.push_back(m_mapBundleTable[*name]);
+        out.push_back(LiveOrNull(m_mapBundleTable[*name]));
     }
 }
 

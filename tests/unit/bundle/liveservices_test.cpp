@@ -1,6 +1,8 @@
 #include "bundle/liveservices.h"
 
+#include <cstdint>
 #include <list>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -44,6 +46,47 @@ TEST(LiveServicesTest, LeavingByNumberSparesTheSuccessor) {
     EXPECT_EQ(second, LiveServices::IdOf(At(16)));
     LiveServices::Leave(At(16), second);
     EXPECT_EQ(0U, LiveServices::IdOf(At(16)));
+}
+
+unsigned long IdOfElsewhere(const ServiceObjectBase* service) {
+    unsigned long id = 0;
+    std::thread([&id, service] { id = LiveServices::IdOf(service); }).join();
+    return id;
+}
+
+TEST(ServiceBirthTest, AServiceIsItsMakersUntilItIsPublished) {
+    const ServiceBirth birth("fx_first", nullptr);
+    const unsigned long id = LiveServices::Enter(At(16));
+    EXPECT_EQ(id, LiveServices::IdOf(At(16)));
+    EXPECT_EQ(0U, IdOfElsewhere(At(16)));
+    birth.Publish();
+    EXPECT_EQ(id, IdOfElsewhere(At(16)));
+}
+
+TEST(ServiceBirthTest, ANestedBirthPublishesOnlyItsOwn) {
+    const ServiceBirth outer("fx_first", nullptr);
+    LiveServices::Enter(At(16));
+    {
+        const ServiceBirth inner("fx_second", nullptr);
+        LiveServices::Enter(At(32));
+        inner.Publish();
+    }
+    EXPECT_EQ(0U, IdOfElsewhere(At(16)));
+    EXPECT_NE(0U, IdOfElsewhere(At(32)));
+}
+
+TEST(ServiceBirthTest, AServiceThatIsOnlyConstructedIsEverybodys) {
+    { const ServiceBirth over("fx_first", nullptr); }
+    const unsigned long id = LiveServices::Enter(At(16));
+    EXPECT_EQ(id, IdOfElsewhere(At(16)));
+}
+
+TEST(ServiceBirthTest, TheBundleIsKnownByNameOnItsThreadOnly) {
+    auto* const bundle = reinterpret_cast<BundleObject*>(16);  // never looked into
+    const ServiceBirth birth("fx_first", bundle);
+    EXPECT_EQ(bundle, ServiceBirth::BundleNamed("fx_first"));
+    EXPECT_EQ(nullptr, ServiceBirth::BundleNamed("fx_second"));
+    std::thread([] { EXPECT_EQ(nullptr, ServiceBirth::BundleNamed("fx_first")); }).join();
 }
 
 TEST(LiveServicesTest, ThreadsMayComeAndGo) {
