@@ -11,7 +11,8 @@ function(zo_add_plugin_test name)
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
     target_compile_definitions(${name} PRIVATE
         ZO_TEST_HOST="$<TARGET_FILE:zo_test_host>"
-        ZO_TEST_PLUGIN_DIR="${ZO_TEST_PLUGIN_DIR}")
+        ZO_TEST_PLUGIN_DIR="${ZO_TEST_PLUGIN_DIR}"
+        ZO_TEST_PARSER_LEAKS="${CMAKE_CURRENT_SOURCE_DIR}/parser.supp")
     target_link_libraries(${name} PRIVATE zo::bundlemgr GTest::gtest_main GTest::gmock)
     zo_discover_tests(${name})
 endfunction()

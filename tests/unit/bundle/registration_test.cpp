@@ -79,6 +79,28 @@ TEST_F(RegistrationTest, TheBundleIsRegisteredAndDiesWithItsRegistration) {
     EXPECT_EQ(1, DyingBundle::s_deaths);
 }
 
+TEST_F(RegistrationTest, TheServicesOfABundleThatWasNotStoppedEndBeforeIt) {
+    {
+        const BundleRegistration registration([]() -> BundleObject* { return new DyingBundle; });
+        const test::TestService::Action onFini = [] {
+            EXPECT_THAT(BundleMgr::Instance()->GetBundle("dying"), NotNull());
+        };
+        auto* const service = new test::TestService(m_trace, "dying", "svc");
+        service->onFini = &onFini;
+        test::Install("svc", service);
+    }
+    EXPECT_THAT(m_trace, ElementsAre("fini svc", "dtor svc"));
+}
+
+TEST_F(RegistrationTest, TheServicesOfAFinalisedBundleAreNoMoreItsBusiness) {
+    {
+        const BundleRegistration registration([]() -> BundleObject* { return new DyingBundle; });
+        test::Install("svc", new test::TestService(m_trace, "dying", "svc"));
+        BundleMgr::Instance()->GetBundle("dying")->SetState(BUNDLE_STATE_FINIED);
+    }
+    EXPECT_TRUE(test::IsInRepository("svc"));
+}
+
 std::string ThisProgram() {
     Dl_info info{};
     dladdr(reinterpret_cast<const void*>(&ThisProgram), &info);

@@ -407,6 +407,21 @@ TEST_F(BundleMgrTest, ABundleThatRegistersLateTakesThePlaceOfItsNullEntry) {
     EXPECT_THAT(Reversed(), ElementsAre(&bundle));
 }
 
+TEST_F(BundleMgrTest, ABundleThatIsGoneCountsAsOneThatNeverRegistered) {
+    Add("a");
+    FakeBundle& b = Add("b");
+    Configure("Bundle=a\nBundle=b\n");
+    m_bundles.front().reset();
+    EXPECT_THAT(Mgr().GetBundle("a"), IsNull());
+    EXPECT_THAT(Mgr().GetBundleInterface("a"), IsNull());
+    EXPECT_THAT(Reversed(), ElementsAre(&b, IsNull()));
+    EXPECT_EQ(0, Mgr().InitAllBundles());
+    Mgr().FiniAllBundles();
+    EXPECT_THAT(m_trace, ElementsAre("init b", "fini b"));
+    FakeBundle& successor = Add("a");
+    EXPECT_EQ(&successor, Mgr().GetBundle("a"));
+}
+
 TEST_F(BundleMgrTest, ReverseOrderIsThatOfTheConfigurationFromItsEnd) {
     FakeBundle& a = Add("a");
     FakeBundle& b = Add("b");

@@ -1,0 +1,52 @@
+#include "bundle/currentexception.h"
+
+#include <pthread.h>
+
+#include <atomic>
+#include <stdexcept>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+namespace NS_BUNDLEMGR1 {
+namespace {
+
+template <class Action>
+std::string ReportOf(Action action) {
+    std::string report = "none";
+    ReportException(action, [&report](const std::string& what) { report = what; });
+    return report;
+}
+
+TEST(ReportExceptionTest, TellsWhatWasThrown) {
+    EXPECT_EQ("no licence", ReportOf([] { throw std::runtime_error("no licence"); }));
+    EXPECT_EQ("std::exception", ReportOf([] { throw std::exception(); }));
+    EXPECT_EQ("an exception of unknown type", ReportOf([] { throw 5; }));
+    EXPECT_EQ("an exception of unknown type", ReportOf([] { throw "text"; }));
+}
+
+TEST(ReportExceptionTest, IsSilentWhereNothingIsThrown) {
+    bool done = false;
+    EXPECT_EQ("none", ReportOf([&done] { done = true; }));
+    EXPECT_TRUE(done);
+}
+
+TEST(ReportExceptionTest, AnExceptionOfTheReportGoesOn) {
+    EXPECT_THROW(ReportException([] { throw 5; }, [](const std::string&) { throw std::logic_error("log full"); }),
+                 std::logic_error);
+}
+
+// The process would not survive that the end of a thread is swallowed.
+TEST(ReportExceptionTest, TheEndOfAThreadIsNoException) {
+    std::atomic<bool> reported{false};
+    std::atomic<bool> wentOn{false};
+    std::thread([&] {
+        ReportException([] { pthread_exit(nullptr); }, [&reported](const std::string&) { reported = true; });
+        wentOn = true;
+    }).join();
+    EXPECT_FALSE(reported);
+    EXPECT_FALSE(wentOn);
+}
+
+}  // namespace
+}  // namespace NS_BUNDLEMGR1
