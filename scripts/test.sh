@@ -23,7 +23,9 @@ step "testing build/$preset"
 log=$root/build/$preset/test.log
 began=$(date +%s)
 status=0
-(cd "$root" && without_randomisation ctest --preset "$preset" --parallel "$jobs" --output-log "$log" "$@") || status=$?
+# More at once than there are processors, for many tests mostly wait.
+(cd "$root" && without_randomisation ctest --preset "$preset" --parallel "$((jobs * 2))" --output-log "$log" "$@") ||
+    status=$?
 
 verdict=$(sed -n 's/^\([0-9]*% tests passed.*\)$/\1/p' "$log" | tail -n 1)
 skipped=$(grep -c '\*\*\*Skipped' "$log" || true)
