@@ -1,36 +1,40 @@
 #include "bundle/livebundles.h"
 
+#include <map>
 #include <mutex>
-#include <set>
 
 namespace NS_BUNDLEMGR1 {
 namespace LiveBundles {
 
 namespace {
 
+using Ids = std::map<const BundleObject*, unsigned long>;
+
 std::mutex g_mutex;
+unsigned long g_lastId = 0;
 
 // Never destroyed: bundles may die after this library's statics.
-std::set<const BundleObject*>& Bundles() {
-    static std::set<const BundleObject*>* const bundles = new std::set<const BundleObject*>;
-    return *bundles;
+Ids& LiveIds() {
+    static Ids* const ids = new Ids;
+    return *ids;
 }
 
 }  // namespace
 
 void Enter(const BundleObject* bundle) {
     const std::lock_guard<std::mutex> guard(g_mutex);
-    Bundles().insert(bundle);
+    LiveIds()[bundle] = ++g_lastId;
 }
 
 void Leave(const BundleObject* bundle) {
     const std::lock_guard<std::mutex> guard(g_mutex);
-    Bundles().erase(bundle);
+    LiveIds().erase(bundle);
 }
 
-bool Contains(const BundleObject* bundle) {
+unsigned long IdOf(const BundleObject* bundle) {
     const std::lock_guard<std::mutex> guard(g_mutex);
-    return Bundles().count(bundle) != 0;
+    const auto found = LiveIds().find(bundle);
+    return found != LiveIds().end() ? found->second : 0;
 }
 
 }  // namespace LiveBundles

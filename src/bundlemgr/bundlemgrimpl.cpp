@@ -50,11 +50,6 @@ void Assert(bool condition, const char* expression, int line) {
     std::abort();  // for a host that has masked ACE's log, which aborts only what it prints
 }
 
-// A bundle that is gone counts as one that never registered.
-BundleObject* LiveOrNull(BundleObject* bundle) {
-    return LiveBundles::Contains(bundle) ? bundle : nullptr;
-}
-
 // A bundle that throws must not keep the others from being ended.
 template <class Action>
 void Contain(const char* operation, BundleObject& bundle, Action action) {
@@ -137,12 +132,18 @@ void BundleMgrImpl::RegisterBundle(BundleObject* pBundle) {
     Assert(pBundle != nullptr, "pBundle != 0", __LINE__);
     const std::string strName = pBundle->GetName();
     Assert(FindBundle(strName) == nullptr, "m_mapBundleTable.find(strName) == m_mapBundleTable.end()", __LINE__);
-    m_mapBundleTable[strName] = pBundle;
+    m_mapBundleTable[strName] = TableEntry(pBundle);
+}
+
+BundleMgrImpl::TableEntry::TableEntry(BundleObject* bundle) : m_pBundle(bundle), m_nId(LiveBundles::IdOf(bundle)) {}
+
+BundleObject* BundleMgrImpl::TableEntry::Get() const {
+    return m_pBundle != nullptr && LiveBundles::IdOf(m_pBundle) == m_nId ? m_pBundle : nullptr;
 }
 
 BundleObject* BundleMgrImpl::FindBundle(const std::string& name) const {
     const auto found = m_mapBundleTable.find(name);
-    return found != m_mapBundleTable.end() ? LiveOrNull(found->second) : nullptr;
+    return found != m_mapBundleTable.end() ? found->second.Get() : nullptr;
 }
 
 BundleObject* BundleMgrImpl::GetBundle(const std::string& name) {
@@ -233,7 +234,7 @@ BundleMgrImpl::BundlesByOrder BundleMgrImpl::SelectLoaded(bool core) {
     BundlesByOrder selected;
     Guard guard(m_tableLock);
     for (const auto& entry : m_mapBundleTable) {
-        BundleObject* const bundle = LiveOrNull(entry.second);
+        BundleObject* const bundle = entry.second.Get();
         if (bundle == nullptr || IsCoreBundle(bundle->GetName()) != core) continue;
         const int state = bundle->GetState();
         if (state == BUNDLE_STATE_LOADED) {
@@ -267,7 +268,7 @@ void BundleMgrImpl::FiniAllBundles() {
     Guard guard(m_tableLock);
     BundlesByOrder bundles;
     for (const auto& entry : m_mapBundleTable) {
-        BundleObject* const bundle = LiveOrNull(entry.second);
+        BundleObject* const bundle = entry.second.Get();
         if (bundle != nullptr) bundles.emplace(-static_cast<long>(bundle->GetBundleOrder()), bundle);
     }
     for (const auto& entry : bundles) {
@@ -294,7 +295,7 @@ void BundleMgrImpl::WaitAllBundlesThreadExit() {
 void BundleMgrImpl::GetBundlesInReverseOrder(std::list<BundleObject*>& out) {
     Guard guard(m_tableLock);
     for (auto name = m_vecConfiguredBundles.rbegin(); name != m_vecConfiguredBundles.rend(); ++name) {
-        out.push_back(LiveOrNull(m_mapBundleTable[*name]));
+        out.push_back(m_mapBundleTable[*name].Get());
     }
 }
 

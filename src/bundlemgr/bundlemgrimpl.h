@@ -56,6 +56,20 @@ public:
 private:
     using BundlesByOrder = std::multimap<long, BundleObject*>;
 
+    /// A registered bundle; none for a configured bundle that never registered.
+    class TableEntry {
+    public:
+        TableEntry() = default;
+        explicit TableEntry(BundleObject* bundle);
+
+        /// @return the bundle, or null when there is none or it is gone
+        BundleObject* Get() const;
+
+    private:
+        BundleObject* m_pBundle = nullptr;
+        unsigned long m_nId = 0;  // see LiveBundles
+    };
+
     void ReadConfiguration();
     BundlesByOrder SelectLoaded(bool core);
     int InitBundles(const BundlesByOrder& bundles);
@@ -65,7 +79,7 @@ private:
     std::unique_ptr<LogProxyMgrImpl> m_pLogProxyMgr;
     std::map<std::string, int> m_mapConfiguredBundles;
     std::vector<std::string> m_vecConfiguredBundles;  // in file order, duplicates kept
-    std::map<std::string, BundleObject*> m_mapBundleTable;
+    std::map<std::string, TableEntry> m_mapBundleTable;
     ACE_Recursive_Thread_Mutex& m_tableLock;  // guards the tables above
     std::atomic<int> m_nIntSetting;
     ACE_Recursive_Thread_Mutex m_phaseLock;  // guards m_nPhase

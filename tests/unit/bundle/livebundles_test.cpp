@@ -7,16 +7,27 @@
 namespace NS_BUNDLEMGR1 {
 namespace {
 
-TEST(LiveBundlesTest, HoldsEachBundleForItsLife) {
-    EXPECT_FALSE(LiveBundles::Contains(nullptr));
+TEST(LiveBundlesTest, KnowsEachBundleForItsLife) {
+    EXPECT_EQ(0U, LiveBundles::IdOf(nullptr));
     auto bundle = std::make_unique<test::TestBundle>();
     const test::TestBundle other;
     const BundleObject* const address = bundle.get();
-    EXPECT_TRUE(LiveBundles::Contains(address));
-    EXPECT_TRUE(LiveBundles::Contains(&other));
+    EXPECT_NE(0U, LiveBundles::IdOf(address));
+    EXPECT_NE(LiveBundles::IdOf(address), LiveBundles::IdOf(&other));
     bundle.reset();
-    EXPECT_FALSE(LiveBundles::Contains(address));
-    EXPECT_TRUE(LiveBundles::Contains(&other));
+    EXPECT_EQ(0U, LiveBundles::IdOf(address));
+    EXPECT_NE(0U, LiveBundles::IdOf(&other));
+}
+
+TEST(LiveBundlesTest, ASuccessorAtTheSameAddressHasAnotherNumber) {
+    alignas(test::TestBundle) unsigned char place[sizeof(test::TestBundle)];
+    auto* const first = new (place) test::TestBundle;
+    const unsigned long id = LiveBundles::IdOf(first);
+    first->~TestBundle();
+    auto* const second = new (place) test::TestBundle;
+    EXPECT_NE(0U, LiveBundles::IdOf(second));
+    EXPECT_NE(id, LiveBundles::IdOf(second));
+    second->~TestBundle();
 }
 
 TEST(LiveBundlesTest, StrangersMayLeave) {
@@ -24,9 +35,9 @@ TEST(LiveBundlesTest, StrangersMayLeave) {
     LiveBundles::Leave(nullptr);
     LiveBundles::Leave(&bundle);
     LiveBundles::Leave(&bundle);
-    EXPECT_FALSE(LiveBundles::Contains(&bundle));
+    EXPECT_EQ(0U, LiveBundles::IdOf(&bundle));
     LiveBundles::Enter(&bundle);
-    EXPECT_TRUE(LiveBundles::Contains(&bundle));
+    EXPECT_NE(0U, LiveBundles::IdOf(&bundle));
 }
 
 }  // namespace
