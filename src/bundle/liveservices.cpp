@@ -9,7 +9,7 @@ namespace NS_BUNDLEMGR1 {
 namespace {
 
 struct LiveService {
-    unsigned long id;
+    unsigned long id = 0;
     std::thread::id maker;  // the one thread that may call it; none: all may
 };
 
