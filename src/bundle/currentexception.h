@@ -4,8 +4,6 @@
 #include <exception>
 #include <string>
 
-#include <cxxabi.h>
-
 namespace NS_BUNDLEMGR1 {
 
 /// For use inside a catch block. @return the exception's `what()`, where it has one
@@ -25,9 +23,8 @@ template <class Action, class Report>
 void ReportException(Action action, Report report) {
     try {
         action();
-    } catch (abi::__forced_unwind&) {
-        throw;
     } catch (...) {
+        if (std::current_exception() == nullptr) throw;  // pthread_exit or a cancelled thread
         report(CurrentException());
     }
 }

@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <exception>
 #include <memory>
 #include <new>
-
-#include <cxxabi.h>
 
 #include <ace/Guard_T.h>
 #include <ace/Malloc_Base.h>
@@ -215,16 +214,16 @@ void LightEventMgr::process_msg() {
     Dispatch(message->m_nEventId, message->m_pParam);
 }
 
-// A forced unwind is recognised by a reference to which there is no object.
-__attribute__((no_sanitize("null"))) void LightEventMgr::Dispatch(int eventId, LightEventParam* param) {
+void LightEventMgr::Dispatch(int eventId, LightEventParam* param) {
     try {
         for (LightEventHandler* const handler : find(eventId)) {
             if (handler != nullptr) handler->HandleLightEvent(eventId, param);
         }
-    } catch (abi::__forced_unwind&) {
-        throw;  // A handler ended its thread; the process would not survive swallowing this.
     } catch (...) {
-        // Ends this event; the next one is not its concern.
+        // A handler ended its thread: no exception, and the process would not survive
+        // swallowing it.
+        if (std::current_exception() == nullptr) throw;
+        // An exception ends this event; the next one is not its concern.
     }
 }
 
