@@ -162,7 +162,6 @@ protected:
 
 private:
     bool IsLive(const std::string& serviceName, const ServiceObjectBase* service) const;
-    void RetireService(const std::string& serviceName);
 
     /// Which object each name stands for (see `LiveServices`): the pointers in the
     /// table outlive the services they point to.

@@ -97,6 +97,15 @@ void FinalizeAll(const std::string& serviceName, const std::vector<ServiceEntry>
     for (const ServiceEntry& entry : entries) Finalize(serviceName, *entry);
 }
 
+// The failed service may be gone without its destructor, whatever name it registered
+// under; those that it brought up in its turn are not.
+void ForgetFailed(const std::string& serviceName, const ServiceBirth& birth) {
+    const ServiceRepository repository;
+    for (const ServiceBirth::Child& child : birth.Children()) {
+        if (!repository.HoldsUnderAnotherName(child.service, serviceName)) LiveServices::Leave(child.service, child.id);
+    }
+}
+
 // Has the configurator create and initialise a service. Any result of its init but 0
 // is a failure, where the configurator itself knows only -1.
 int ProcessDirective(const std::string& serviceName, const std::string& directive, const std::string& bundleName,
@@ -112,7 +121,8 @@ int ProcessDirective(const std::string& serviceName, const std::string& directiv
     Contain("Initialisation", serviceName,
             [&result, &directive] { result = ACE_Service_Config::current()->process_directive(directive.c_str()); });
     if (result == 0) result = ServiceRepository().InitResult(serviceName);
-    if (result == 0) birth.Publish();
+    if (result != 0) ForgetFailed(serviceName, birth);
+    birth.Publish();
     return result;
 }
 
@@ -214,16 +224,6 @@ bool BundleObject::IsLive(const std::string& serviceName, const ServiceObjectBas
     return id != 0 && (registered == m_mapServiceIds.end() || registered->second == id);
 }
 
-// An object whose factory set no exterminator is freed without its destructor: nobody
-// but the bundle can tell that it is gone.
-void BundleObject::RetireService(const std::string& serviceName) {
-    Guard guard(m_lock);
-    const auto entry = m_serviceObjectMap.find(serviceName);
-    const auto id = m_mapServiceIds.find(serviceName);
-    if (entry != m_serviceObjectMap.end() && id != m_mapServiceIds.end())
-        LiveServices::Leave(entry->second, id->second);
-}
-
 void BundleObject::WaitThreadExit() {
     g_log.Prepare();
     Guard guard(m_lock);
@@ -265,7 +265,6 @@ int BundleObject::LoadAllServiceObjects() {
         if (result != 0) {
             Log(kLineInitFailed, "\n===== Init Failed -[ %s ][ params:%s ][ err: %d ] =====\n", name.c_str(),
                 directive.c_str(), result);
-            RetireService(name);
             RemoveServiceObject(name.c_str());
             return result;
         }

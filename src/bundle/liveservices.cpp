@@ -27,6 +27,10 @@ Services& Live() {
     return *live;
 }
 
+bool IsChild(const LiveService& live, unsigned long lastIdBefore) {
+    return live.id > lastIdBefore && live.maker == std::this_thread::get_id();
+}
+
 unsigned long LastId() {
     const std::lock_guard<std::mutex> guard(g_mutex);
     return g_lastId;
@@ -73,10 +77,19 @@ ServiceBirth::~ServiceBirth() {
     t_birth = m_pOuter;
 }
 
+std::vector<ServiceBirth::Child> ServiceBirth::Children() const {
+    std::vector<Child> children;
+    const std::lock_guard<std::mutex> guard(g_mutex);
+    for (const auto& [service, live] : Live()) {
+        if (IsChild(live, m_nLastIdBefore)) children.push_back(Child{service, live.id});
+    }
+    return children;
+}
+
 void ServiceBirth::Publish() const {
     const std::lock_guard<std::mutex> guard(g_mutex);
     for (auto& [service, live] : Live()) {
-        if (live.id > m_nLastIdBefore && live.maker == std::this_thread::get_id()) live.maker = std::thread::id();
+        if (IsChild(live, m_nLastIdBefore)) live.maker = std::thread::id();
     }
 }
 

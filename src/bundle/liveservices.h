@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace NS_BUNDLEMGR1 {
 
@@ -44,6 +45,14 @@ public:
     ~ServiceBirth();
     ServiceBirth(const ServiceBirth&) = delete;
     ServiceBirth& operator=(const ServiceBirth&) = delete;
+
+    struct Child {
+        const ServiceObjectBase* service;
+        unsigned long id;  ///< See `LiveServices`.
+    };
+
+    /// @return the live services made since that are not published yet
+    std::vector<Child> Children() const;
 
     /// The services made since are ready for every thread.
     void Publish() const;

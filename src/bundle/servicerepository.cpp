@@ -26,16 +26,21 @@ ACE_Service_Repository& Repository() {
     return *ACE_Service_Repository::instance(kRepositorySize);
 }
 
-// The repository's own look-up ends at the first entry of a name, which may be one
-// that was finalised in its place long ago.
-std::vector<ACE_Service_Type*> FindLive(const std::string& name, bool ignoreSuspended) {
+template <class Accept>
+std::vector<ACE_Service_Type*> FindLive(bool ignoreSuspended, Accept accept) {
     std::vector<ACE_Service_Type*> found;
     ACE_Service_Repository_Iterator entries(Repository(), ignoreSuspended);
     for (const ACE_Service_Type* entry = nullptr; entries.next(entry) != 0; entries.advance()) {
-        if (name != entry->name() || entry->fini_called() || entry->type() == nullptr) continue;
+        if (entry->fini_called() || entry->type() == nullptr || !accept(*entry)) continue;
         found.push_back(const_cast<ACE_Service_Type*>(entry));
     }
     return found;
+}
+
+// The repository's own look-up ends at the first entry of a name, which may be one
+// that was finalised in its place long ago.
+std::vector<ACE_Service_Type*> FindNamed(const std::string& name, bool ignoreSuspended) {
+    return FindLive(ignoreSuspended, [&name](const ACE_Service_Type& entry) { return name == entry.name(); });
 }
 
 // An entry that hides behind a finalised one of the same name cannot be removed.
@@ -57,20 +62,27 @@ ServiceRepository::ServiceRepository(ACE_Recursive_Thread_Mutex& bundleLock)
     : m_guard(Repository().lock(), bundleLock) {}
 
 int ServiceRepository::InitResult(const std::string& name) const {
-    const std::vector<ACE_Service_Type*> live = FindLive(name, false);
+    const std::vector<ACE_Service_Type*> live = FindNamed(name, false);
     if (live.empty()) return 0;
     const auto* const type = dynamic_cast<const ACE_Service_Object_Type*>(live.back()->type());
     return type != nullptr ? ReadInitStatus(*type) : 0;
 }
 
+bool ServiceRepository::HoldsUnderAnotherName(const ServiceObjectBase* service, const std::string& name) const {
+    const auto isThat = [service, &name](const ACE_Service_Type& entry) {
+        return name != entry.name() && ObjectOf(entry) == service;
+    };
+    return !FindLive(false, isThat).empty();
+}
+
 ServiceEntry ServiceRepository::Take(const std::string& name) {
-    const std::vector<ACE_Service_Type*> live = FindLive(name, false);
+    const std::vector<ACE_Service_Type*> live = FindNamed(name, false);
     return live.empty() ? ServiceEntry() : TakeOut(live.back());
 }
 
 std::vector<ServiceEntry> ServiceRepository::TakeActive(const std::string& name) {
     std::vector<ServiceEntry> taken;
-    for (ACE_Service_Type* const entry : FindLive(name, true)) taken.push_back(TakeOut(entry));
+    for (ACE_Service_Type* const entry : FindNamed(name, true)) taken.push_back(TakeOut(entry));
     return taken;
 }
 

@@ -41,6 +41,9 @@ public:
     ///         such service
     int InitResult(const std::string& name) const;
 
+    /// @return whether the object is a service of any other name than that
+    bool HoldsUnderAnotherName(const ServiceObjectBase* service, const std::string& name) const;
+
     /// @return the service of that name, or null
     ServiceEntry Take(const std::string& name);
 

@@ -134,6 +134,21 @@ TEST_P(FailingServiceTest, AnExceptionFromTheConstructorIsAFailure) {
     EXPECT_EQ((macro ? "registration::1 " : "bundledef::1 ") + report, ErrorRecord());
 }
 
+// Its author gave it another name than the operator.
+TEST_F(ServicesTest, AFailedServiceIsNotCalledUnderTheNameItChose) {
+    ConfigureServices("fx_first", "service=fx_first:Alias\n");
+    for (const char* const result : {"-1", "5"}) {
+        Tell("P4", std::string("init=") + result);
+        const std::string error = result == std::string("5") ? "5" : "1";
+        EXPECT_THAT(RunLoaded("init services=fx_first wait-one=fx_first greet=P4 fini"),
+                    StartsWith(InitBundle("fx_first") + InitService("Alias") +
+                               "P4: created\nP4: init with 0 arguments\n" + InitFailed("fx_first", "Alias", error) +
+                               NotFound("Alias") + Loaded("fx_first", error) + InitBundleFailed("fx_first", error) +
+                               "> init: " + error + "\n> services=fx_first:  P4\n" + BeginExit("fx_first", "P4") +
+                               FinishExit("fx_first", "P4") + "> wait-one=fx_first: done\n> greet=P4: nobody\n"));
+    }
+}
+
 TEST_F(ServicesTest, AMissingFactoryIsAFailure) {
     ConfigureServices("fx_first", "service=fx_first:Nobody\nservice=fx_first:M1\n");
     EXPECT_EQ(InitBundle("fx_first") + InitService("Nobody") + InitFailed("fx_first", "Nobody", "1") +

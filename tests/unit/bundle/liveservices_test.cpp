@@ -75,6 +75,20 @@ TEST(ServiceBirthTest, ANestedBirthPublishesOnlyItsOwn) {
     EXPECT_NE(0U, IdOfElsewhere(At(32)));
 }
 
+TEST(ServiceBirthTest, ItsChildrenAreThoseThatItHasNotPublished) {
+    LiveServices::Enter(At(8));
+    const ServiceBirth birth("fx_first", nullptr);
+    LiveServices::Enter(At(16));
+    const unsigned long id = LiveServices::Enter(At(32));
+    LiveServices::Leave(At(16));
+    std::thread([] { LiveServices::Enter(At(64)); }).join();
+    ASSERT_EQ(1U, birth.Children().size());
+    EXPECT_EQ(At(32), birth.Children().front().service);
+    EXPECT_EQ(id, birth.Children().front().id);
+    birth.Publish();
+    EXPECT_TRUE(birth.Children().empty());
+}
+
 TEST(ServiceBirthTest, AServiceThatIsOnlyConstructedIsEverybodys) {
     { const ServiceBirth over("fx_first", nullptr); }
     const unsigned long id = LiveServices::Enter(At(16));

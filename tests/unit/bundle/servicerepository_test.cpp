@@ -86,6 +86,20 @@ TEST_F(ServiceRepositoryTest, WhatIsNoServiceObjectHasNoInitResult) {
     delete type;
 }
 
+TEST_F(ServiceRepositoryTest, KnowsWhatItHoldsUnderAnotherName) {
+    TestService& service = AddNowhere("svc");
+    const auto stranger = Make("stranger");
+    Install("foreign", new ForeignService);
+    const auto holds = [](const ServiceObjectBase* object, const char* name) {
+        return ServiceRepository().HoldsUnderAnotherName(object, name);
+    };
+    EXPECT_TRUE(holds(&service, "other"));
+    EXPECT_FALSE(holds(&service, "svc"));
+    EXPECT_FALSE(holds(stranger.get(), "other"));
+    FinalizeInPlace("svc");
+    EXPECT_FALSE(holds(&service, "other"));
+}
+
 // ---- Take and TakeActive -----------------------------------------------------------------------------
 
 TEST_F(ServiceRepositoryTest, ATakenServiceIsNotFoundAnyMoreAndNotYetFinalised) {
