@@ -7,6 +7,7 @@
 
 #include "log/recordstamp.h"
 #include "platform/bounded.h"
+#include "platform/filesizesignal.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -19,6 +20,12 @@ constexpr std::size_t kFormatBufferSize = 4096;
 // Compared as unsigned, so that a negative level is out of range as well.
 bool IsValidLevel(int level) {
     return static_cast<unsigned>(level) <= kHighestLevel;
+}
+
+// Standard output may be a file, and full.
+void Echo(const std::string& text) {
+    const FileSizeSignalBlock block;
+    ACE_OS::printf("%s", text.c_str());
 }
 
 std::uint64_t LevelBit(int level) {
@@ -34,7 +41,7 @@ LogProxyImpl::~LogProxyImpl() = default;
 
 void LogProxyImpl::Write(int level, const char* text) {
     const DebugInfo info = MakeRecord(IsValidLevel(level) ? level : LOG_LEVEL_INFO, text != nullptr ? text : "");
-    if (m_bEcho) ACE_OS::printf("%s", info.text.c_str());
+    if (m_bEcho) Echo(info.text);
     LogProxyDebugInfoBufMgr* const buffer = LogProxyDebugInfoBufMgr::Instance();
     if (buffer == nullptr) return;
     if (IsLevelEnabled(info.level)) {

@@ -199,6 +199,25 @@ TEST_F(DiskFullTest, TheSignalStillEndsTheProcessElsewhere) {
     EXPECT_EQ(SIGXFSZ, WTERMSIG(status));
 }
 
+TEST_F(DiskFullTest, AnEchoThatDoesNotFitIsLost) {
+    LogProxy* const proxy = BundleMgr::Instance()->GetLogProxyMgr()->GetLogProxy("Echo");
+    const std::string echo = m_dir.Path() + "/echo";
+    RunInChild([&] {
+        FILE* const terminal = stdout;
+        stdout = std::fopen(echo.c_str(), "w");
+        std::setvbuf(stdout, nullptr, _IONBF, 0);
+        std::fputs(std::string(5000, 'x').c_str(), stdout);
+        LimitFileSize(5000);
+        proxy->Write(LOG_LEVEL_ERROR, "kept");
+        std::fclose(stdout);
+        stdout = terminal;
+    });
+    EXPECT_EQ(std::string(5000, 'x'), ReadFile(echo));
+    const std::vector<LogRecord> records = ParseLog(ReadFile(ChildFileOf(test::kTheFileTime)));
+    ASSERT_EQ(1U, records.size());
+    EXPECT_EQ("kept", records.front().text);
+}
+
 TEST_F(DiskFullTest, DestroyKeepsWhatFits) {
     const std::size_t size = Bytes(1, "1").size();
     RunInChild([&] {
