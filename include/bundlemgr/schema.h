@@ -24,6 +24,9 @@ public:
     /// Copies everything, the sub-schema included.
     Property_T(const Property_T& other);
     Property_T& operator=(const Property_T& other);
+    /// Takes the sub-schema over, at the address where it is; `other` has none then.
+    Property_T(Property_T&& other) noexcept;
+    Property_T& operator=(Property_T&& other) noexcept;
     /// Deletes the sub-schema.
     virtual ~Property_T();
 
@@ -40,6 +43,8 @@ public:
     ObjectSchema_T();
     ObjectSchema_T(const ObjectSchema_T& other);
     ObjectSchema_T& operator=(const ObjectSchema_T& other);
+    ObjectSchema_T(ObjectSchema_T&& other) noexcept;
+    ObjectSchema_T& operator=(ObjectSchema_T&& other) noexcept;
     virtual ~ObjectSchema_T();
 
     /// Deletes all properties and their sub-schemas; the name stays.

@@ -107,14 +107,26 @@ Property_T::Property_T(const Property_T& other)
       subSchema(other.subSchema != nullptr ? new ObjectSchema_T(*other.subSchema) : nullptr) {}
 
 Property_T& Property_T::operator=(const Property_T& other) {
-    if (this == &other) return *this;
     // Copied before anything is given up: `other` may be part of our own sub-schema.
-    Property_T copy(other);
-    name.swap(copy.name);
-    dirty = copy.dirty;
-    indexed = copy.indexed;
-    indexDirty.swap(copy.indexDirty);
-    std::swap(subSchema, copy.subSchema);
+    if (this != &other) *this = Property_T(other);
+    return *this;
+}
+
+Property_T::Property_T(Property_T&& other) noexcept
+    : name(std::move(other.name)),
+      dirty(other.dirty),
+      indexed(other.indexed),
+      indexDirty(std::move(other.indexDirty)),
+      subSchema(std::exchange(other.subSchema, nullptr)) {}
+
+Property_T& Property_T::operator=(Property_T&& other) noexcept {
+    // As above; what is given up goes with this at the end.
+    Property_T taken(std::move(other));
+    name.swap(taken.name);
+    dirty = taken.dirty;
+    indexed = taken.indexed;
+    indexDirty.swap(taken.indexDirty);
+    std::swap(subSchema, taken.subSchema);
     return *this;
 }
 
@@ -127,11 +139,18 @@ ObjectSchema_T::ObjectSchema_T() = default;
 ObjectSchema_T::ObjectSchema_T(const ObjectSchema_T& other) = default;
 
 ObjectSchema_T& ObjectSchema_T::operator=(const ObjectSchema_T& other) {
-    if (this == &other) return *this;
     // As above, `other` may be a sub-schema of ours.
-    ObjectSchema_T copy(other);
-    name.swap(copy.name);
-    properties.swap(copy.properties);
+    if (this != &other) *this = ObjectSchema_T(other);
+    return *this;
+}
+
+ObjectSchema_T::ObjectSchema_T(ObjectSchema_T&& other) noexcept
+    : name(std::move(other.name)), properties(std::move(other.properties)) {}
+
+ObjectSchema_T& ObjectSchema_T::operator=(ObjectSchema_T&& other) noexcept {
+    ObjectSchema_T taken(std::move(other));
+    name.swap(taken.name);
+    properties.swap(taken.properties);
     return *this;
 }
 

@@ -163,6 +163,39 @@ TEST(Property, TakesTheValueOfAPropertyBelowIt) {
     EXPECT_EQ("deep", a.subSchema->name);
 }
 
+TEST(Property, MovesWithItsSubSchema) {
+    int destroyed = 0;
+    Property_T from;
+    from.name = "from";
+    from.dirty = true;
+    from.indexed = true;
+    from.indexDirty[3] = true;
+    from.subSchema = new CountedSchema(destroyed);
+    const ObjectSchema_T* const sub = from.subSchema;
+
+    Property_T moved(std::move(from));
+    Property_T target;
+    target.subSchema = new CountedSchema(destroyed);
+    target = std::move(moved);
+    EXPECT_EQ(1, destroyed);
+    EXPECT_EQ("from", target.name);
+    EXPECT_TRUE(target.dirty);
+    EXPECT_TRUE(target.indexed);
+    EXPECT_EQ((Marks{{3, true}}), target.indexDirty);
+    EXPECT_EQ(sub, target.subSchema);
+}
+
+TEST(Property, TakesOverAPropertyBelowIt) {
+    ObjectSchema_T schema = TwoLevels();
+    Property_T& a = schema.properties[0];
+    AddSub(a.subSchema->properties[0]).name = "deep";
+
+    a = std::move(a.subSchema->properties[0]);
+    EXPECT_EQ("b", a.name);
+    ASSERT_NE(nullptr, a.subSchema);
+    EXPECT_EQ("deep", a.subSchema->name);
+}
+
 TEST(Property, DestroysItsSubSchemaThroughTheVirtualDestructor) {
     int destroyed = 0;
     {
@@ -210,6 +243,24 @@ TEST(Schema, TakesTheValueOfASchemaBelowIt) {
     schema = *schema.properties[0].subSchema;
     EXPECT_EQ("sub", schema.name);
     EXPECT_EQ("'b' ", Dump(schema));
+}
+
+TEST(Schema, MovesWithItsProperties) {
+    ObjectSchema_T from = TwoLevels();
+    const ObjectSchema_T* const sub = from.properties[0].subSchema;
+    ObjectSchema_T moved(std::move(from));
+    ObjectSchema_T target = Indexed("3");
+    target = std::move(moved);
+    EXPECT_EQ("two levels", target.name);
+    EXPECT_EQ("'a'('b' ) 'c' ", Dump(target));
+    EXPECT_EQ(sub, target.properties[0].subSchema);
+}
+
+TEST(Schema, GrowsWithoutCopyingSubSchemas) {
+    ObjectSchema_T schema = TwoLevels();
+    const ObjectSchema_T* const sub = schema.properties[0].subSchema;
+    while (schema.properties.size() < 100) Add(schema, "more");
+    EXPECT_EQ(sub, schema.properties[0].subSchema);
 }
 
 TEST(Schema, ClearDestroysThePropertiesAndKeepsTheName) {
