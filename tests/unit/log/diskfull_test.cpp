@@ -11,8 +11,7 @@
 #include <gmock/gmock.h>
 
 #include "log/logfile.h"
-#include "logtest.h"
-#include "testclock.h"
+#include "logbuffertest.h"
 
 namespace NS_BUNDLEMGR1 {
 namespace {
@@ -24,28 +23,8 @@ using test::ReadFile;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr char kNextFileTime[] = "20240201_000000";
-
-class DiskFullTest : public test::LogTest {
+class DiskFullTest : public test::LogBufferTest {
 protected:
-    DiskFullTest() { test::Clock::Set(test::kTheSecond, 42); }
-    ~DiskFullTest() override { test::Clock::Reset(); }
-
-    static LogProxyDebugInfoBufMgr& Buffer() { return *LogProxyDebugInfoBufMgr::Instance(); }
-    static void Append(const std::string& text, int level = 1) { Buffer().AppendOutputInfo(MakeInfo(level, text)); }
-
-    static std::string Bytes(unsigned long sequence, const std::string& text) {
-        LogRecord record;
-        record.sequence = sequence;
-        record.level = 1;
-        record.text = text;
-        return record.Bytes();
-    }
-
-    std::string FirstFile() const { return ReadFile(FileOf(test::kTheFileTime)); }
-    std::string NextFile() const { return ReadFile(FileOf(kNextFileTime)); }
-    static void NextSecond() { test::Clock::Set(test::kTheSecond + 1, 42); }
-
     /// Runs `action` in a child process, whose failures are those of this test.
     template <class Action>
     void RunInChild(Action action) {
@@ -300,7 +279,7 @@ TEST_F(SmallDiskTest, KeepsWholeRecordsLeavesNoEmptyFilesAndResumes) {
 
         std::filesystem::remove(FillerPath());
         Append("record " + std::to_string(number));
-        EXPECT_THAT(Files(), ElementsAre(FileOf(test::kTheFileTime), FileOf(kNextFileTime)));
+        EXPECT_THAT(Files(), ElementsAre(FileOf(test::kTheFileTime), FileOf(test::kTheNextFileTime)));
         EXPECT_EQ(kept, ParseLog(FirstFile()).size());
         for (const LogRecord& record : ParseLog(FirstFile())) {
             EXPECT_EQ("record " + std::to_string(record.sequence - 1), record.text);

@@ -22,10 +22,9 @@
 #include "log/logfile.h"
 #include "log/logproxy.h"
 #include "log/logproxyimpl.h"
-#include "logtest.h"
+#include "logbuffertest.h"
 #include "support/capture.h"
 #include "support/wait.h"
-#include "testclock.h"
 
 namespace {
 
@@ -145,11 +144,8 @@ using test::Texts;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr char kNextFileTime[] = "20240201_000000";
-
-class LogFailuresTest : public test::LogTest {
+class LogFailuresTest : public test::LogBufferTest {
 protected:
-    LogFailuresTest() { test::Clock::Set(test::kTheSecond, 42); }
     ~LogFailuresTest() override {
         for (Fault* const fault : {&g_open, &g_flush, &g_print, &g_truncate}) {
             EXPECT_EQ(0, fault->next);  // or the test was about something else
@@ -157,23 +153,7 @@ protected:
             fault->failed = 0;
         }
         g_onTimeStamp = nullptr;
-        test::Clock::Reset();
     }
-
-    static LogProxyDebugInfoBufMgr& Buffer() { return *LogProxyDebugInfoBufMgr::Instance(); }
-    static void Append(const std::string& text) { Buffer().AppendOutputInfo(MakeInfo(1, text)); }
-
-    static std::string Bytes(unsigned long sequence, const std::string& text) {
-        LogRecord record;
-        record.sequence = sequence;
-        record.level = 1;
-        record.text = text;
-        return record.Bytes();
-    }
-
-    std::string FirstFile() const { return ReadFile(FileOf(test::kTheFileTime)); }
-    std::string NextFile() const { return ReadFile(FileOf(kNextFileTime)); }
-    static void NextSecond() { test::Clock::Set(test::kTheSecond + 1, 42); }
 };
 
 // ---- Writing fails ----
@@ -249,12 +229,12 @@ TEST_F(LogFailuresTest, AFailedPrintSwitchesFiles) {
         g_printResult = result;
         g_print.next = 1;
         file.WriteRecord(MakeInfo(1, "2"));
-        EXPECT_EQ("", ReadFile(path(kNextFileTime)));
-        EXPECT_TRUE(std::filesystem::exists(path(kNextFileTime)));
+        EXPECT_EQ("", ReadFile(path(test::kTheNextFileTime)));
+        EXPECT_TRUE(std::filesystem::exists(path(test::kTheNextFileTime)));
         file.WriteRecord(MakeInfo(1, "3"));  // the failed one is not tried again
         file.Flush();
         EXPECT_EQ(Bytes(1, "1"), ReadFile(path(test::kTheFileTime)));
-        EXPECT_EQ(Bytes(3, "3"), ReadFile(path(kNextFileTime)));
+        EXPECT_EQ(Bytes(3, "3"), ReadFile(path(test::kTheNextFileTime)));
     }
     EXPECT_EQ(2, g_print.failed);
 }
@@ -287,7 +267,7 @@ TEST_F(LogFailuresTest, AFailedBatchHasNoEffectOnTheNextFile) {
     Append("2");
     EXPECT_THAT(Files(), ElementsAre(FileOf(test::kTheFileTime)));
     Buffer().Output();
-    EXPECT_THAT(Files(), ElementsAre(FileOf(test::kTheFileTime), FileOf(kNextFileTime)));
+    EXPECT_THAT(Files(), ElementsAre(FileOf(test::kTheFileTime), FileOf(test::kTheNextFileTime)));
 }
 
 TEST_F(LogFailuresTest, ARecordThatCannotBeCutOffStopsNothing) {
@@ -328,7 +308,8 @@ TEST_F(LogFailuresTest, RecordsAreDroppedUntilAFileOpens) {
 
 TEST_F(LogFailuresTest, ARotationWithoutNextFileCountsTheRestOfTheBatch) {
     LogFile file(m_dir.Path(), "pnbi", 1, 100);
-    const auto path = m_dir / ("pnbi_sys_" + std::string(kNextFileTime) + "_" + std::to_string(getpid()) + ".log");
+    const auto path =
+        m_dir / ("pnbi_sys_" + std::string(test::kTheNextFileTime) + "_" + std::to_string(getpid()) + ".log");
     file.EnsureOpen();
     g_open.next = 1;
     file.WriteRecord(MakeInfo(1, "1"));
