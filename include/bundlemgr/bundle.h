@@ -134,7 +134,8 @@ public:
 
     /// Creates and initialises the services that the bundle's `svc.cfg` names, in
     /// file order. The first one that fails is removed again and ends the loading;
-    /// those before it stay.
+    /// those before it stay. A bundle may call it on a thread of its own; one service
+    /// at a time is brought up in the whole process.
     /// @return 0; the result of the failed service; -1 without a configuration
     ///         directory or when the manager is finalising; 1 when this bundle is
     ///         finalised
@@ -162,6 +163,8 @@ protected:
 
 private:
     bool IsLive(const std::string& serviceName, const ServiceObjectBase* service) const;
+
+    unsigned m_nLockDepth;  ///< How often the thread that holds `m_lock` has acquired it.
 
     /// Which object each name stands for (see `LiveServices`): the pointers in the
     /// table outlive the services they point to.

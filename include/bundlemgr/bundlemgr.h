@@ -44,7 +44,9 @@ enum MgrPhase : int {
 ///
 /// Thread safety: every operation but `Destroy` may be called from any thread.
 /// Bundles are initialised, finalised and waited for under one recursive lock, so
-/// other threads wait meanwhile, while the bundles themselves may call back.
+/// other threads wait meanwhile, while the bundles themselves may call back. Only while
+/// a bundle's services have to wait for one that another thread brings up, that thread
+/// is let in, lest the two wait for each other.
 ///
 /// The order of the virtual operations is part of the contract with bundles in the
 /// field; new ones go to the end.

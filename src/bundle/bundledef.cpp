@@ -2,12 +2,12 @@
 #include <cstdlib>
 
 #include <ace/Assert.h>
-#include <ace/Guard_T.h>
 #include <ace/Service_Config.h>
 
 #include "bundle/currentexception.h"
 #include "bundle/livebundles.h"
 #include "bundle/liveservices.h"
+#include "bundle/nestedlock.h"
 #include "bundle/servicelibraries.h"
 #include "bundle/servicerepository.h"
 #include "bundlemgr/base.h"
@@ -44,8 +44,6 @@ enum SourceLine : unsigned {
 
 CoreLog g_log(kSourceFile);
 
-using Guard = ACE_Guard<ACE_Recursive_Thread_Mutex>;
-
 // All records of this file go out at this level, those of failures included.
 template <class... Args>
 void Log(SourceLine line, const char* format, Args... args) {
@@ -74,12 +72,6 @@ std::string ServiceConfigurationPath(const std::string& bundleName) {
     return directory.empty() ? "" : directory + "/" + bundleName + "/" + kServiceConfigurationFile;
 }
 
-// The manager's answer, so that a bundle it does not know gets no services registered.
-BundleObject* RegisteredBundle(const std::string& name) {
-    BundleMgr* const manager = BundleMgr::Instance();
-    return manager != nullptr ? manager->GetBundle(name) : nullptr;
-}
-
 bool IsManagerFinalising() {
     BundleMgr* const manager = BundleMgr::Instance();
     return manager != nullptr && manager->GetMgrPhase() == MGR_PHASE_FINI;
@@ -99,8 +91,7 @@ void FinalizeAll(const std::string& serviceName, const std::vector<ServiceEntry>
 
 // The failed service may be gone without its destructor, whatever name it registered
 // under; those that it brought up in its turn are not.
-void ForgetFailed(const std::string& serviceName, const ServiceBirth& birth) {
-    const ServiceRepository repository;
+void ForgetFailed(const std::string& serviceName, const ServiceBirth& birth, const ServiceRepository& repository) {
     for (const ServiceBirth::Child& child : birth.Children()) {
         if (!repository.HoldsUnderAnotherName(child.service, serviceName)) LiveServices::Leave(child.service, child.id);
     }
@@ -117,18 +108,21 @@ int ProcessDirective(const std::string& serviceName, const std::string& directiv
     const std::vector<ServiceEntry> namesakes = ServiceRepository().TakeActive(serviceName);
     FinalizeAll(serviceName, namesakes);
     ServiceLibraries::Note(directive);
+    // The configurator's own, for as long as it works. Waited for here, where the manager's
+    // table can be let go of.
+    const ServiceRepository repository;
     int result = kInitThrew;
     Contain("Initialisation", serviceName,
             [&result, &directive] { result = ACE_Service_Config::current()->process_directive(directive.c_str()); });
-    if (result == 0) result = ServiceRepository().InitResult(serviceName);
-    if (result != 0) ForgetFailed(serviceName, birth);
+    if (result == 0) result = repository.InitResult(serviceName);
+    if (result != 0) ForgetFailed(serviceName, birth, repository);
     birth.Publish();
     return result;
 }
 
 }  // namespace
 
-BundleObject::BundleObject() : m_nState(BUNDLE_STATE_LOADED), m_pInterface(nullptr) {
+BundleObject::BundleObject() : m_nState(BUNDLE_STATE_LOADED), m_pInterface(nullptr), m_nLockDepth(0) {
     LiveBundles::Enter(this);
 }
 
@@ -167,7 +161,7 @@ int BundleObject::GetState() const {
 }
 
 void BundleObject::RegisterServiceObject(const char* serviceName, ServiceObjectBase* service) {
-    Guard guard(m_lock);
+    const NestedGuard guard(m_lock, m_nLockDepth);
     Assert(service != nullptr, "pServiceObject != 0", kLineAssertService);
     const std::string strSvcName = serviceName;
     Assert(m_serviceObjectMap.find(strSvcName) == m_serviceObjectMap.end(),
@@ -181,11 +175,11 @@ void BundleObject::RemoveServiceObject(const char* serviceName) {
     g_log.Prepare();
     LightEventMgr::Instance();
     const std::string strSvcName = serviceName;
-    Guard guard(m_lock);
+    const NestedGuard guard(m_lock, m_nLockDepth);
     ServiceEntry entry;
     bool registered = false;
     {
-        ServiceRepository repository(m_lock);
+        ServiceRepository repository(NestedHold(m_lock, m_nLockDepth));
         registered = m_serviceObjectMap.find(strSvcName) != m_serviceObjectMap.end();
         if (registered) entry = repository.Take(strSvcName);
     }
@@ -203,13 +197,13 @@ void BundleObject::RemoveServiceObject(const char* serviceName) {
 }
 
 void BundleObject::GetAllServiceObjects(std::map<std::string, ServiceObjectBase*>& out) {
-    Guard guard(m_lock);
+    const NestedGuard guard(m_lock, m_nLockDepth);
     for (const auto& entry : m_serviceObjectMap) out[entry.first] = entry.second;
 }
 
 ServiceInterface* BundleObject::FindServiceInterface(const std::string& serviceName) {
     // Held over the call into the service, lest it be destroyed meanwhile.
-    Guard guard(m_lock);
+    const NestedGuard guard(m_lock, m_nLockDepth);
     std::map<std::string, ServiceObjectBase*> services;
     GetAllServiceObjects(services);
     const auto found = services.find(serviceName);
@@ -226,7 +220,7 @@ bool BundleObject::IsLive(const std::string& serviceName, const ServiceObjectBas
 
 void BundleObject::WaitThreadExit() {
     g_log.Prepare();
-    Guard guard(m_lock);
+    const NestedGuard guard(m_lock, m_nLockDepth);
     // A copy, since ending its threads may take a service out of the table.
     const std::vector<std::string> names(m_vecServiceNames.rbegin(), m_vecServiceNames.rend());
     for (const std::string& name : names) {
@@ -251,8 +245,6 @@ int BundleObject::LoadAllServiceObjects() {
     }
     SVC_Config_Param configuration(path.c_str());
     for (const std::string& name : configuration.GetServiceNames()) {
-        // Asked first: it waits for a manager that is finalising.
-        BundleObject* const registered = RegisteredBundle(bundleName);
         if (IsManagerFinalising()) return kStoppedByManager;
         const std::string directive = configuration.GetServiceDirective(name.c_str());
         if (directive.empty()) continue;
@@ -261,7 +253,9 @@ int BundleObject::LoadAllServiceObjects() {
             return kStoppedByBundle;
         }
         Log(kLineInitService, "\n===== Init Service -[ %s ] =====\n", name.c_str());
-        const int result = ProcessDirective(name, directive, bundleName, registered);
+        // The manager is not asked: one that is finalising answers when it has finished, and
+        // may be waiting for this thread.
+        const int result = ProcessDirective(name, directive, bundleName, LiveBundles::Registered(bundleName));
         if (result != 0) {
             Log(kLineInitFailed, "\n===== Init Failed -[ %s ][ params:%s ][ err: %d ] =====\n", name.c_str(),
                 directive.c_str(), result);
@@ -276,11 +270,11 @@ int BundleObject::LoadAllServiceObjects() {
 void BundleObject::UnLoadAllServiceObjects() {
     g_log.Prepare();
     LightEventMgr::Instance();  // a service may remove itself under the lock below
-    Guard guard(m_lock);
+    const NestedGuard guard(m_lock, m_nLockDepth);
     // A copy, since a service's fini may take it out of the table.
     const std::vector<std::string> names(m_vecServiceNames.rbegin(), m_vecServiceNames.rend());
     for (const std::string& name : names) {
-        const std::vector<ServiceEntry> entries = ServiceRepository(m_lock).TakeActive(name);
+        const std::vector<ServiceEntry> entries = ServiceRepository(NestedHold(m_lock, m_nLockDepth)).TakeActive(name);
         FinalizeAll(name, entries);
     }
 }

@@ -1,5 +1,6 @@
 #include "bundle/livebundles.h"
 
+#include <iterator>
 #include <map>
 #include <mutex>
 
@@ -8,33 +9,57 @@ namespace LiveBundles {
 
 namespace {
 
-using Ids = std::map<const BundleObject*, unsigned long>;
+struct Registry {
+    unsigned long lastId = 0;
+    std::map<const BundleObject*, unsigned long> ids;
+    std::map<std::string, BundleObject*> registered;
+};
 
-std::mutex g_mutex;
-unsigned long g_lastId = 0;
+std::mutex g_mutex;  // guards the registry
 
 // Never destroyed: bundles may die after this library's statics.
-Ids& LiveIds() {
-    static Ids* const ids = new Ids;
-    return *ids;
+Registry& Bundles() {
+    static Registry* const bundles = new Registry;
+    return *bundles;
 }
 
 }  // namespace
 
 void Enter(const BundleObject* bundle) {
     const std::lock_guard<std::mutex> guard(g_mutex);
-    LiveIds()[bundle] = ++g_lastId;
+    Registry& bundles = Bundles();
+    bundles.ids[bundle] = ++bundles.lastId;
 }
 
 void Leave(const BundleObject* bundle) {
     const std::lock_guard<std::mutex> guard(g_mutex);
-    LiveIds().erase(bundle);
+    Registry& bundles = Bundles();
+    bundles.ids.erase(bundle);
+    for (auto entry = bundles.registered.begin(); entry != bundles.registered.end();) {
+        entry = entry->second == bundle ? bundles.registered.erase(entry) : std::next(entry);
+    }
 }
 
 unsigned long IdOf(const BundleObject* bundle) {
     const std::lock_guard<std::mutex> guard(g_mutex);
-    const auto found = LiveIds().find(bundle);
-    return found != LiveIds().end() ? found->second : 0;
+    const auto found = Bundles().ids.find(bundle);
+    return found != Bundles().ids.end() ? found->second : 0;
+}
+
+void Register(const std::string& name, BundleObject* bundle) {
+    const std::lock_guard<std::mutex> guard(g_mutex);
+    Bundles().registered[name] = bundle;
+}
+
+void UnregisterAll() {
+    const std::lock_guard<std::mutex> guard(g_mutex);
+    Bundles().registered.clear();
+}
+
+BundleObject* Registered(const std::string& name) {
+    const std::lock_guard<std::mutex> guard(g_mutex);
+    const auto found = Bundles().registered.find(name);
+    return found != Bundles().registered.end() ? found->second : nullptr;
 }
 
 }  // namespace LiveBundles

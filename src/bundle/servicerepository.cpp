@@ -4,6 +4,7 @@
 #include <ace/Service_Types.h>
 
 #include "bundle/currentexception.h"
+#include "bundle/tablelock.h"
 #include "bundlemgr/bundle.h"
 
 namespace NS_BUNDLEMGR1 {
@@ -43,6 +44,21 @@ std::vector<ACE_Service_Type*> FindNamed(const std::string& name, bool ignoreSus
     return FindLive(ignoreSuspended, [&name](const ACE_Service_Type& entry) { return name == entry.name(); });
 }
 
+// The table comes before a bundle in the order of locks.
+struct HeldLocks {
+    void release() {
+        bundle.release();
+        table.release();
+    }
+    void acquire() {
+        table.acquire();
+        bundle.acquire();
+    }
+
+    NestedHold table;
+    NestedHold bundle;
+};
+
 // An entry that hides behind a finalised one of the same name cannot be removed.
 ServiceEntry TakeOut(ACE_Service_Type* entry) {
     ACE_Service_Type* removed = nullptr;
@@ -56,10 +72,10 @@ void ServiceEntryDeleter::operator()(ACE_Service_Type* entry) const {
     if (!inRepository) delete entry;
 }
 
-ServiceRepository::ServiceRepository() : m_guard(Repository().lock()) {}
+ServiceRepository::ServiceRepository() : m_guard(Repository().lock(), TableLock::Hold()) {}
 
-ServiceRepository::ServiceRepository(ACE_Recursive_Thread_Mutex& bundleLock)
-    : m_guard(Repository().lock(), bundleLock) {}
+ServiceRepository::ServiceRepository(NestedHold bundle)
+    : m_guard(Repository().lock(), HeldLocks{TableLock::Hold(), bundle}) {}
 
 int ServiceRepository::InitResult(const std::string& name) const {
     const std::vector<ACE_Service_Type*> live = FindNamed(name, false);

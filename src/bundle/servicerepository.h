@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include <ace/Recursive_Thread_Mutex.h>
 #include <ace/Service_Object.h>
 
+#include "bundle/nestedlock.h"
 #include "bundle/yieldingguard.h"
 
 namespace NS_BUNDLEMGR1 {
@@ -26,16 +26,16 @@ using ServiceEntry = std::unique_ptr<ACE_Service_Type, ServiceEntryDeleter>;
 /// The repository, locked for the life of this object.
 ///
 /// The configurator holds the repository's lock while it calls factories and `init`,
-/// and these lock bundles. A thread that holds a bundle must therefore not wait for the
-/// repository, and no service is finalised under this lock.
+/// and these ask the manager for bundles and lock them. A thread therefore lets go of the
+/// manager's table and of its bundle while another thread is in the repository, and no
+/// service is finalised under this lock.
 class ServiceRepository {
 public:
     /// For a thread that holds no bundle.
     ServiceRepository();
 
-    /// @param bundleLock lock of the bundle that the thread holds. While another thread
-    ///                   is in the repository, it is released
-    explicit ServiceRepository(ACE_Recursive_Thread_Mutex& bundleLock);
+    /// @param bundle what the thread holds of a bundle's lock
+    explicit ServiceRepository(NestedHold bundle);
 
     /// @return what `init` of the service of that name returned; 0 where there is no
     ///         such service

@@ -9,12 +9,11 @@ namespace NS_BUNDLEMGR1 {
 /// Holds a lock that a thread must not wait for while it holds another one.
 class YieldingGuard {
 public:
-    /// For a thread that does not hold the other one.
-    explicit YieldingGuard(ACE_Recursive_Thread_Mutex& lock) : m_guard(lock) {}
-
     /// @param lock acquired, and held for the life of this object
-    /// @param held held by the thread; released while another thread holds `lock`
-    YieldingGuard(ACE_Recursive_Thread_Mutex& lock, ACE_Recursive_Thread_Mutex& held) : m_guard(lock, false) {
+    /// @param held what the thread holds, a lock or what can be released and acquired
+    ///             like one; released while another thread holds `lock`
+    template <class Held>
+    YieldingGuard(ACE_Recursive_Thread_Mutex& lock, Held&& held) : m_guard(lock, false) {
         while (!m_guard.locked()) {
             held.release();
             lock.acquire();

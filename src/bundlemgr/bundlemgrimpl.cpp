@@ -18,6 +18,7 @@
 #include "bundle/currentexception.h"
 #include "bundle/livebundles.h"
 #include "bundle/servicelibraries.h"
+#include "bundle/tablelock.h"
 #include "bundle/yieldingguard.h"
 #include "bundlemgr/bundle.h"
 #include "bundlemgr/bundleenvironment.h"
@@ -36,8 +37,6 @@ constexpr std::chrono::seconds kCorbaPause(2);
 constexpr std::chrono::seconds kPause(5);
 
 CoreLog g_log(kSourceFile);
-
-using Guard = ACE_Guard<ACE_Recursive_Thread_Mutex>;
 
 bool IsCoreBundle(const std::string& name) {
     return name == "zo_base_bundle" || name == "zo_domain_bundle";
@@ -58,12 +57,6 @@ void Contain(const char* operation, BundleObject& bundle, Action action) {
                         g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: %s of bundle %s threw: %s\n", operation,
                                     bundle.GetName().c_str(), what.c_str());
                     });
-}
-
-// Outlives the manager, since Destroy holds it until the manager is gone.
-ACE_Recursive_Thread_Mutex& TableLock() {
-    static ACE_Recursive_Thread_Mutex* const lock = new ACE_Recursive_Thread_Mutex;
-    return *lock;
 }
 
 // ACE creates its own singletons under the static-object lock. A service that is ended
@@ -101,7 +94,7 @@ void BundleMgr::Destroy() {
     ACE_GUARD(ACE_Recursive_Thread_Mutex, guard, staticLock);
     // In the other order, the configurator takes the static-object lock for each directive
     // that it reads while bundles are initialised under the table lock.
-    const YieldingGuard tableGuard(TableLock(), staticLock);
+    const YieldingGuard tableGuard(TableLock::Mutex(), staticLock);
     try {
         delete m_pInstance.load(std::memory_order_acquire);
     } catch (...) {
@@ -111,28 +104,31 @@ void BundleMgr::Destroy() {
 }
 
 BundleMgrImpl::BundleMgrImpl()
-    : m_pLogProxyMgr(std::make_unique<LogProxyMgrImpl>()),
-      m_tableLock(TableLock()),
-      m_nIntSetting(kDefaultIntSetting),
-      m_nPhase(MGR_PHASE_INIT) {
+    : m_pLogProxyMgr(std::make_unique<LogProxyMgrImpl>()), m_nIntSetting(kDefaultIntSetting), m_nPhase(MGR_PHASE_INIT) {
     CreateAceSingletons();
 }
 
 BundleMgrImpl::~BundleMgrImpl() noexcept(false) {
-    Guard guard(m_tableLock);
-    m_mapBundleTable.clear();
+    const TableLock::Guard guard;
+    ForgetBundles();
     ServiceLibraries::CloseUnused();
     for (const auto& library : m_mapLibraries) dlclose(library.second);
     m_mapLibraries.clear();
     m_pLogProxyMgr.reset();
 }
 
+void BundleMgrImpl::ForgetBundles() {
+    m_mapBundleTable.clear();
+    LiveBundles::UnregisterAll();
+}
+
 void BundleMgrImpl::RegisterBundle(BundleObject* pBundle) {
-    Guard guard(m_tableLock);
+    const TableLock::Guard guard;
     Assert(pBundle != nullptr, "pBundle != 0", __LINE__);
     const std::string strName = pBundle->GetName();
     Assert(FindBundle(strName) == nullptr, "m_mapBundleTable.find(strName) == m_mapBundleTable.end()", __LINE__);
     m_mapBundleTable[strName] = TableEntry(pBundle);
+    LiveBundles::Register(strName, pBundle);
 }
 
 BundleMgrImpl::TableEntry::TableEntry(BundleObject* bundle) : m_pBundle(bundle), m_nId(LiveBundles::IdOf(bundle)) {}
@@ -147,13 +143,13 @@ BundleObject* BundleMgrImpl::FindBundle(const std::string& name) const {
 }
 
 BundleObject* BundleMgrImpl::GetBundle(const std::string& name) {
-    Guard guard(m_tableLock);
+    const TableLock::Guard guard;
     return FindBundle(name);
 }
 
 BundleObject* BundleMgrImpl::LoadBundle(const std::string& name) {
     g_log.Prepare();
-    Guard guard(m_tableLock);
+    const TableLock::Guard guard;
     if (BundleObject* const loaded = FindBundle(name)) {
         g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: Bundles （%s） already loaded previously!\n", name.c_str());
         return loaded;
@@ -186,8 +182,8 @@ int BundleMgrImpl::LoadAllBundles() {
     std::list<std::string> names;
     GetLoadBundles(names, coreBundles);
     {
-        Guard guard(m_tableLock);
-        m_mapBundleTable.clear();
+        const TableLock::Guard guard;
+        ForgetBundles();
     }
     int result = 0;
     for (const std::string& name : names) {
@@ -207,7 +203,7 @@ void BundleMgrImpl::GetLoadBundles(std::list<std::string>& out, const char** cor
     }
     for (; *coreBundles != nullptr; ++coreBundles) out.emplace_back(*coreBundles);
     g_log.Prepare();
-    Guard guard(m_tableLock);
+    const TableLock::Guard guard;
     ReadConfiguration();
     out.insert(out.end(), m_vecConfiguredBundles.begin(), m_vecConfiguredBundles.end());
 }
@@ -232,7 +228,7 @@ int BundleMgrImpl::InitAllBundles() {
 
 BundleMgrImpl::BundlesByOrder BundleMgrImpl::SelectLoaded(bool core) {
     BundlesByOrder selected;
-    Guard guard(m_tableLock);
+    const TableLock::Guard guard;
     for (const auto& entry : m_mapBundleTable) {
         BundleObject* const bundle = entry.second.Get();
         if (bundle == nullptr || IsCoreBundle(bundle->GetName()) != core) continue;
@@ -248,7 +244,7 @@ BundleMgrImpl::BundlesByOrder BundleMgrImpl::SelectLoaded(bool core) {
 }
 
 int BundleMgrImpl::InitBundles(const BundlesByOrder& bundles) {
-    Guard guard(m_tableLock);
+    const TableLock::Guard guard;
     for (const auto& entry : bundles) {
         BundleObject* const bundle = entry.second;
         const std::string name = bundle->GetName();
@@ -265,7 +261,7 @@ int BundleMgrImpl::InitBundles(const BundlesByOrder& bundles) {
 void BundleMgrImpl::FiniAllBundles() {
     g_log.Prepare();
     SetMgrPhase(MGR_PHASE_FINI);
-    Guard guard(m_tableLock);
+    const TableLock::Guard guard;
     BundlesByOrder bundles;
     for (const auto& entry : m_mapBundleTable) {
         BundleObject* const bundle = entry.second.Get();
@@ -280,7 +276,7 @@ void BundleMgrImpl::FiniAllBundles() {
 
 void BundleMgrImpl::WaitAllBundlesThreadExit() {
     g_log.Prepare();
-    Guard guard(m_tableLock);
+    const TableLock::Guard guard;
     // A plain bool to its writers in the field, who may be on another thread.
     if (!__atomic_load_n(&g_isUnloadingCorba, __ATOMIC_ACQUIRE)) std::this_thread::sleep_for(kCorbaPause);
     std::this_thread::sleep_for(kPause);
@@ -293,14 +289,14 @@ void BundleMgrImpl::WaitAllBundlesThreadExit() {
 }
 
 void BundleMgrImpl::GetBundlesInReverseOrder(std::list<BundleObject*>& out) {
-    Guard guard(m_tableLock);
+    const TableLock::Guard guard;
     for (auto name = m_vecConfiguredBundles.rbegin(); name != m_vecConfiguredBundles.rend(); ++name) {
         out.push_back(m_mapBundleTable[*name].Get());
     }
 }
 
 ServiceInterface* BundleMgrImpl::GetBundleInterface(const std::string& name) {
-    Guard guard(m_tableLock);
+    const TableLock::Guard guard;
     BundleObject* const bundle = FindBundle(name);
     return bundle != nullptr ? bundle->GetInterface() : nullptr;
 }
@@ -318,12 +314,12 @@ int BundleMgrImpl::GetIntSetting() {
 }
 
 int BundleMgrImpl::GetMgrPhase() {
-    Guard guard(m_phaseLock);
+    const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(m_phaseLock);
     return m_nPhase;
 }
 
 void BundleMgrImpl::SetMgrPhase(const int& phase) {
-    Guard guard(m_phaseLock);
+    const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(m_phaseLock);
     m_nPhase = phase;
 }
 

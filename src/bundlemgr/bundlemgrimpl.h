@@ -18,9 +18,9 @@ class LogProxyMgrImpl;
 
 /// The one implementation of `BundleMgr`.
 ///
-/// Thread safety: one recursive lock guards the tables; it is held while libraries are
-/// opened and while bundles are initialised, finalised and waited for, because all of
-/// these call back on the same thread. The phase has a lock of its own.
+/// Thread safety: one recursive lock (see `TableLock`) guards the tables; it is held while
+/// libraries are opened and while bundles are initialised, finalised and waited for,
+/// because all of these call back on the same thread. The phase has a lock of its own.
 class BundleMgrImpl : public BundleMgr {
 public:
     BundleMgrImpl();
@@ -74,13 +74,14 @@ private:
     BundlesByOrder SelectLoaded(bool core);
     int InitBundles(const BundlesByOrder& bundles);
     BundleObject* FindBundle(const std::string& name) const;
+    void ForgetBundles();
 
+    // The tables are guarded by the TableLock.
     std::map<std::string, void*> m_mapLibraries;  // library file name -> handle
     std::unique_ptr<LogProxyMgrImpl> m_pLogProxyMgr;
     std::map<std::string, int> m_mapConfiguredBundles;
     std::vector<std::string> m_vecConfiguredBundles;  // in file order, duplicates kept
     std::map<std::string, TableEntry> m_mapBundleTable;
-    ACE_Recursive_Thread_Mutex& m_tableLock;  // guards the tables above
     std::atomic<int> m_nIntSetting;
     ACE_Recursive_Thread_Mutex m_phaseLock;  // guards m_nPhase
     int m_nPhase;

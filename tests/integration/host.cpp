@@ -151,6 +151,11 @@ const std::map<std::string, Command>& Commands() {
         {"services", ServicesOf},
         {"reverse", [](const std::string&) { return BundlesInReverseOrder(); }},
         {"interface", InterfaceOf},
+        {"milestone",
+         [](const std::string& number) {
+             return test::WaitFor([&number] { return Mgr().GetIntSetting() == std::stoi(number); }) ? "reached"
+                                                                                                    : "missed";
+         }},
         {"greet", fx::GreetingOf},
         {"null",
          [](const std::string&) {

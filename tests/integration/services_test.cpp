@@ -213,6 +213,53 @@ TEST_F(ServicesTest, AFailedServiceLeavesTheOneItNested) {
               HasSubstr(FiniBundle("fx_first") + "P2: fini\n" + Finalize("P2"))));
 }
 
+// ---- Loading on a thread of the bundle's own -----------------------------------------------------------
+
+class LoadingElsewhereTest : public ServicesTest {
+protected:
+    LoadingElsewhereTest() {
+        ConfigureBundles("Bundle=fx_first\nBundle=fx_second\n");
+        ConfigureServices("fx_first", "service=fx_first:M1\nservice=fx_first:M2\n");
+    }
+};
+
+// The configurator is busy with M1, which asks the manager for bundles, while the second
+// bundle waits for it under the manager's lock.
+TEST_F(LoadingElsewhereTest, AServiceMayAskTheManagerThatInitialisesAnotherBundle) {
+    ConfigureServices("fx_second", "service=fx_second:P1\n");
+    Tell("fx_first", "elsewhere=1");
+    Tell("M1", "at=1 until=2 seek=nobody");
+    Tell("fx_second", "at=2");
+    const std::string output = RunLoaded("init services=fx_second fini wait destroy");
+    EXPECT_THAT(output, HasSubstr("M1: found nobody\n"));
+    EXPECT_THAT(output, HasSubstr(Ready("M1")));
+    EXPECT_THAT(output, HasSubstr(Loaded("fx_second")));
+    EXPECT_THAT(output, HasSubstr("> init: 0\n> services=fx_second:  P1\n"));
+}
+
+// The same while an older bundle is finalised, which waits for the configurator as well.
+TEST_F(LoadingElsewhereTest, AServiceMayAskTheManagerThatFinalises) {
+    Tell("fx_first", "elsewhere=1");
+    Tell("M1", "at=1 until=2 seek=nobody");
+    Tell("fx_second", "fini-at=2");
+    const std::string output = RunLoaded("init fini wait destroy");
+    EXPECT_THAT(output, HasSubstr("M1: found nobody\n"));
+    EXPECT_THAT(output, HasSubstr("fx_first: services loaded: -1\n"));
+    EXPECT_THAT(output, HasSubstr("M1: fini\n"));
+    EXPECT_THAT(output, HasSubstr("M1: destroyed\n"));
+    EXPECT_THAT(output, Not(HasSubstr("M2: ")));
+}
+
+TEST_F(LoadingElsewhereTest, ABundleMayWaitInFiniForItsLoadingToStop) {
+    Tell("fx_first", "elsewhere=1 join");
+    Tell("M1", "at=1 in=2 until-fini");
+    const std::string output = RunLoaded("init milestone=2 fini wait destroy");
+    EXPECT_THAT(output, HasSubstr("fx_first: services loaded: -1\n"));
+    EXPECT_THAT(output, HasSubstr(EndService("M1")));
+    EXPECT_LT(output.find("fx_first: services loaded: -1\n"), output.find(EndService("M1")));
+    EXPECT_THAT(output, Not(HasSubstr("M2: ")));
+}
+
 // ---- Two bundles with a service of the same name ----------------------------------------------------------
 
 TEST_F(ServicesTest, TheLaterOfTwoNamesakesTakesThePlaceOfTheFirst) {

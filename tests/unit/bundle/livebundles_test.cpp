@@ -40,5 +40,20 @@ TEST(LiveBundlesTest, StrangersMayLeave) {
     EXPECT_NE(0U, LiveBundles::IdOf(&bundle));
 }
 
+TEST(LiveBundlesTest, KnowsWhatTheManagerKnows) {
+    auto bundle = std::make_unique<test::TestBundle>("first");
+    test::TestBundle other("second");
+    EXPECT_EQ(nullptr, LiveBundles::Registered("first"));
+    BundleMgr::Instance()->RegisterBundle(bundle.get());
+    BundleMgr::Instance()->RegisterBundle(&other);
+    EXPECT_EQ(bundle.get(), LiveBundles::Registered("first"));
+    EXPECT_EQ(nullptr, LiveBundles::Registered("First"));
+    bundle.reset();
+    EXPECT_EQ(nullptr, LiveBundles::Registered("first"));
+    EXPECT_EQ(&other, LiveBundles::Registered("second"));
+    BundleMgr::Destroy();
+    EXPECT_EQ(nullptr, LiveBundles::Registered("second"));
+}
+
 }  // namespace
 }  // namespace NS_BUNDLEMGR1

@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "bundle/tablelock.h"
 #include "bundletest.h"
 #include "support/elsewhere.h"
 
@@ -192,12 +193,24 @@ TEST_F(ServiceRepositoryTest, HoldsTheRepositoryForItsLife) {
     EXPECT_TRUE(other.Finishes());
 }
 
-TEST_F(ServiceRepositoryTest, ABundleStaysHeldWhileTheRepositoryIsFree) {
-    auto bundle = std::make_unique<Guard>(m_bundle.m_lock);
-    const Elsewhere other([this] { const Guard otherGuard(m_bundle.m_lock); });
+// A lock as a thread may hold it before it turns to the repository.
+class HeldLockTest : public ServiceRepositoryTest {
+protected:
+    NestedHold Hold() { return NestedHold(m_lock, m_depth); }
+    bool IsFree() {
+        return CanBeDoneElsewhere([this] { const NestedGuard guard(m_lock, m_depth); });
+    }
+
+    ACE_Recursive_Thread_Mutex m_lock;
+    unsigned m_depth = 0;
+};
+
+TEST_F(HeldLockTest, ABundleStaysHeldWhileTheRepositoryIsFree) {
+    auto bundle = std::make_unique<NestedGuard>(m_lock, m_depth);
+    const Elsewhere other([this] { const NestedGuard otherGuard(m_lock, m_depth); });
     {
-        const ServiceRepository repository(m_bundle.m_lock);
-        const ServiceRepository again(m_bundle.m_lock);
+        const ServiceRepository repository(Hold());
+        const ServiceRepository again(Hold());
         EXPECT_FALSE(other.Finishes(std::chrono::milliseconds(20)));
     }
     EXPECT_FALSE(other.Finishes(std::chrono::milliseconds(20)));
@@ -205,21 +218,44 @@ TEST_F(ServiceRepositoryTest, ABundleStaysHeldWhileTheRepositoryIsFree) {
     EXPECT_TRUE(other.Finishes());
 }
 
-TEST_F(ServiceRepositoryTest, ABundleIsGivenBackWhileTheRepositoryIsBusy) {
+TEST_F(HeldLockTest, BundleAndTableAreGivenBackWhileTheRepositoryIsBusy) {
     auto busy = std::make_unique<Guard>(Repository().lock());
-    std::atomic<bool> holdsBundle{false};
+    std::atomic<bool> holdsBoth{false};
     const Elsewhere waiting([&] {
-        const Guard bundle(m_bundle.m_lock);
-        holdsBundle = true;
-        const ServiceRepository repository(m_bundle.m_lock);
+        const TableLock::Guard table;
+        const TableLock::Guard tableAgain;
+        const NestedGuard bundle(m_lock, m_depth);
+        const NestedGuard bundleAgain(m_lock, m_depth);
+        holdsBoth = true;
+        const ServiceRepository repository(Hold());
     });
-    EXPECT_TRUE(test::WaitFor([&] { return holdsBundle.load(); }));
-    { const Guard bundle(m_bundle.m_lock); }  // this thread holds the repository
+    EXPECT_TRUE(test::WaitFor([&] { return holdsBoth.load(); }));
+    {
+        const TableLock::Guard table;  // this thread holds the repository
+        const NestedGuard bundle(m_lock, m_depth);
+    }
     EXPECT_FALSE(waiting.Finishes(std::chrono::milliseconds(20)));
     busy.reset();
     EXPECT_TRUE(waiting.Finishes());
-    EXPECT_TRUE(CanBeDoneElsewhere([this] { const Guard bundle(m_bundle.m_lock); }));
+    EXPECT_TRUE(IsFree());
+    EXPECT_TRUE(CanBeDoneElsewhere([] { const TableLock::Guard table; }));
     EXPECT_TRUE(CanBeDoneElsewhere([] { IsInRepository("svc"); }));
+    EXPECT_EQ(0U, m_depth);
+}
+
+TEST_F(HeldLockTest, TheTableIsGivenBackByWhoeverHoldsNoBundle) {
+    auto busy = std::make_unique<Guard>(Repository().lock());
+    std::atomic<bool> holdsTable{false};
+    const Elsewhere waiting([&] {
+        const TableLock::Guard table;
+        holdsTable = true;
+        const ServiceRepository repository;
+    });
+    EXPECT_TRUE(test::WaitFor([&] { return holdsTable.load(); }));
+    { const TableLock::Guard table; }
+    busy.reset();
+    EXPECT_TRUE(waiting.Finishes());
+    EXPECT_TRUE(CanBeDoneElsewhere([] { const TableLock::Guard table; }));
 }
 
 }  // namespace

@@ -32,7 +32,8 @@ protected:
 };
 
 TEST_F(YieldingGuardTest, HoldsTheLockForItsLife) {
-    auto guard = std::make_unique<YieldingGuard>(m_lock);
+    const Guard held(m_held);
+    auto guard = std::make_unique<YieldingGuard>(m_lock, m_held);
     const auto other = Wanting(m_lock);
     EXPECT_TRUE(Waits(*other));
     guard.reset();
