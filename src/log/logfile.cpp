@@ -6,6 +6,7 @@
 
 #include <ace/OS_NS_stdio.h>
 #include <ace/OS_NS_time.h>
+#include <fcntl.h>
 #include <stdio_ext.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -35,6 +36,16 @@ std::string Resolve(const std::string& path) {
     const std::filesystem::path absolute = std::filesystem::absolute(path, error);
     const std::filesystem::path resolved = std::filesystem::weakly_canonical(absolute, error);
     return error ? path : resolved.string();
+}
+
+// A process that was started without standard output would print into the first file
+// that it opens.
+std::FILE* AwayFromStandardStreams(std::FILE* stream, const char* mode) {
+    if (stream == nullptr || fileno(stream) > STDERR_FILENO) return stream;
+    const int elsewhere = fcntl(fileno(stream), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    if (elsewhere == -1) return stream;
+    std::fclose(stream);
+    return fdopen(elsewhere, mode);
 }
 
 }  // namespace
@@ -90,9 +101,10 @@ void LogFile::CreateDirectory() const {
 
 void LogFile::Open(const std::string& path) {
     const bool continued = path == m_strContinuePath;
+    const char* const mode = continued ? "ae" : "we";
     {
         const ScopedUmask mask(kFileUmask);
-        m_pStream = std::fopen(path.c_str(), continued ? "ae" : "we");
+        m_pStream = AwayFromStandardStreams(std::fopen(path.c_str(), mode), mode);
     }
     if (m_pStream == nullptr) return;
     std::setvbuf(m_pStream, m_streamBuffer.data(), _IOFBF, m_streamBuffer.size());

@@ -209,6 +209,25 @@ TEST_F(LogFileTest, RestoresTheUmaskWhereNothingCanBeOpened) {
     EXPECT_EQ(0123U, Umask::Now());
 }
 
+TEST_F(LogFileTest, DoesNotTakeThePlaceOfStandardStreamsThatAreClosed) {
+    const int output = dup(STDOUT_FILENO);
+    const int error = dup(STDERR_FILENO);
+    std::fflush(stdout);
+    close(STDOUT_FILENO);
+    close(STDERR_FILENO);
+    {
+        LogFile file(m_dir.Path(), "pnbi", kNoLimit, kMaxFiles);
+        file.WriteRecord(MakeInfo(3, "lost"));
+        file.EnsureOpen();
+        file.WriteRecord(MakeInfo(3, "kept"));
+        EXPECT_EQ(-1, write(STDOUT_FILENO, "x", 1));
+        EXPECT_EQ(-1, write(STDERR_FILENO, "x", 1));
+    }
+    dup2(output, STDOUT_FILENO);
+    dup2(error, STDERR_FILENO);
+    EXPECT_EQ(Bytes(2, "kept"), ReadFile(FilesIn(m_dir.Path()).at(0)));
+}
+
 TEST_F(LogFileTest, LeavesTheModesOfWhatIsThere) {
     std::filesystem::create_directories(m_dir / "a/b");
     ASSERT_EQ(0, chmod((m_dir / "a").c_str(), 0711));
