@@ -71,7 +71,7 @@ public:
     /// handler it only stops the worker, which cannot outlive itself.
     static void Destroy();
 
-    /// Starts the worker thread. Creates the log with it, so set `_APP_LOG_DIR` first.
+    /// Starts the worker thread.
     /// @return 1 when it runs, also when it did before, 0 (and a log record) when it could not be started
     int Init();
 

@@ -199,6 +199,13 @@ public:
 
     virtual ~LogProxyDebugInfoBufMgr();
 
+    /// @cond INTERNAL
+    /// Does what `Instance` does under ACE's static-object lock, for a thread that may
+    /// write the first record where it cannot take that. Leaves the log directory for
+    /// `Instance` to ask for.
+    static LogProxyDebugInfoBufMgr* Prepare();
+    /// @endcond
+
 protected:
     LogProxyDebugInfoBufMgr();
 
@@ -207,6 +214,7 @@ protected:
 private:
     using Records = std::list<DebugInfo>;
 
+    void ChooseDirectory();
     bool WriteList(const Records& records);
     void WriteMerged(const Records& enabled, const Records& disabled);
     void WriteCacheFullNotice(bool hadFile);
@@ -215,9 +223,10 @@ private:
 
     Records m_listOutput;
     Records m_listFiltered;
-    ACE_Thread_Mutex m_listMutex;  ///< Guards both lists; taken before `m_fileMutex`.
-    ACE_Thread_Mutex m_fileMutex;  ///< Guards `m_pLogFile`.
-    std::unique_ptr<LogFile> m_pLogFile;
+    ACE_Thread_Mutex m_listMutex;         ///< Guards both lists; taken before `m_fileMutex`.
+    ACE_Thread_Mutex m_fileMutex;         ///< Guards `m_pLogFile`.
+    std::unique_ptr<LogFile> m_pLogFile;  ///< Null until `m_bHasDirectory`.
+    std::atomic<bool> m_bHasDirectory;
     const std::size_t m_nOutputCapacity;
     const std::size_t m_nFilteredCapacity;
     std::atomic<int> m_nOutputMode;

@@ -24,6 +24,12 @@ constexpr std::size_t kFilteredCapacity = 128;  // records
 std::atomic<LogProxyDebugInfoBufMgr*> LogProxyDebugInfoBufMgr::m_pInstance{nullptr};
 
 LogProxyDebugInfoBufMgr* LogProxyDebugInfoBufMgr::Instance() {
+    LogProxyDebugInfoBufMgr* const instance = Prepare();
+    if (instance != nullptr) instance->ChooseDirectory();
+    return instance;
+}
+
+LogProxyDebugInfoBufMgr* LogProxyDebugInfoBufMgr::Prepare() {
     LogProxyDebugInfoBufMgr* instance = m_pInstance.load(std::memory_order_acquire);
     if (instance != nullptr) return instance;
     ACE_GUARD_RETURN(ACE_Recursive_Thread_Mutex, guard, *ACE_Static_Object_Lock::instance(), m_pInstance.load());
@@ -43,13 +49,21 @@ void LogProxyDebugInfoBufMgr::Destroy() {
 }
 
 LogProxyDebugInfoBufMgr::LogProxyDebugInfoBufMgr()
-    : m_pLogFile(std::make_unique<LogFile>(GetNBILogPath(), kFilePrefix, kMaxFileBytes, kMaxFiles)),
+    : m_bHasDirectory(false),
       m_nOutputCapacity(kOutputCapacity),
       m_nFilteredCapacity(kFilteredCapacity),
       m_nOutputMode(LOG_OUTPUT_IMMEDIATE) {}
 
 LogProxyDebugInfoBufMgr::~LogProxyDebugInfoBufMgr() {
-    Output();
+    if (m_bHasDirectory.load()) Output();  // or nobody has used it
+}
+
+void LogProxyDebugInfoBufMgr::ChooseDirectory() {
+    if (m_bHasDirectory.load(std::memory_order_acquire)) return;
+    ACE_Guard<ACE_Thread_Mutex> guard(m_fileMutex);
+    if (m_pLogFile != nullptr) return;
+    m_pLogFile = std::make_unique<LogFile>(GetNBILogPath(), kFilePrefix, kMaxFileBytes, kMaxFiles);
+    m_bHasDirectory.store(true, std::memory_order_release);
 }
 
 bool LogProxyDebugInfoBufMgr::SetOutputMode(const int& mode) {

@@ -101,7 +101,7 @@ LogProxy* CoreLog::FetchProxy() {
 
 void CoreLog::Prepare() {
     Proxy();
-    LogProxyDebugInfoBufMgr::Instance();
+    LogProxyDebugInfoBufMgr::Prepare();
 }
 
 }  // namespace NS_BUNDLEMGR1

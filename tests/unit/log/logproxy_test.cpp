@@ -314,12 +314,22 @@ TEST_F(CoreLogTest, WithoutProxyFallsBackAsWell) {
     EXPECT_EQ("BundleMgrCore", asked);
 }
 
-TEST_F(CoreLogTest, PreparesWhatTheFirstRecordNeeds) {
+TEST_F(CoreLogTest, PreparingLeavesTheDirectoryToTheFirstRecord) {
+    const test::ScopedEnv early("_APP_LOG_DIR", m_dir / "early");
     m_log.Prepare();
-    // The buffer has taken its directory already.
-    const test::ScopedEnv elsewhere("_APP_LOG_DIR", m_dir / "elsewhere");
-    StdoutOf([&] { m_log.Print(1, LOG_LEVEL_INFO, "first"); });
-    EXPECT_THAT(test::Texts(test::ParseLog(Log())), ElementsAre("first"));
+    {
+        const test::ScopedEnv late("_APP_LOG_DIR", m_dir.Path());
+        StdoutOf([&] { m_log.Print(1, LOG_LEVEL_INFO, "first"); });
+    }
+    StdoutOf([&] { m_log.Print(2, LOG_LEVEL_INFO, "second"); });
+    EXPECT_THAT(test::Texts(test::ParseLog(Log())), ElementsAre("first", "second"));
+    EXPECT_FALSE(std::filesystem::exists(m_dir / "early"));
+}
+
+TEST_F(CoreLogTest, PreparingLeavesNoTrace) {
+    m_log.Prepare();
+    LogProxyDebugInfoBufMgr::Destroy();
+    EXPECT_FALSE(std::filesystem::exists(LogDir()));
 }
 
 TEST_F(CoreLogTest, PreparedItNeedsNoStaticObjectLock) {
