@@ -23,15 +23,19 @@ namespace NS_BUNDLEMGR1 {
 /// White space is exactly space, TAB, LF and CR.
 /// @{
 
+/// @param text the text, any bytes
 /// @return a copy without trailing white space
 ZO_EXPORT std::string RTrim(const std::string& text);
 
+/// @param text the text, any bytes
 /// @return a copy without leading white space
 ZO_EXPORT std::string LTrim(const std::string& text);
 
+/// @param text the text, any bytes
 /// @return a copy without leading and trailing white space
 ZO_EXPORT std::string Trim(const std::string& text);
 
+/// @param text the text, any bytes
 /// @return a copy without any TAB
 ZO_EXPORT std::string DelTabStr(const std::string& text);
 
@@ -55,6 +59,7 @@ ZO_EXPORT bool Str2Int(const std::string& text, int& value);
 /// @{
 
 /// Removes leading and trailing blanks and turns every `\` into `/`.
+/// @param path the path, changed in place
 ZO_EXPORT void ConvertBackslash(std::string& path);
 
 /// Normalises an absolute path: `ConvertBackslash`, then folds "/.." and "/./". The
@@ -64,9 +69,11 @@ ZO_EXPORT void ConvertBackslash(std::string& path);
 ///         nothing in front of it to fold
 ZO_EXPORT bool ConvertAbsolutePath(std::string& path);
 
+/// @param path a path, normalised as by `ConvertAbsolutePath` first
 /// @return the directory above `path`, ending in "/"; "" where there is none
 ZO_EXPORT std::string GetParentPath(const std::string& path);
 
+/// @param path a path, absolute or relative to the working directory
 /// @return whether `path` exists, whatever kind of file it is
 ZO_EXPORT bool IsExistDir(const std::string& path);
 
@@ -78,12 +85,15 @@ ZO_EXPORT void RemoveDir(const std::string& path, bool removeSelf);
 
 /// Makes `path` an empty directory of mode 0750, whether it existed or not. The
 /// directories above it must exist.
+/// @param path the directory; one that a symbolic link leads to is made anew where it was
 ZO_EXPORT void ReCreateDir(const std::string& path);
 
 /// Deletes a file, unless it is a directory.
+/// @param path the file; a symbolic link to one is deleted, not the file
 ZO_EXPORT void DeleteFile(const std::string& path);
 
 /// Deletes each of `files` in order, passing over those that cannot be deleted.
+/// @param files paths
 ZO_EXPORT void RemoveFilesList(const std::list<std::string>& files);
 /// @}
 
@@ -118,6 +128,7 @@ ZO_EXPORT std::string GetCfgDirPath();
 
 /// Sets the sub-directory of `GetCfgDirPath`, "conf" at first. Meant for the host,
 /// before it loads bundles.
+/// @param name the name, without separators; "" is taken as it is
 /// @return 0
 ZO_EXPORT int SetCfgDirPath(const std::string& name);
 
@@ -153,10 +164,15 @@ ZO_EXPORT bool GetAllCfgFrmFile(std::vector<NameValueStru>& out, const std::stri
 
 /// @param value receives the value of the first entry named `key`; untouched when
 ///              there is none
+/// @param key   name of the entry, compared exactly
+/// @param list  the entries, in file order
 /// @return whether there is one
 ZO_EXPORT bool GetValByKey(std::string& value, const std::string& key, const std::vector<NameValueStru>& list);
 
 /// `GetValByKey` on the entries of a file.
+/// @param value receives the value; untouched when there is none
+/// @param key   name of the entry, compared exactly
+/// @param file  path of the file
 /// @return false also when the file cannot be opened
 ZO_EXPORT bool GetCfgInfo(std::string& value, const std::string& key, const std::string& file);
 
@@ -232,6 +248,8 @@ public:
     bool GetStrItemInfo(const std::string& name, std::string& value);
 
     /// Overwrites the value of every item of that name; adds none.
+    /// @param name  name of the items, compared exactly
+    /// @param value the new value
     /// @return true
     bool SetStrItemInfo(const std::string& name, const std::string& value);
 
@@ -248,6 +266,10 @@ public:
     bool GetIPAddressList(std::vector<NameValueStru>& out);
 
     /// The reader of the free function of the same name.
+    /// @param out      the entries are appended to it, in file order
+    /// @param file     path of the file
+    /// @param keyValue whether the lines are "key=value"
+    /// @return false only when the file cannot be opened
     bool GetAllCfgFrmFile(std::vector<NameValueStru>& out, const std::string& file, bool keyValue);
 
     CorbaConfigItems(const CorbaConfigItems&) = delete;
@@ -301,6 +323,9 @@ ZO_EXPORT bool CodeSetConvert(const std::string& from, const std::string& to, co
 ZO_EXPORT bool Local2Utf(std::string& out, const std::string& in);
 
 /// UTF-8 to the local set; the mirror image of `Local2Utf`.
+/// @param out receives the result; untouched on failure. Note the order
+/// @param in  the text, in UTF-8
+/// @return as `CodeSetConvert`
 ZO_EXPORT bool Utf2Local(std::string& out, const std::string& in);
 
 /// Local set to UTF-8 for log records. The item `LocalCharset` of `CorbaConfigItems`,

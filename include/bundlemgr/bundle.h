@@ -117,10 +117,13 @@ public:
 
     /// Enters a service; called by the constructor of `ServiceObjectBase`. A null
     /// service, or a second one of a name, fails an ACE assertion and ends the process.
+    /// @param serviceName the service's name, not null
+    /// @param service     stays ACE's
     virtual void RegisterServiceObject(const char* serviceName, ServiceObjectBase* service);
 
     /// Finalises and destroys a service, takes it out of the table and posts
     /// `LIGHT_EVENT_SERVICE_REMOVED`. An unknown name is only reported on the log.
+    /// @param serviceName the service's name, not null
     virtual void RemoveServiceObject(const char* serviceName);
 
     /// @param out receives the services by name; other entries in it stay
@@ -215,8 +218,8 @@ public:
 
 protected:
     ServiceInterface* m_pInterface;  ///< Owned once set; see `RemoveInterface`.
-    std::string m_strServiceName;
-    std::string m_strBundleName;
+    std::string m_strServiceName;    ///< What the constructor was given.
+    std::string m_strBundleName;     ///< What the constructor was given.
 };
 
 /// @name Interface registry
@@ -226,12 +229,15 @@ protected:
 /// Serialises the searches of the interface proxies.
 ZO_EXPORT extern ACE_Thread_Mutex _g_actualmutex;
 
+/// @param name name of the interface, that is, of the service that publishes it
 /// @return the list of interfaces known under `name`, created empty if there was
 ///         none; valid until the process ends. Reading or appending to it is the
 ///         caller's, at a time when no other thread looks up or sets that name
 ZO_EXPORT std::vector<ServiceInterface*>* CheckIFBuf(const std::string& name);
 
 /// Replaces the list under `name` by the one interface `iface`.
+/// @param name  name of the interface
+/// @param iface stays its publisher's; null is stored as it is
 ZO_EXPORT void SetIFBuf(const std::string& name, ServiceInterface* iface);
 /// @}
 
@@ -240,13 +246,17 @@ class ZO_EXPORT ProcessException : public std::exception {
 public:
     ProcessException();
     /// Moves the unread text of the other's streams over.
+    /// @param other the source, whose streams are read to their end
     ProcessException(ProcessException& other);
     ~ProcessException() override;
 
+    /// Whatever the thrower has to say.
+    /// @{
     std::stringstream m_stream1;
     std::stringstream m_stream2;
     std::stringstream m_stream3;
     std::stringstream m_stream4;
+    /// @}
 };
 
 /// No service publishes the interface that was asked for.
@@ -307,7 +317,7 @@ public:
         return static_cast<Interface*>(Find(&Cast, all));
     }
 
-    /// `GetInterface()->`
+    /// @return `GetInterface()`
     Interface* operator->() { return GetInterface(); }
 
     /// @return the null interface that all proxies of this type share; never deleted

@@ -66,6 +66,7 @@ public:
     /// Files a bundle under its name; called by the bundle's library while it loads.
     /// The bundle stays its library's. A null bundle, or a second one of a name,
     /// fails an ACE assertion and ends the process.
+    /// @param pBundle the bundle, of a name that is not in the table
     virtual void RegisterBundle(BundleObject* pBundle) = 0;
 
     /// Initialises the bundles that are in `BUNDLE_STATE_LOADED`: "zo_base_bundle"
@@ -82,10 +83,12 @@ public:
     /// Finalises every bundle by descending order value, ties by name.
     virtual void FiniAllBundles() = 0;
 
+    /// @param name the bundle's name, compared exactly
     /// @return the registered bundle of that name, or null
     virtual BundleObject* GetBundle(const std::string& name) = 0;
 
     /// Loads `lib<name>.so`, found by the dynamic loader's rules.
+    /// @param name the bundle's name
     /// @return the bundle, also when it was there already; null (and a log record)
     ///         when the library cannot be loaded or registered no such bundle
     virtual BundleObject* LoadBundle(const std::string& name) = 0;
@@ -98,6 +101,7 @@ public:
     ///            configured bundle that never registered appends a null pointer
     virtual void GetBundlesInReverseOrder(std::list<BundleObject*>& out) = 0;
 
+    /// @param name the bundle's name, compared exactly
     /// @return the interface that the bundle of that name publishes, or null
     virtual ServiceInterface* GetBundleInterface(const std::string& name) = 0;
 
@@ -106,6 +110,7 @@ public:
 
     /// Stores a number for the bundles to read; 1024 at first, of no meaning to the
     /// library.
+    /// @param value any number
     virtual void SetIntSetting(const int& value) = 0;
 
     /// @return the number stored by `SetIntSetting`

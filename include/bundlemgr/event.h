@@ -79,13 +79,18 @@ public:
     void Fini();
 
     /// Appends `handler` to those of `eventId`. Registered twice, it is called twice.
+    /// @param eventId identifier of the events
+    /// @param handler stays its owner's; null is kept and passed over
     /// @return 0
     int RegisterHandler(const int& eventId, LightEventHandler* handler);
 
     /// Takes out the first registration of `handler` for `eventId`, if there is one.
+    /// @param eventId identifier of the events
+    /// @param handler the one that was registered
     /// @return 0
     int UnRegisterHandler(const int& eventId, LightEventHandler* handler);
 
+    /// @param eventId identifier of the events
     /// @return a copy of the handlers of `eventId` in registration order
     std::list<LightEventHandler*> find(const int& eventId);
 
@@ -107,7 +112,7 @@ public:
 
     int open(void* args = nullptr) override;
     int close(u_long flags = 0) override;
-    /// The worker's body.
+    /// The worker's body. @return 0
     int svc() override;
 
     LightEventMgr(const LightEventMgr&) = delete;

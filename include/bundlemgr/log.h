@@ -73,6 +73,7 @@ public:
     virtual void Write(int level, const char* text) = 0;
 
     /// Records `text` at `LOG_LEVEL_CRITICAL`.
+    /// @param text the message; null is recorded as the empty text
     virtual void WriteText(const char* text) = 0;
 
     /// Records a message formatted as by `printf`, cut to 4095 bytes.
@@ -81,17 +82,21 @@ public:
     virtual void Printf(int level, const char* format, ...) __attribute__((format(printf, 3, 4))) = 0;
 
     /// `Printf` at `LOG_LEVEL_CRITICAL`.
+    /// @param format printf-style format, followed by its arguments
     virtual void PrintfText(const char* format, ...) __attribute__((format(printf, 2, 3))) = 0;
 
+    /// @param level see `LogLevel`
     /// @return whether records of `level` are enabled; false for a level outside 0 to 3
     virtual bool IsLevelEnabled(int level) = 0;
 
     /// Diverts records of `level` to the ring of filtered records, whose last 128
     /// are written when a critical record arrives while the log is buffering.
+    /// @param level see `LogLevel`
     /// @return false, and no change, for a level outside 0 to 3
     virtual bool DisableLevel(int level) = 0;
 
     /// Undoes `DisableLevel`.
+    /// @param level see `LogLevel`
     /// @return false, and no change, for a level outside 0 to 3
     virtual bool EnableLevel(int level) = 0;
 
@@ -115,9 +120,11 @@ public:
     virtual void SetPosition(const char* file, unsigned long line) = 0;
 
     /// Sets the bundle name of the following records; null counts as empty.
+    /// @param name the name, copied
     virtual void SetBundleName(const char* name) = 0;
 
     /// Sets the service name of the following records; null counts as empty.
+    /// @param name the name, copied
     virtual void SetServiceName(const char* name) = 0;
 
     /// @return the name under which the proxy was requested
@@ -186,9 +193,11 @@ public:
     bool SetOutputMode(const int& mode);
 
     /// Takes a record of an enabled level.
+    /// @param info the record, copied
     void AppendOutputInfo(const DebugInfo& info);
 
     /// Takes a record of a disabled level into the ring of the 128 latest ones.
+    /// @param info the record, copied
     void AppendFiltered(const DebugInfo& info);
 
     /// Writes and forgets the waiting records, opening the file if none is open.

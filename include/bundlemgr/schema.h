@@ -22,9 +22,11 @@ class ZO_EXPORT Property_T {
 public:
     Property_T();
     /// Copies everything, the sub-schema included.
+    /// @param other the property to copy
     Property_T(const Property_T& other);
     Property_T& operator=(const Property_T& other);
-    /// Takes the sub-schema over, at the address where it is; `other` has none then.
+    /// Takes the sub-schema over, at the address where it is.
+    /// @param other has no sub-schema then
     Property_T(Property_T&& other) noexcept;
     Property_T& operator=(Property_T&& other) noexcept;
     /// Deletes the sub-schema.
@@ -50,8 +52,8 @@ public:
     /// Deletes all properties and their sub-schemas; the name stays.
     virtual void Clear();
 
-    std::string name;
-    std::vector<Property_T> properties;
+    std::string name;                    ///< Of the schema; for its owner alone.
+    std::vector<Property_T> properties;  ///< In order of declaration.
 };
 
 /// Marks properties as dirty.
@@ -78,4 +80,5 @@ ZO_EXPORT bool __IsDirty(const ObjectSchema_T& schema, const char* path);
 
 /// Prints the flags of the whole tree on standard output, a line a property,
 /// indented by its depth.
+/// @param schema the schema to print
 ZO_EXPORT void __PrintSchemaDirty(const ObjectSchema_T& schema);
