@@ -1,5 +1,5 @@
 # The front door. Every word is a script that can be called by itself, too.
-.PHONY: build run run-corba test asan tsan coverage format lint bench install package clean help
+.PHONY: build run run-corba test asan tsan coverage format lint bench docs install package clean help
 
 build:      ; @scripts/build.sh
 run:        ; @scripts/run.sh
@@ -11,6 +11,7 @@ coverage:   ; @scripts/coverage.sh
 format:     ; @scripts/format.sh
 lint:       ; @scripts/format.sh --check && scripts/lint.sh
 bench:      ; @scripts/bench.sh
+docs:       ; @scripts/docs.sh
 install:    ; @scripts/install.sh
 package:    ; @scripts/package.sh
 clean:      ; @rm -rf build

@@ -1,7 +1,7 @@
 #!/bin/sh
 # The words of the Makefile.
 cat <<'TEXT'
-make build       the library, the example agent and the tools, in build/release
+make build       the library and the example agent, in build/release
 make run         runs the example agent for a few seconds and shows its log
 make run-corba   the same with its CORBA bundle, naming and event service
 make test        builds and runs all tests
@@ -11,6 +11,7 @@ make coverage    ... and reports what they cover
 make format      formats the sources
 make lint        checks the format and runs the static checks
 make bench       runs the benchmarks
+make docs        writes the reference of the public headers
 make install     installs under PREFIX (/usr/local), below DESTDIR if set
 make package     makes a .deb in build/package
 make clean       removes the folder build
