@@ -19,6 +19,8 @@ ServiceObjectBase::ServiceObjectBase(const char* bundleName, const char* service
     BundleObject* bundle = ServiceBirth::BundleNamed(m_strBundleName);
     if (bundle == nullptr) bundle = BundleMgr::Instance()->GetBundle(m_strBundleName);
     LiveServices::Enter(this);
+    // For fini, which the configurator may call under its lock at the end of the process.
+    g_log.Prepare();
     if (bundle == nullptr) {
         g_log.Print(kLineNoBundle, LOG_LEVEL_INFO, "[ServiceObjectBase] Call GetBundle() get bundle null.%s,%s",
                     serviceName, bundleName);
