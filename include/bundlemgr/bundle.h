@@ -179,7 +179,8 @@ private:
 /// Created by its factory while the bundle loads its services; registers itself with
 /// the bundle; initialised by ACE through `init`; ended by `ExitThreads`, `fini` and
 /// the destructor (the latter only when its factory set an exterminator, as
-/// `ZO_SERVICE_FACTORY` does).
+/// `ZO_SERVICE_FACTORY` does). Until its `init` has returned 0, the thread that brings it
+/// up is the only one on which the library calls it or hands out its interface.
 ///
 /// The order of the virtual operations is part of the contract with services in the
 /// field; new ones go to the end.

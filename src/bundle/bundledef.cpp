@@ -5,6 +5,7 @@
 #include <ace/Service_Config.h>
 
 #include "bundle/currentexception.h"
+#include "bundle/heldbundle.h"
 #include "bundle/livebundles.h"
 #include "bundle/liveservices.h"
 #include "bundle/nestedlock.h"
@@ -176,6 +177,7 @@ void BundleObject::RemoveServiceObject(const char* serviceName) {
     LightEventMgr::Instance();
     const std::string strSvcName = serviceName;
     const NestedGuard guard(m_lock, m_nLockDepth);
+    const HeldBundle held(this);
     ServiceEntry entry;
     bool registered = false;
     {
@@ -204,6 +206,7 @@ void BundleObject::GetAllServiceObjects(std::map<std::string, ServiceObjectBase*
 ServiceInterface* BundleObject::FindServiceInterface(const std::string& serviceName) {
     // Held over the call into the service, lest it be destroyed meanwhile.
     const NestedGuard guard(m_lock, m_nLockDepth);
+    const HeldBundle held(this);
     std::map<std::string, ServiceObjectBase*> services;
     GetAllServiceObjects(services);
     const auto found = services.find(serviceName);
@@ -221,6 +224,7 @@ bool BundleObject::IsLive(const std::string& serviceName, const ServiceObjectBas
 void BundleObject::WaitThreadExit() {
     g_log.Prepare();
     const NestedGuard guard(m_lock, m_nLockDepth);
+    const HeldBundle held(this);
     // A copy, since ending its threads may take a service out of the table.
     const std::vector<std::string> names(m_vecServiceNames.rbegin(), m_vecServiceNames.rend());
     for (const std::string& name : names) {
@@ -271,6 +275,7 @@ void BundleObject::UnLoadAllServiceObjects() {
     g_log.Prepare();
     LightEventMgr::Instance();  // a service may remove itself under the lock below
     const NestedGuard guard(m_lock, m_nLockDepth);
+    const HeldBundle held(this);
     // A copy, since a service's fini may take it out of the table.
     const std::vector<std::string> names(m_vecServiceNames.rbegin(), m_vecServiceNames.rend());
     for (const std::string& name : names) {

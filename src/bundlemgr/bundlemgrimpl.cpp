@@ -16,6 +16,7 @@
 #include <dlfcn.h>
 
 #include "bundle/currentexception.h"
+#include "bundle/heldbundle.h"
 #include "bundle/livebundles.h"
 #include "bundle/servicelibraries.h"
 #include "bundle/tablelock.h"
@@ -143,6 +144,7 @@ BundleObject* BundleMgrImpl::FindBundle(const std::string& name) const {
 }
 
 BundleObject* BundleMgrImpl::GetBundle(const std::string& name) {
+    if (BundleObject* const held = HeldBundle::Named(name)) return held;
     const TableLock::Guard guard;
     return FindBundle(name);
 }

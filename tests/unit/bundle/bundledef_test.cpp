@@ -2,6 +2,7 @@
 #include <optional>
 #include <stdexcept>
 
+#include "bundle/tablelock.h"
 #include "bundlemgr/base.h"
 #include "bundletest.h"
 #include "support/capture.h"
@@ -702,6 +703,28 @@ TEST_F(BundleObjectTest, NobodyWaitsForTheRepositoryUnderTheLock) {
         EXPECT_TRUE(operating.Finishes());
     }
     EXPECT_THAT(m_trace, ElementsAre("fini a", "dtor a", "fini b", "dtor b"));
+}
+
+// Another thread may hold the manager's table and wait for the bundle.
+TEST_F(BundleObjectTest, AServiceThatIsEndedFindsItsBundleWithoutTheTable) {
+    BundleObject* found = nullptr;
+    const TestService::Action ask = [&found] { found = BundleMgr::Instance()->GetBundle("bundle"); };
+    Add("unloaded").onFini = &ask;
+    Add("removed").onFini = &ask;
+    Add("waited").onExit = &ask;
+    Add("asked").onGetInterface = &ask;
+    const std::vector<std::function<void()>> operations = {
+        [this] { m_bundle.FindServiceInterface("asked"); }, [this] { m_bundle.WaitThreadExit(); },
+        [this] { m_bundle.RemoveServiceObject("removed"); }, [this] { m_bundle.UnLoadAllServiceObjects(); }};
+    auto table = std::make_unique<TableLock::Guard>();
+    for (const std::function<void()>& operation : operations) {
+        EXPECT_TRUE(CanBeDoneElsewhere(operation));
+        EXPECT_EQ(&m_bundle, std::exchange(found, nullptr));
+    }
+    const Elsewhere stranger(ask);
+    EXPECT_FALSE(stranger.Finishes(std::chrono::milliseconds(20)));
+    table.reset();
+    EXPECT_TRUE(stranger.Finishes());
 }
 
 TEST_F(BundleObjectTest, ServicesComeAndGoOnManyThreadsWithoutADeadlock) {
