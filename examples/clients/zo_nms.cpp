@@ -19,6 +19,7 @@
 #include <omniORB4/Naming.hh>
 
 #include "alarm.hh"
+#include "changejudge.h"
 
 namespace {
 
@@ -152,12 +153,22 @@ void PrintAlarm(const NbiAlarm::Alarm& alarm) {
 
 void PrintChange(const NbiAlarm::AlarmChange& change) {
     std::string line = KindName(change.kind);
-    line += " " + std::to_string(change.sequenceNumber) + " id=" + Value(change.theAlarm.id.in());
+    line += " " + std::to_string(change.where.sequenceNumber) + " id=" + Value(change.theAlarm.id.in());
     for (CORBA::ULong i = 0; i < change.changedAttributes.length(); ++i) {
         line += AttributeField(change.theAlarm, change.changedAttributes[i].in());
     }
     std::puts(line.c_str());
     std::fflush(stdout);  // a reader behind a pipe wants to see it now
+}
+
+ChangePosition FromIdl(const NbiAlarm::Position& position) {
+    return {position.agentStart, position.sequenceNumber};
+}
+
+/// What a client has missed before a change.
+void PrintWarnings(const ChangeJudgement& judgement) {
+    if (judgement.restarted) std::puts("RESTARTED the agent has begun anew, list its alarms again");
+    if (judgement.lost != 0) std::printf("LOST %" PRIu64 " changes, list the alarms again\n", judgement.lost);
 }
 
 sigset_t EndSignals() {
@@ -175,7 +186,10 @@ public:
         const NbiAlarm::AlarmChange* change = nullptr;
         if (!(event >>= change)) return;  // somebody else's event
         const std::lock_guard<std::mutex> guard(m_mutex);
-        if (IsNews(change->sequenceNumber)) PrintChange(*change);
+        const ChangeJudgement judgement = m_judge.Judge(FromIdl(change->where));
+        if (!judgement.isNews) return;
+        PrintWarnings(judgement);
+        PrintChange(*change);
     }
 
     void disconnect_push_consumer() override {}
@@ -183,30 +197,12 @@ public:
     /// Holds changes back while the alarms are being listed.
     std::mutex& Mutex() { return m_mutex; }
 
-    /// @param last number of the last change that the list contains
-    void SetListed(std::uint64_t last) { m_last = last; }
+    /// @param last of the last change that the list contains
+    void SetListed(const NbiAlarm::Position& last) { m_judge.SetListed(FromIdl(last)); }
 
 private:
-    bool IsNews(std::uint64_t number) {
-        if (m_last == 0) {
-            m_last = number;
-            return true;
-        }
-        if (number <= m_last && !m_following) return false;  // in the list already
-        if (number == m_last) return false;                  // repeated
-        if (number < m_last) {
-            std::puts("RESTARTED the agent has begun anew, list its alarms again");
-        } else if (number > m_last + 1) {
-            std::printf("LOST %" PRIu64 " changes, list the alarms again\n", number - m_last - 1);
-        }
-        m_following = true;
-        m_last = number;
-        return true;
-    }
-
     std::mutex m_mutex;
-    std::uint64_t m_last = 0;
-    bool m_following = false;
+    ChangeJudge m_judge;  // guarded by m_mutex
 };
 
 class Nms {
@@ -277,7 +273,7 @@ void Nms::List() {
     const NbiAlarm::Agent_var agent = Agent();
     NbiAlarm::AlarmSeq_var alarms;
     NbiAlarm::AlarmIterator_var rest;
-    const std::uint64_t last = agent->getActiveAlarms(kBatch, alarms.out(), rest.out());
+    const NbiAlarm::Position last = agent->getActiveAlarms(kBatch, alarms.out(), rest.out());
     std::size_t count = 0;
     do {
         for (CORBA::ULong i = 0; i < alarms->length(); ++i) PrintAlarm(alarms[i]);

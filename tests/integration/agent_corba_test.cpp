@@ -45,7 +45,7 @@ std::string Text(const NbiAlarm::Alarm& alarm) {
 /// "<number> <kind> [<changed attribute>]... <alarm>"
 std::string Text(const NbiAlarm::AlarmChange& change) {
     static const char* const kinds[] = {"RAISED", "CHANGED", "CLEARED"};
-    std::string text = std::to_string(change.sequenceNumber) + " " + kinds[change.kind] + " ";
+    std::string text = std::to_string(change.where.sequenceNumber) + " " + kinds[change.kind] + " ";
     for (CORBA::ULong i = 0; i < change.changedAttributes.length(); ++i) {
         text += std::string(change.changedAttributes[i]) + " ";
     }
@@ -68,6 +68,12 @@ std::string RaiseLines(const std::string& prefix, int count) {
     return lines;
 }
 
+std::size_t Count(const std::string& log, const std::string& text) {
+    std::size_t count = 0;
+    for (auto at = log.find(text); at != std::string::npos; at = log.find(text, at + 1)) ++count;
+    return count;
+}
+
 /// Keeps what the channel pushes.
 class Consumer : public POA_CosEventComm::PushConsumer {
 public:
@@ -76,7 +82,8 @@ public:
         const std::lock_guard<std::mutex> guard(m_mutex);
         if (event >>= change) {
             m_changes.push_back(Text(*change));
-            m_numbers.push_back(change->sequenceNumber);
+            m_numbers.push_back(change->where.sequenceNumber);
+            m_starts.push_back(change->where.agentStart);
         } else {
             m_changes.emplace_back("not an AlarmChange");
         }
@@ -91,6 +98,10 @@ public:
         const std::lock_guard<std::mutex> guard(m_mutex);
         return m_numbers;
     }
+    std::vector<CORBA::ULongLong> Starts() {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        return m_starts;
+    }
     bool WaitForCount(std::size_t count) {
         return WaitFor([&] { return Numbers().size() >= count; });
     }
@@ -99,6 +110,7 @@ private:
     std::mutex m_mutex;
     std::vector<std::string> m_changes;
     std::vector<CORBA::ULongLong> m_numbers;
+    std::vector<CORBA::ULongLong> m_starts;
 };
 
 /// A client with an ORB of its own.
@@ -166,10 +178,14 @@ protected:
         }
         m_naming = std::make_unique<test::NamingServer>();
         m_events = std::make_unique<test::EventServer>();
-        m_root.SetBundles({"zo_base_bundle", "zo_domain_bundle", "zo_corba_bundle"});
-        m_root.SetItem("NamingServicePort", m_naming->Port());
-        m_root.SetItem("NotifyServicePort", m_events->Port());
-        m_root.SetItem("FeedPollMilliseconds", "10");
+        Configure(m_root);
+    }
+
+    void Configure(const test::AgentRoot& root) const {
+        root.SetBundles({"zo_base_bundle", "zo_domain_bundle", "zo_corba_bundle"});
+        root.SetItem("NamingServicePort", m_naming->Port());
+        root.SetItem("NotifyServicePort", m_events->Port());
+        root.SetItem("FeedPollMilliseconds", "10");
     }
 
     // A test that needs no orderly stop kills the agent, but an agent that died before,
@@ -215,12 +231,18 @@ protected:
         return WaitFor([&] { return List()->length() == count; });
     }
 
-    std::size_t LogCount(const std::string& text) const {
-        const std::string log = m_root.Log();
-        std::size_t count = 0;
-        for (auto at = log.find(text); at != std::string::npos; at = log.find(text, at + 1)) ++count;
-        return count;
+    /// Kills the agent and starts it again on an empty feed. Returns when it pushes: what
+    /// it raised before that would reach nobody.
+    void RestartAgent() {
+        const std::string pushes = "connected to AlarmChannel at ";
+        ASSERT_TRUE(m_root.WaitForLog(pushes));
+        m_agent.reset();
+        for (const char* const file : {"out", "var/alarms.feed"}) std::filesystem::remove(m_root / file);
+        ASSERT_NO_FATAL_FAILURE(StartAgent());
+        ASSERT_TRUE(WaitFor([&] { return LogCount(pushes) == 2; })) << m_root.Log();
     }
+
+    std::size_t LogCount(const std::string& text) const { return Count(m_root.Log(), text); }
 
     // In this order, so that the client goes before the servers.
     test::AgentRoot m_root;
@@ -336,6 +358,35 @@ TEST_F(AgentCorbaTest, PushesAStormOfAlarmsCompleteAndInOrder) {
     EXPECT_EQ(numbers.size(), std::size_t{kAlarms});
 }
 
+TEST_F(AgentCorbaTest, AListAndItsChangesNameTheSameRunOfTheAgentAndTheNextRunAnother) {
+    const auto listedStart = [this] {
+        NbiAlarm::AlarmSeq_var alarms;
+        NbiAlarm::AlarmIterator_var rest;
+        return m_service->getActiveAlarms(0, alarms.out(), rest.out()).agentStart;
+    };
+    ASSERT_NO_FATAL_FAILURE(StartAgentAndClient());
+    ASSERT_NO_FATAL_FAILURE(Subscribe());
+    const CORBA::ULongLong first = listedStart();
+    Feed(RaiseLines("a", 2));
+    ASSERT_TRUE(m_consumer.WaitForCount(2));
+    ASSERT_NO_FATAL_FAILURE(RestartAgent());
+    Feed(RaiseLines("b", 2));
+    ASSERT_TRUE(m_consumer.WaitForCount(4)) << m_root.Log();
+
+    const std::vector<CORBA::ULongLong> starts = m_consumer.Starts();
+    EXPECT_NE(starts[2], first);
+    EXPECT_EQ(starts, (std::vector<CORBA::ULongLong>{first, first, starts[2], starts[2]}));
+    EXPECT_EQ(m_consumer.Numbers(), (std::vector<CORBA::ULongLong>{1, 2, 1, 2}));
+    ASSERT_TRUE(WaitFor([&] {
+        m_service = m_client->Agent();
+        try {
+            return !CORBA::is_nil(m_service) && listedStart() == starts[2];
+        } catch (const CORBA::SystemException&) {
+            return false;  // the name still stands for the agent that was killed
+        }
+    }));
+}
+
 TEST_F(AgentCorbaTest, TheNumberOfAListTellsWhichChangesItContains) {
     ASSERT_NO_FATAL_FAILURE(StartAgentAndClient());
     Feed(RaiseLines("a", 3) + "event=clear;id=a0002\n");
@@ -343,7 +394,10 @@ TEST_F(AgentCorbaTest, TheNumberOfAListTellsWhichChangesItContains) {
     CORBA::ULongLong listed = 0;
     NbiAlarm::AlarmSeq_var alarms;
     NbiAlarm::AlarmIterator_var rest;
-    ASSERT_TRUE(WaitFor([&] { return (listed = m_service->getActiveAlarms(10, alarms.out(), rest.out())) == 4; }));
+    ASSERT_TRUE(WaitFor([&] {
+        listed = m_service->getActiveAlarms(10, alarms.out(), rest.out()).sequenceNumber;
+        return listed == 4;
+    }));
 
     EXPECT_EQ(Ids(alarms), (std::vector<std::string>{"a0001", "a0003"}));
     Feed("event=clear;id=a0003\n");
@@ -361,7 +415,7 @@ protected:
         ASSERT_TRUE(WaitFor([&] {
             NbiAlarm::AlarmSeq_var alarms;
             NbiAlarm::AlarmIterator_var rest;
-            return m_service->getActiveAlarms(0, alarms.out(), rest.out()) == kAlarms;
+            return m_service->getActiveAlarms(0, alarms.out(), rest.out()).sequenceNumber == kAlarms;
         }));
     }
 
@@ -395,7 +449,7 @@ TEST_F(AgentCorbaIteratorTest, GivesALongListInPieces) {
     ASSERT_TRUE(WaitFor([&] {
         NbiAlarm::AlarmSeq_var alarms;
         NbiAlarm::AlarmIterator_var ignored;
-        return m_service->getActiveAlarms(0, alarms.out(), ignored.out()) == kAlarms + 1;
+        return m_service->getActiveAlarms(0, alarms.out(), ignored.out()).sequenceNumber == kAlarms + 1;
     }));
     while (rest->next_n(4000000000, piece.out())) {
         sizes.push_back(piece->length());
@@ -419,7 +473,8 @@ TEST_F(AgentCorbaTest, SendsAlarmsWithLongTextsInMessagesThatAnOrbTakes) {
     }
     NbiAlarm::AlarmSeq_var piece;
     NbiAlarm::AlarmIterator_var rest;
-    ASSERT_TRUE(WaitFor([&] { return m_service->getActiveAlarms(1000, piece.out(), rest.out()) == 1000; }));
+    ASSERT_TRUE(
+        WaitFor([&] { return m_service->getActiveAlarms(1000, piece.out(), rest.out()).sequenceNumber == 1000; }));
 
     std::vector<std::size_t> sizes = {piece->length()};
     while (rest->next_n(1000, piece.out())) sizes.push_back(piece->length());
@@ -689,7 +744,8 @@ TEST_F(AgentCorbaTest, StopsWhileAClientDoesNotTakeItsReplies) {
     }
     NbiAlarm::AlarmSeq_var alarms;
     NbiAlarm::AlarmIterator_var rest;
-    ASSERT_TRUE(WaitFor([&] { return m_service->getActiveAlarms(0, alarms.out(), rest.out()) == 1000; }));
+    ASSERT_TRUE(
+        WaitFor([&] { return m_service->getActiveAlarms(0, alarms.out(), rest.out()).sequenceNumber == 1000; }));
     const IIOP::ProfileBody profile = ProfileOf(m_service);
     const std::string key(reinterpret_cast<const char*>(profile.object_key.get_buffer()), profile.object_key.length());
     test::LineClient client(profile.address.port, {"127.0.0.1", 4096});
@@ -855,6 +911,27 @@ TEST_F(NmsTest, WatchesOnWhenTheEventServiceWasRestartedWithoutItsData) {
 
     EXPECT_TRUE(WaitFor([&] { return Out().find("RAISED 1 id=7;object=NE-7;severity=minor;") != std::string::npos; }))
         << Out();
+}
+
+TEST_F(NmsTest, TellsARestartOfTheAgentWhoseNumbersAreBelowThoseOfTheList) {
+    ASSERT_NO_FATAL_FAILURE(StartAgentAndClient());
+    Feed(RaiseLines("a", 3));
+    ASSERT_TRUE(WaitForSize(3));
+    ASSERT_TRUE(m_client->WaitForName("zo/AlarmChannel"));
+    test::ChildProcess nms(Command({"--naming", Naming(), "--list", "--watch"}));
+    ASSERT_TRUE(WaitFor([&] { return Out().find("END 3\nWATCHING\n") != std::string::npos; })) << Err();
+    const std::string before = Out();
+
+    ASSERT_NO_FATAL_FAILURE(RestartAgent());
+    Feed(
+        "event=raise;id=7;object=NE-7;severity=minor\n"
+        "event=clear;id=7\n");
+
+    const std::string expected =
+        "RESTARTED the agent has begun anew, list its alarms again\n"
+        "RAISED 1 id=7;object=NE-7;severity=minor;cause=;time=;text=;ack.user=\n"
+        "CLEARED 2 id=7\n";
+    EXPECT_TRUE(WaitFor([&] { return Out() == before + expected; })) << Out() << Err();
 }
 
 TEST_F(NmsTest, TellsThatTheNamingServiceDoesNotAnswer) {

@@ -1,6 +1,7 @@
 // Parts of the agent by themselves: what its services stand on.
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <future>
 #include <stdexcept>
@@ -16,6 +17,7 @@
 #include "alarmevent.h"
 #include "bundlemgr/bundlemgr.h"
 #include "bundlemgr/event.h"
+#include "changejudge.h"
 #include "eventsubscription.h"
 #include "feedfollower.h"
 #include "servicelog.h"
@@ -247,6 +249,63 @@ TEST(AgentFeedFollower, BeginsAgainWhenTheFileIsCutBack) {
     follower.Poll();
     EXPECT_EQ(lines.all, (Texts{"1:a", "1:b"}));
     EXPECT_EQ(lines.notices, (Texts{"is being followed", "was cut back, reading it from its beginning"}));
+}
+
+// ---- ChangeJudge ----
+
+constexpr std::uint64_t kRun = 1700000000000000;
+constexpr std::uint64_t kNextRun = kRun + 1;
+
+/// What the judge says to each change, in a word.
+Texts Judgements(ChangeJudge& judge, const std::vector<ChangePosition>& changes) {
+    Texts texts;
+    for (const ChangePosition& change : changes) {
+        const ChangeJudgement judgement = judge.Judge(change);
+        std::string text = judgement.isNews ? "news" : "known";
+        if (judgement.restarted) text += " restarted";
+        if (judgement.lost != 0) text += " lost=" + std::to_string(judgement.lost);
+        texts.push_back(text);
+    }
+    return texts;
+}
+
+TEST(AgentChangeJudge, TakesTheChangesBehindTheListOneByOne) {
+    ChangeJudge judge;
+    judge.SetListed({kRun, 2});
+    EXPECT_EQ(Judgements(judge, {{kRun, 1}, {kRun, 2}, {kRun, 3}, {kRun, 4}}),
+              (Texts{"known", "known", "news", "news"}));
+}
+
+TEST(AgentChangeJudge, BeginsAnywhereWithoutAList) {
+    ChangeJudge judge;
+    EXPECT_EQ(Judgements(judge, {{kRun, 17}, {kRun, 18}}), (Texts{"news", "news"}));
+}
+
+TEST(AgentChangeJudge, TellsHowManyAreLost) {
+    ChangeJudge judge;
+    judge.SetListed({kRun, 0});
+    EXPECT_EQ(Judgements(judge, {{kRun, 3}, {kRun, 4}, {kRun, 6}}), (Texts{"news lost=2", "news", "news lost=1"}));
+}
+
+TEST(AgentChangeJudge, SkipsWhatComesAgainOrLateWithoutFallingBack) {
+    ChangeJudge judge;
+    judge.SetListed({kRun, 10});
+    EXPECT_EQ(Judgements(judge, {{kRun, 11}, {kRun, 11}, {kRun, 12}, {kRun, 13}, {kRun, 11}, {kRun, 14}}),
+              (Texts{"news", "known", "news", "news", "known", "news"}));
+}
+
+TEST(AgentChangeJudge, KnowsANewRunByItsStartWhateverItsNumbers) {
+    ChangeJudge judge;
+    judge.SetListed({kRun, 500});
+    EXPECT_EQ(Judgements(judge, {{kNextRun, 1}, {kNextRun, 2}, {kNextRun, 2}, {kNextRun, 4}}),
+              (Texts{"news restarted", "news", "known", "news lost=1"}));
+    ChangeJudge ahead;
+    ahead.SetListed({kRun, 1});
+    EXPECT_EQ(Judgements(ahead, {{kNextRun, 500}, {kNextRun, 501}}), (Texts{"news restarted", "news"}));
+    // A clock that was set back makes the later start the smaller one.
+    ChangeJudge back;
+    back.SetListed({kNextRun, 5});
+    EXPECT_EQ(Judgements(back, {{kRun, 6}}), (Texts{"news restarted"}));
 }
 
 }  // namespace

@@ -57,6 +57,10 @@ public:
     /// @return the sequence number of the last change that they contain; 0: none yet
     virtual std::uint64_t List(std::vector<Alarm>& alarms) = 0;
 
+    /// @return what tells this table apart from that of any other run of the agent, whose
+    ///         sequence numbers begin with 1, too
+    virtual std::uint64_t Start() = 0;
+
     /// @return the number of active alarms
     virtual std::size_t Size() = 0;
 };

@@ -1,5 +1,6 @@
 #include "alarmtableimpl.h"
 
+#include <chrono>
 #include <memory>
 
 #include "alarmevent.h"
@@ -10,6 +11,12 @@ using NS_BUNDLEMGR1::NameValueStru;
 namespace alarms {
 
 namespace {
+
+/// An agent takes longer than this to start, so no two have the same.
+std::uint64_t MicrosecondsSinceTheEpoch() {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(now).count());
+}
 
 void MarkAll(ObjectSchema_T& schema) {
     for (const std::string& name : AttributeNames()) __SetDirty(schema, name.c_str());
@@ -30,6 +37,8 @@ std::vector<std::string> MarkedAttributes(const ObjectSchema_T& schema) {
 }
 
 }  // namespace
+
+AlarmTableImpl::AlarmTableImpl() : m_start(MicrosecondsSinceTheEpoch()) {}
 
 bool AlarmTableImpl::Raise(const Alarm& alarm) {
     if (alarm.id.empty()) return false;

@@ -17,6 +17,8 @@ namespace alarms {
 /// order of the changes; posting never waits for a handler, so nobody waits long.
 class AlarmTableImpl : public AlarmTable {
 public:
+    AlarmTableImpl();
+
     std::string GetDescription() override { return "table of active alarms"; }
     void* GetImplementation() override { return this; }
 
@@ -26,6 +28,7 @@ public:
     bool Acknowledge(const std::string& id, const std::string& user) override;
     bool Get(const std::string& id, Alarm& alarm) override;
     std::uint64_t List(std::vector<Alarm>& alarms) override;
+    std::uint64_t Start() override { return m_start; }
     std::size_t Size() override;
 
 private:
@@ -37,6 +40,7 @@ private:
     void Update(Entry& entry, const Alarm& changed);
     void Post(AlarmChange change, const Entry& entry);
 
+    const std::uint64_t m_start;
     std::mutex m_mutex;  // guards all that follows
     std::map<std::string, Entry> m_entries;
     std::uint64_t m_sequence = 0;

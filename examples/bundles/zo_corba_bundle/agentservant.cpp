@@ -20,10 +20,10 @@ bool IsUserName(const std::string& text) {
 
 }  // namespace
 
-CORBA::ULongLong AgentServant::getActiveAlarms(CORBA::ULong how_many, NbiAlarm::AlarmSeq_out alarms,
-                                               NbiAlarm::AlarmIterator_out rest) {
+NbiAlarm::Position AgentServant::getActiveAlarms(CORBA::ULong how_many, NbiAlarm::AlarmSeq_out alarms,
+                                                 NbiAlarm::AlarmIterator_out rest) {
     std::vector<alarms::Alarm> all;
-    const std::uint64_t sequence = m_table.List(all);
+    const NbiAlarm::Position listed = {m_table.Start(), m_table.List(all)};
     std::size_t next = 0;
     // Held in variables until nothing can fail any more: an exception must not leave a
     // half-made reply behind.
@@ -32,7 +32,7 @@ CORBA::ULongLong AgentServant::getActiveAlarms(CORBA::ULong how_many, NbiAlarm::
     if (next < all.size()) iterator = m_iterators.Make(std::move(all), next);
     alarms = first._retn();
     rest = iterator._retn();
-    return sequence;
+    return listed;
 }
 
 NbiAlarm::Alarm* AgentServant::getAlarm(const char* id) {

@@ -15,8 +15,8 @@ public:
     /// Both must live until the ORB is shut down.
     AgentServant(alarms::AlarmTable& table, IteratorPool& iterators) : m_table(table), m_iterators(iterators) {}
 
-    CORBA::ULongLong getActiveAlarms(CORBA::ULong how_many, NbiAlarm::AlarmSeq_out alarms,
-                                     NbiAlarm::AlarmIterator_out rest) override;
+    NbiAlarm::Position getActiveAlarms(CORBA::ULong how_many, NbiAlarm::AlarmSeq_out alarms,
+                                       NbiAlarm::AlarmIterator_out rest) override;
     NbiAlarm::Alarm* getAlarm(const char* id) override;
     void acknowledge(const char* id, const char* user) override;
 

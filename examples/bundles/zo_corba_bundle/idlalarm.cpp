@@ -64,9 +64,10 @@ NbiAlarm::Alarm ToIdl(const alarms::Alarm& alarm) {
     return result;
 }
 
-NbiAlarm::AlarmChange ToIdl(const alarms::AlarmEvent& event) {
+NbiAlarm::AlarmChange ToIdl(const alarms::AlarmEvent& event, std::uint64_t agentStart) {
     NbiAlarm::AlarmChange result;
-    result.sequenceNumber = event.m_sequence;
+    result.where.agentStart = agentStart;
+    result.where.sequenceNumber = event.m_sequence;
     result.kind = ToIdl(event.m_change);
     result.changedAttributes.length(static_cast<CORBA::ULong>(event.m_attributes.size()));
     for (CORBA::ULong i = 0; i < result.changedAttributes.length(); ++i) {

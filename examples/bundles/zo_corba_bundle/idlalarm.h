@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 #include "alarm.h"
@@ -12,7 +13,8 @@ namespace corba_bundle {
 
 NbiAlarm::Alarm ToIdl(const alarms::Alarm& alarm);
 
-NbiAlarm::AlarmChange ToIdl(const alarms::AlarmEvent& event);
+/// @param agentStart of the alarm table whose change it is
+NbiAlarm::AlarmChange ToIdl(const alarms::AlarmEvent& event, std::uint64_t agentStart);
 
 /// @param next     first alarm of the batch; moved on behind the last one
 /// @param how_many most alarms in it; there may be fewer, so that an ORB takes the message

@@ -10,6 +10,7 @@
 
 #include "alarm.hh"
 #include "alarmevent.h"
+#include "alarmtable.h"
 #include "bundlemgr/base.h"
 #include "bundlemgr/bundle.h"
 #include "changequeue.h"
@@ -79,6 +80,7 @@ private:
 
     // Used by the thread only.
     NameKeeper* m_names = nullptr;
+    std::uint64_t m_agentStart = 0;
     std::unique_ptr<EventChannel> m_channel;
     std::unique_ptr<Peer> m_peer;
     std::optional<alarms::AlarmEvent> m_current;  // taken from the queue, not yet pushed
@@ -94,6 +96,8 @@ int NotifySvc::init(int, ACE_TCHAR*[]) {
         const CORBA::ORB_ptr orb = ServiceInterfaceProxy<OrbAccess>(ORB_SERVICE, BUNDLE)->Orb();
         m_channel = std::make_unique<EventChannel>(orb, m_address, kChannel);
         m_names = ServiceInterfaceProxy<NameKeeper>(NAMING_SERVICE, BUNDLE).GetInterface();
+        // Without the table there would be no ORB either.
+        m_agentStart = ServiceInterfaceProxy<alarms::AlarmTable>(alarms::ALARM_SERVICE)->Start();
     } catch (const NS_BUNDLEMGR1::InterfaceNotExistException&) {
         m_log.Error(__LINE__, "in svc.cfg %s and %s must stand above %s", ORB_SERVICE, NAMING_SERVICE, NOTIFY_SERVICE);
         return -1;
@@ -176,7 +180,7 @@ bool NotifySvc::NextChange() {
 
 void NotifySvc::PushChange() {
     CORBA::Any event;
-    event <<= ToIdl(*m_current);
+    event <<= ToIdl(*m_current, m_agentStart);
     try {
         m_channel->Push(event);
         m_refusing = false;
