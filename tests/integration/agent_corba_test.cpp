@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -595,6 +596,22 @@ TEST_F(AgentCorbaTest, PushesGoOnWhenTheEventServiceWasRestartedWithoutItsData) 
 
     ASSERT_TRUE(m_secondConsumer.WaitForCount(3)) << m_root.Log();
     EXPECT_EQ(m_secondConsumer.Numbers(), (std::vector<CORBA::ULongLong>{1, 2, 3}));
+}
+
+TEST_F(AgentCorbaTest, KeepsItsPlaceInTheChannelOfAnEventServiceThatDidNotAnswer) {
+    ASSERT_NO_FATAL_FAILURE(StartAgentAndClient());
+    ASSERT_NO_FATAL_FAILURE(Subscribe());
+    m_events->Freeze();
+    Feed(RaiseLines("a", 3));
+    ASSERT_TRUE(m_root.WaitForLog("the event service at 127.0.0.1:" + m_events->Port() + " is away"));
+    m_events->Thaw();
+
+    // The push that was given up arrives, too: before or behind the others.
+    ASSERT_TRUE(WaitFor([&] {
+        const std::vector<CORBA::ULongLong> numbers = m_consumer.Numbers();
+        return std::set<CORBA::ULongLong>(numbers.begin(), numbers.end()).size() == 3;
+    }));
+    EXPECT_EQ(LogCount("connected to AlarmChannel at "), 1u);
 }
 
 TEST_F(AgentCorbaTest, DropsTheOldestChangesWhenTheEventServiceIsAwayForTooLong) {

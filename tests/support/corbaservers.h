@@ -46,6 +46,9 @@ public:
     /// Freezes it: it accepts connections, but answers no more.
     void Freeze() { m_process->Signal(SIGSTOP); }
 
+    /// After `Freeze`: it goes on, with what it was sent in the meantime.
+    void Thaw() { m_process->Signal(SIGCONT); }
+
     /// After `Kill`, on the same port with the data that it had.
     bool StartAgain() {
         return WaitFor([this] { return TryStart(); });

@@ -41,7 +41,8 @@ constexpr char kChannel[] = "AlarmChannel";
 constexpr milliseconds kCheckEvery{2000};
 
 bool IsOutOfReach(const CORBA::Exception& error) {
-    return CORBA::TRANSIENT::_downcast(&error) != nullptr || CORBA::COMM_FAILURE::_downcast(&error) != nullptr;
+    return CORBA::TRANSIENT::_downcast(&error) != nullptr || CORBA::COMM_FAILURE::_downcast(&error) != nullptr ||
+           CORBA::TIMEOUT::_downcast(&error) != nullptr;
 }
 
 /// Whether what was sent is at fault, not the way there.
