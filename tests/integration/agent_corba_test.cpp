@@ -788,6 +788,23 @@ TEST_F(AgentCorbaTest, StopsWhileNamingAndEventServiceDoNotAnswer) {
     EXPECT_EQ(StopAgent(), 0) << m_agent->Err();
 }
 
+TEST_F(AgentCorbaTest, SaysNoGoodbyeToServersThatDoNotAnswer) {
+    ASSERT_NO_FATAL_FAILURE(StartAgentAndClient());
+    ASSERT_NO_FATAL_FAILURE(Subscribe());
+    m_naming->Freeze();
+    m_events->Freeze();
+    ASSERT_TRUE(m_root.WaitForLog("the naming service at 127.0.0.1:" + m_naming->Port() + " is away"));
+    ASSERT_TRUE(m_root.WaitForLog("the event service at 127.0.0.1:" + m_events->Port() + " is away"));
+
+    EXPECT_EQ(StopAgent(), 0) << m_agent->Err();
+
+    // Each would have waited for its call to time out.
+    EXPECT_EQ(LogCount("cannot unbind from the naming service"), 0u);
+    EXPECT_EQ(LogCount("cannot leave the event channel"), 0u);
+    EXPECT_EQ(LogCount("what is bound stays bound, the naming service is away"), 1u);
+    EXPECT_EQ(LogCount("the event channel keeps the agent's place, the event service is away"), 1u);
+}
+
 TEST_F(AgentCorbaTest, RefusesClientsFromOtherAddresses) {
     m_root.SetItem("acl", "127.0.0.2");
     ASSERT_NO_FATAL_FAILURE(StartAgent());

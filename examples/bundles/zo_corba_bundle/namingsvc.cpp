@@ -151,7 +151,13 @@ void NamingSvc::Stop() {
     Withdraw();
     m_thread.Stop();
     if (CORBA::is_nil(m_orb)) return;
-    UnbindAll();
+    // A naming service that is away is not called again: the stop would have to wait for
+    // it once more. The next agent takes the names over.
+    if (m_peer->IsAway()) {
+        m_log.Info(__LINE__, "what is bound stays bound, the naming service is away");
+    } else {
+        UnbindAll();
+    }
     m_orb = CORBA::ORB::_nil();
 }
 
@@ -160,6 +166,7 @@ milliseconds NamingSvc::Round() {
     try {
         const CosNaming::NamingContext_var root = Root();
         for (const auto& [text, object] : CopyOfNames()) {
+            if (m_thread.Stopping()) break;
             const CosNaming::Name name = ToName(text);
             if (IsBound(root, name, object)) continue;
             MakeContexts(root, name);

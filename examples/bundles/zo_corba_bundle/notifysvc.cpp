@@ -67,6 +67,7 @@ public:
 private:
     bool ReadSettings();
     void Stop();
+    void Leave();
     void Enqueue(LightEventParam* param);
 
     milliseconds Round();
@@ -125,12 +126,23 @@ void NotifySvc::Stop() {
     m_subscription.Close();
     m_thread.Stop();
     if (m_channel == nullptr) return;
+    Leave();
+    m_channel.reset();
+}
+
+/// An event service that is away is not called again: the stop would have to wait for it
+/// once more.
+void NotifySvc::Leave() {
+    if (!m_channel->Connected()) return;
+    if (m_peer->IsAway()) {
+        m_log.Info(__LINE__, "the event channel keeps the agent's place, the event service is away");
+        return;
+    }
     try {
         m_channel->Disconnect();
     } catch (const CORBA::Exception& error) {
         m_log.Info(__LINE__, "cannot leave the event channel: %s", Describe(error).c_str());
     }
-    m_channel.reset();
 }
 
 /// On the event manager's worker, which must not be kept: the calls to the event

@@ -29,6 +29,9 @@ public:
     /// @param what    how it calls the server
     Peer(const char* service, std::string what) : m_log(BUNDLE, service, "peer"), m_what(std::move(what)) {}
 
+    /// Whether it failed to answer when it was last called.
+    bool IsAway() const { return m_state == AWAY; }
+
     /// It has answered.
     void Here() {
         if (m_state != HERE) m_log.Info(__LINE__, "%s is there", m_what.c_str());
