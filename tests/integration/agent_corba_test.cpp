@@ -805,6 +805,47 @@ TEST_F(AgentCorbaTest, SaysNoGoodbyeToServersThatDoNotAnswer) {
     EXPECT_EQ(LogCount("the event channel keeps the agent's place, the event service is away"), 1u);
 }
 
+TEST_F(AgentCorbaTest, LeavesItsNameToAnotherAgentThatAnswersAndFollowsIt) {
+    const std::string bound = "zo/AlarmAgent is bound at 127.0.0.1:" + m_naming->Port();
+    ASSERT_NO_FATAL_FAILURE(StartAgentAndClient());
+    Feed("event=raise;id=7;object=NE-7;severity=minor\n");
+    ASSERT_TRUE(WaitForSize(1));
+
+    test::AgentRoot secondRoot;
+    Configure(secondRoot);
+    secondRoot.Append("var/alarms.feed", "event=raise;id=8;object=NE-8;severity=major\n");
+    test::Agent second(secondRoot);
+    ASSERT_TRUE(second.WaitUntilReady()) << second.Err();
+    ASSERT_TRUE(secondRoot.WaitForLog("zo/AlarmAgent at 127.0.0.1:" + m_naming->Port() +
+                                      " stands for another agent, which answers; leaving the names to it"));
+    EXPECT_EQ(Text(NbiAlarm::Alarm_var(NbiAlarm::Agent_var(m_client->Agent())->getAlarm("7"))), "7|NE-7|MINOR||||");
+    m_agent.reset();  // kills it
+
+    ASSERT_TRUE(secondRoot.WaitForLog(bound));
+    const NbiAlarm::Agent_var followed = m_client->Agent();
+    EXPECT_TRUE(WaitFor([&] {
+        try {
+            return Text(NbiAlarm::Alarm_var(followed->getAlarm("8"))) == "8|NE-8|MAJOR||||";
+        } catch (const NbiAlarm::NoSuchAlarm&) {
+            return false;  // not read yet
+        }
+    }));
+    EXPECT_EQ(Count(m_root.Log(), bound), 1u);
+    EXPECT_EQ(Count(secondRoot.Log(), bound), 1u);
+    EXPECT_EQ(Count(secondRoot.Log(), "zo/AlarmAgent at "), 1u);
+}
+
+TEST_F(AgentCorbaTest, TakesItsNameFromAnAgentThatDoesNotAnswer) {
+    ASSERT_NO_FATAL_FAILURE(StartAgentAndClient());
+    m_agent->Process().Signal(SIGSTOP);
+
+    test::AgentRoot secondRoot;
+    Configure(secondRoot);
+    test::Agent second(secondRoot);
+
+    EXPECT_TRUE(secondRoot.WaitForLog("zo/AlarmAgent is bound at 127.0.0.1:" + m_naming->Port()));
+}
+
 TEST_F(AgentCorbaTest, RefusesClientsFromOtherAddresses) {
     m_root.SetItem("acl", "127.0.0.2");
     ASSERT_NO_FATAL_FAILURE(StartAgent());

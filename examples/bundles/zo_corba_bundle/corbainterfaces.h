@@ -33,7 +33,8 @@ public:
 class NameKeeper : public NS_BUNDLEMGR1::ServiceInterface {
 public:
     /// Sees to it that `name` stands for `object` until this service ends: also when
-    /// the naming service is away just now, or forgets it later. Does not wait for it.
+    /// the naming service is away just now, or forgets it later. While another agent has
+    /// the agent's name there, that one has this name, too. Does not wait for it.
     virtual void Keep(const std::string& name, CORBA::Object_ptr object) = 0;
 };
 

@@ -1,4 +1,5 @@
 // NamingSvc: keeps the agent's objects bound in the naming service.
+#include <algorithm>
 #include <chrono>
 #include <map>
 #include <memory>
@@ -30,6 +31,12 @@ using std::chrono::milliseconds;
 // A naming service that was restarted may have forgotten us, and does not say so.
 constexpr milliseconds kCheckEvery{1000};
 
+// How long another agent may take to show that it is alive.
+constexpr milliseconds kAnswerTimeout{500};
+
+// While another agent has the names they are looked at less and less often, down to this.
+constexpr milliseconds kLongestPause{10000};
+
 /// "zo/AlarmAgent" is the object "AlarmAgent" in the context "zo".
 CosNaming::Name ToName(const std::string& text) {
     std::vector<std::string> ids;
@@ -40,13 +47,34 @@ CosNaming::Name ToName(const std::string& text) {
     return name;
 }
 
-bool IsBound(CosNaming::NamingContext_ptr root, const CosNaming::Name& name, CORBA::Object_ptr object) {
+/// @return nil when the name is not bound
+CORBA::Object_ptr Resolve(CosNaming::NamingContext_ptr root, const CosNaming::Name& name) {
     try {
-        const CORBA::Object_var bound = root->resolve(name);
-        return !CORBA::is_nil(bound) && bound->_is_equivalent(object);
+        return root->resolve(name);
     } catch (const CosNaming::NamingContext::NotFound&) {
+        return CORBA::Object::_nil();
+    }
+}
+
+bool IsBound(CosNaming::NamingContext_ptr root, const CosNaming::Name& name, CORBA::Object_ptr object) {
+    const CORBA::Object_var bound = Resolve(root, name);
+    return !CORBA::is_nil(bound) && bound->_is_equivalent(object);
+}
+
+bool Answers(CORBA::Object_ptr object) {
+    omniORB::setClientCallTimeout(object, static_cast<CORBA::ULong>(kAnswerTimeout.count()));
+    try {
+        return !object->_non_existent();
+    } catch (const CORBA::SystemException&) {
         return false;
     }
+}
+
+/// Whether the name stands for an object that is alive and not `object`. What a crash
+/// has left behind is not.
+bool IsTaken(CosNaming::NamingContext_ptr root, const CosNaming::Name& name, CORBA::Object_ptr object) {
+    const CORBA::Object_var bound = Resolve(root, name);
+    return !CORBA::is_nil(bound) && !bound->_is_equivalent(object) && Answers(bound);
 }
 
 void MakeContexts(CosNaming::NamingContext_ptr root, const CosNaming::Name& name) {
@@ -83,6 +111,8 @@ private:
     void Withdraw();
     void Stop();
     milliseconds Round();
+    void BindAll(CosNaming::NamingContext_ptr root);
+    void LeaveToOther();
     CosNaming::NamingContext_ptr Root();
     Names CopyOfNames();
     void UnbindAll();
@@ -92,7 +122,10 @@ private:
     CORBA::ORB_var m_orb;
     std::mutex m_mutex;
     Names m_names;  // guarded by m_mutex
+    CORBA::Object_var m_agent;
     std::unique_ptr<Peer> m_peer;
+    milliseconds m_pause = kCheckEvery;  // used by the thread only
+    bool m_leftToOther = false;          // used by the thread only
     alarms::ServiceThread m_thread{m_log};
 };
 
@@ -118,7 +151,8 @@ int NamingSvc::init(int, ACE_TCHAR*[]) {
     try {
         ServiceInterfaceProxy<OrbAccess> orb(ORB_SERVICE, BUNDLE);
         m_orb = CORBA::ORB::_duplicate(orb->Orb());
-        m_names[AGENT_NAME] = CORBA::Object::_duplicate(orb->Agent());
+        m_agent = CORBA::Object::_duplicate(orb->Agent());
+        m_names[AGENT_NAME] = CORBA::Object::_duplicate(m_agent);
     } catch (const NS_BUNDLEMGR1::InterfaceNotExistException&) {
         m_log.Error(__LINE__, "there is no ORB; in svc.cfg %s must stand above %s", ORB_SERVICE, NAMING_SERVICE);
         return -1;
@@ -161,23 +195,46 @@ void NamingSvc::Stop() {
     m_orb = CORBA::ORB::_nil();
 }
 
-/// Binds whatever is not bound, or not to us.
+/// Two agents that share a naming service must not take the names from each other again
+/// and again: the one that came first has them for as long as it answers. The agent's
+/// name decides for all: that a channel answers does not mean that anybody feeds it.
 milliseconds NamingSvc::Round() {
     try {
         const CosNaming::NamingContext_var root = Root();
-        for (const auto& [text, object] : CopyOfNames()) {
-            if (m_thread.Stopping()) break;
-            const CosNaming::Name name = ToName(text);
-            if (IsBound(root, name, object)) continue;
-            MakeContexts(root, name);
-            root->rebind(name, object);
-            m_log.Info(__LINE__, "%s is bound at %s", text.c_str(), m_address.c_str());
+        if (IsTaken(root, ToName(AGENT_NAME), m_agent)) {
+            LeaveToOther();
+        } else {
+            BindAll(root);
+            m_leftToOther = false;
+            m_pause = kCheckEvery;
         }
     } catch (const CORBA::Exception& error) {
         return m_peer->Away(Describe(error));
     }
     m_peer->Here();
-    return kCheckEvery;
+    return m_pause;
+}
+
+/// Binds whatever is not bound, or not to us.
+void NamingSvc::BindAll(CosNaming::NamingContext_ptr root) {
+    for (const auto& [text, object] : CopyOfNames()) {
+        if (m_thread.Stopping()) return;
+        const CosNaming::Name name = ToName(text);
+        if (IsBound(root, name, object)) continue;
+        MakeContexts(root, name);
+        root->rebind(name, object);
+        m_log.Info(__LINE__, "%s is bound at %s", text.c_str(), m_address.c_str());
+    }
+}
+
+/// Reports it once, and has the next look come later each time.
+void NamingSvc::LeaveToOther() {
+    if (!m_leftToOther) {
+        m_log.Error(__LINE__, "%s at %s stands for another agent, which answers; leaving the names to it", AGENT_NAME,
+                    m_address.c_str());
+    }
+    m_leftToOther = true;
+    m_pause = std::min(m_pause * 2, kLongestPause);
 }
 
 CosNaming::NamingContext_ptr NamingSvc::Root() {
@@ -194,6 +251,8 @@ NamingSvc::Names NamingSvc::CopyOfNames() {
 void NamingSvc::UnbindAll() {
     try {
         const CosNaming::NamingContext_var root = Root();
+        // The channel may be the same as that of the agent that has the names.
+        if (!IsBound(root, ToName(AGENT_NAME), m_agent)) return;
         for (const auto& [text, object] : CopyOfNames()) {
             const CosNaming::Name name = ToName(text);
             if (!IsBound(root, name, object)) continue;
