@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <future>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -15,6 +16,7 @@
 
 #include "alarm.h"
 #include "alarmevent.h"
+#include "alarmtableimpl.h"
 #include "bundlemgr/bundlemgr.h"
 #include "bundlemgr/event.h"
 #include "changejudge.h"
@@ -86,6 +88,33 @@ TEST(AgentAlarm, IsDescribedByASchemaWhosePathsAreItsAttributes) {
         EXPECT_TRUE(__IsDirty(schema, name.c_str())) << name;
     }
     EXPECT_FALSE(__SetDirty(schema, "id"));
+}
+
+// ---- AlarmTable ----
+
+TEST_F(AgentPart, SnapshotsOfATableThatHasNotChangedAreOneAndTheSame) {
+    alarms::AlarmTableImpl table;
+    table.Raise({"1", "NE-1", alarms::SEVERITY_MINOR, "", "", "", ""});
+    const std::shared_ptr<const alarms::AlarmSnapshot> first = table.Snapshot();
+    EXPECT_TRUE(table.Change("1", {{"severity", "minor"}}));  // it is already
+    EXPECT_EQ(table.Snapshot(), first);
+
+    table.Raise({"2", "NE-2", alarms::SEVERITY_MAJOR, "", "", "", ""});
+    table.Clear("1");
+    const std::shared_ptr<const alarms::AlarmSnapshot> second = table.Snapshot();
+    EXPECT_NE(second, first);
+    EXPECT_EQ(first->sequence, 1U);
+    ASSERT_EQ(first->alarms.size(), 1U);
+    EXPECT_EQ(first->alarms[0].id, "1");
+    EXPECT_EQ(second->sequence, 3U);
+    ASSERT_EQ(second->alarms.size(), 1U);
+    EXPECT_EQ(second->alarms[0].id, "2");
+}
+
+TEST_F(AgentPart, ATableKeepsNoSnapshotThatNobodyHas) {
+    alarms::AlarmTableImpl table;
+    const std::weak_ptr<const alarms::AlarmSnapshot> snapshot = table.Snapshot();
+    EXPECT_TRUE(snapshot.expired());
 }
 
 // ---- EventSubscription ----

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,12 @@ namespace alarms {
 
 /// Name of the service that publishes it, for `ServiceInterfaceProxy<AlarmTable>`.
 constexpr char ALARM_SERVICE[] = "AlarmSvc";
+
+/// The active alarms at one moment.
+struct AlarmSnapshot {
+    std::vector<Alarm> alarms;   ///< Ordered by id.
+    std::uint64_t sequence = 0;  ///< Number of the last change that they contain; 0: none yet.
+};
 
 /// The active alarms. Every change posts an `AlarmEvent`, in the order of the changes.
 ///
@@ -56,6 +63,10 @@ public:
     /// @param alarms replaced by copies of all active alarms, ordered by id
     /// @return the sequence number of the last change that they contain; 0: none yet
     virtual std::uint64_t List(std::vector<Alarm>& alarms) = 0;
+
+    /// The same for who keeps the list for a while.
+    /// @return shared with everybody who has asked since the last change and still has it
+    virtual std::shared_ptr<const AlarmSnapshot> Snapshot() = 0;
 
     /// @return what tells this table apart from that of any other run of the agent, whose
     ///         sequence numbers begin with 1, too

@@ -94,15 +94,31 @@ bool AlarmTableImpl::Get(const std::string& id, Alarm& alarm) {
 
 std::uint64_t AlarmTableImpl::List(std::vector<Alarm>& alarms) {
     const std::lock_guard<std::mutex> guard(m_mutex);
-    alarms.clear();
-    alarms.reserve(m_entries.size());
-    for (const auto& entry : m_entries) alarms.push_back(entry.second.alarm);
+    CopyTo(alarms);
     return m_sequence;
+}
+
+std::shared_ptr<const AlarmSnapshot> AlarmTableImpl::Snapshot() {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    std::shared_ptr<const AlarmSnapshot> last = m_snapshot.lock();
+    if (last != nullptr && last->sequence == m_sequence) return last;
+    const auto made = std::make_shared<AlarmSnapshot>();
+    CopyTo(made->alarms);
+    made->sequence = m_sequence;
+    m_snapshot = made;
+    return made;
 }
 
 std::size_t AlarmTableImpl::Size() {
     const std::lock_guard<std::mutex> guard(m_mutex);
     return m_entries.size();
+}
+
+// The lock must be held.
+void AlarmTableImpl::CopyTo(std::vector<Alarm>& alarms) const {
+    alarms.clear();
+    alarms.reserve(m_entries.size());
+    for (const auto& entry : m_entries) alarms.push_back(entry.second.alarm);
 }
 
 // The lock must be held.

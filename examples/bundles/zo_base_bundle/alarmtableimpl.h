@@ -2,6 +2,7 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <mutex>
 
 #include "alarmtable.h"
@@ -28,6 +29,7 @@ public:
     bool Acknowledge(const std::string& id, const std::string& user) override;
     bool Get(const std::string& id, Alarm& alarm) override;
     std::uint64_t List(std::vector<Alarm>& alarms) override;
+    std::shared_ptr<const AlarmSnapshot> Snapshot() override;
     std::uint64_t Start() override { return m_start; }
     std::size_t Size() override;
 
@@ -37,6 +39,7 @@ private:
         ObjectSchema_T schema;  // flags of the change under way, none between changes
     };
 
+    void CopyTo(std::vector<Alarm>& alarms) const;
     void Update(Entry& entry, const Alarm& changed);
     void Post(AlarmChange change, const Entry& entry);
 
@@ -44,6 +47,7 @@ private:
     std::mutex m_mutex;  // guards all that follows
     std::map<std::string, Entry> m_entries;
     std::uint64_t m_sequence = 0;
+    std::weak_ptr<const AlarmSnapshot> m_snapshot;  // the last one, for as long as somebody has it
 };
 
 }  // namespace alarms

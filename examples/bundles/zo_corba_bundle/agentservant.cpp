@@ -1,8 +1,8 @@
 #include "agentservant.h"
 
 #include <algorithm>
+#include <memory>
 #include <string>
-#include <utility>
 
 #include "idlalarm.h"
 
@@ -22,14 +22,14 @@ bool IsUserName(const std::string& text) {
 
 NbiAlarm::Position AgentServant::getActiveAlarms(CORBA::ULong how_many, NbiAlarm::AlarmSeq_out alarms,
                                                  NbiAlarm::AlarmIterator_out rest) {
-    std::vector<alarms::Alarm> all;
-    const NbiAlarm::Position listed = {m_table.Start(), m_table.List(all)};
+    const std::shared_ptr<const alarms::AlarmSnapshot> all = m_table.Snapshot();
+    const NbiAlarm::Position listed = {m_table.Start(), all->sequence};
     std::size_t next = 0;
     // Held in variables until nothing can fail any more: an exception must not leave a
     // half-made reply behind.
-    NbiAlarm::AlarmSeq_var first = NextBatch(all, next, how_many);
+    NbiAlarm::AlarmSeq_var first = NextBatch(all->alarms, next, how_many);
     NbiAlarm::AlarmIterator_var iterator;
-    if (next < all.size()) iterator = m_iterators.Make(std::move(all), next);
+    if (next < all->alarms.size()) iterator = m_iterators.Make(all, next);
     alarms = first._retn();
     rest = iterator._retn();
     return listed;

@@ -17,16 +17,16 @@ constexpr std::size_t kMostIterators = 100;
 /// deleted only after the last call on it has returned.
 class IteratorServant : public POA_NbiAlarm::AlarmIterator {
 public:
-    IteratorServant(IteratorPool& pool, std::vector<alarms::Alarm> alarms, std::size_t next)
-        : m_pool(pool), m_alarms(std::move(alarms)), m_next(next) {}
+    IteratorServant(IteratorPool& pool, std::shared_ptr<const alarms::AlarmSnapshot> list, std::size_t next)
+        : m_pool(pool), m_list(std::move(list)), m_next(next) {}
 
     CORBA::Boolean next_n(CORBA::ULong how_many, NbiAlarm::AlarmSeq_out alarms) override {
         m_pool.Touch(this);
         bool some = false;
         {
             const std::lock_guard<std::mutex> guard(m_mutex);
-            some = m_next < m_alarms.size();
-            alarms = NextBatch(m_alarms, m_next, how_many);
+            some = m_next < m_list->alarms.size();
+            alarms = NextBatch(m_list->alarms, m_next, how_many);
         }
         if (!some) m_pool.Destroy(this);
         return some;
@@ -37,16 +37,16 @@ public:
 private:
     IteratorPool& m_pool;
     std::mutex m_mutex;  // a client may call from several threads at once
-    const std::vector<alarms::Alarm> m_alarms;
+    const std::shared_ptr<const alarms::AlarmSnapshot> m_list;
     std::size_t m_next;
 };
 
 IteratorPool::IteratorPool(PortableServer::POA_ptr poa, std::chrono::seconds longestIdle)
     : m_poa(PortableServer::POA::_duplicate(poa)), m_longestIdle(longestIdle) {}
 
-NbiAlarm::AlarmIterator_ptr IteratorPool::Make(std::vector<alarms::Alarm> alarms, std::size_t next) {
+NbiAlarm::AlarmIterator_ptr IteratorPool::Make(std::shared_ptr<const alarms::AlarmSnapshot> list, std::size_t next) {
     // The variable gives up its reference when this returns; the POA keeps one.
-    const PortableServer::Servant_var<IteratorServant> servant(new IteratorServant(*this, std::move(alarms), next));
+    const PortableServer::Servant_var<IteratorServant> servant(new IteratorServant(*this, std::move(list), next));
     const PortableServer::ObjectId_var id = m_poa->activate_object(servant);
     NbiAlarm::AlarmIterator_var reference = servant->_this();
     IteratorServant* tooMany = nullptr;

@@ -4,13 +4,13 @@
 #include <chrono>
 #include <cstddef>
 #include <map>
+#include <memory>
 #include <mutex>
-#include <vector>
 
 #include <omniORB4/CORBA.h>
 
-#include "alarm.h"
 #include "alarm.hh"
+#include "alarmtable.h"
 
 namespace corba_bundle {
 
@@ -26,10 +26,10 @@ class IteratorPool {
 public:
     IteratorPool(PortableServer::POA_ptr poa, std::chrono::seconds longestIdle);
 
-    /// @param alarms the list
+    /// @param list   kept until the iterator is gone
     /// @param next   first alarm that the iterator gives
     /// @return the caller's to release
-    NbiAlarm::AlarmIterator_ptr Make(std::vector<alarms::Alarm> alarms, std::size_t next);
+    NbiAlarm::AlarmIterator_ptr Make(std::shared_ptr<const alarms::AlarmSnapshot> list, std::size_t next);
 
     /// Destroys those that were left alone for too long; to be called now and then.
     /// @return how many
