@@ -447,6 +447,28 @@ TEST(AgentText, ServesNoMoreClientsThanConfigured) {
     EXPECT_EQ(agent.Stop(), 0);
 }
 
+TEST(AgentText, KeepsClientsThatComeAllAtOnceUntilItIsTheirTurn) {
+    constexpr std::size_t kClients = 120;  // systems that allow a queue of 128 only are still in use
+    const AgentRoot root;
+    root.SetItem("AsciiMaxClients", std::to_string(kClients));
+    Agent agent(root);
+    ASSERT_TRUE(agent.WaitUntilReady());
+
+    // While the agent stands still the system alone takes them in.
+    ASSERT_TRUE(agent.Process().Freeze());
+    LineClient::Settings settings;
+    settings.connectSeconds = 1;
+    std::vector<std::unique_ptr<LineClient>> clients;
+    while (clients.size() < kClients) {
+        clients.push_back(std::make_unique<LineClient>(agent.TextPort(), settings));
+        ASSERT_TRUE(clients.back()->IsOpen()) << "client " << clients.size();
+        clients.back()->Send("LIST\n");
+    }
+    agent.Process().Signal(SIGCONT);
+    for (const auto& client : clients) ASSERT_EQ(client->ReadThrough("END\n"), "LIST 0 0\nEND\n");
+    EXPECT_EQ(agent.Stop(), 0);
+}
+
 TEST(AgentText, GoesOnAcceptingWhenFileDescriptorsAreFreeAgain) {
     if (std::string(ZO_SANITIZE).find("undefined") != std::string::npos) {
         GTEST_SKIP() << "this sanitizer checks types with the help of a pipe, for which there is no descriptor";

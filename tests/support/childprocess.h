@@ -57,6 +57,14 @@ public:
 
     void Signal(int number) const { kill(m_pid, number); }
 
+    /// Stops it where it is until it gets SIGCONT.
+    /// @return whether it stands still
+    bool Freeze() const {
+        int status = 0;
+        Signal(SIGSTOP);
+        return waitpid(m_pid, &status, WUNTRACED) == m_pid && WIFSTOPPED(status);
+    }
+
     bool HasEnded() {
         if (!m_ended) m_ended = waitpid(m_pid, &m_status, WNOHANG) == m_pid;
         return m_ended;

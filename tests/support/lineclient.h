@@ -13,6 +13,7 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include "support/wait.h"
@@ -22,6 +23,7 @@ namespace test {
 struct LineClientSettings {
     std::string from = "127.0.0.1";  ///< Its own address: loopback has 127.0.0.0/8.
     int receiveBuffer = 0;           ///< Bytes; 0: the system's choice.
+    int connectSeconds = 0;          ///< How long connecting may take; 0: the system's choice.
 };
 
 class LineClient {
@@ -32,6 +34,10 @@ public:
         : m_socket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
         if (settings.receiveBuffer > 0) {
             setsockopt(m_socket, SOL_SOCKET, SO_RCVBUF, &settings.receiveBuffer, sizeof settings.receiveBuffer);
+        }
+        if (settings.connectSeconds > 0) {
+            const timeval patience{settings.connectSeconds, 0};
+            setsockopt(m_socket, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
         }
         const sockaddr_in own = Address(settings.from, 0);
         const sockaddr_in server = Address("127.0.0.1", port);

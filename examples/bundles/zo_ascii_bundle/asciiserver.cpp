@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include <ace/INET_Addr.h>
+#include <ace/OS_NS_sys_socket.h>
 #include <ace/Select_Reactor.h>
 #include <ace/Thread.h>
 
@@ -52,7 +53,10 @@ bool AsciiServer::Listen() {
     // being ended; later ones take none.
     m_alarms.GetInterface();
     ACE_INET_Addr address(static_cast<u_short>(m_settings.port), kAnyAddress);
+    // The acceptor asks for a queue of 5. Clients that come back all at once, after a
+    // restart of the agent, would overflow it and wait for seconds until they try again.
     if (m_acceptor.open(address, &m_reactor, ACE_NONBLOCK) == -1 ||
+        ACE_OS::listen(m_acceptor.get_handle(), SOMAXCONN) == -1 ||
         m_acceptor.acceptor().get_local_addr(address) == -1) {
         m_log.Error(__LINE__, "port %d cannot be opened: %s", m_settings.port, std::strerror(errno));
         return false;
