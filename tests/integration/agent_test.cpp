@@ -469,6 +469,43 @@ TEST(AgentText, KeepsClientsThatComeAllAtOnceUntilItIsTheirTurn) {
     EXPECT_EQ(agent.Stop(), 0);
 }
 
+TEST(AgentText, TakesTurnsWithAClientThatSendsManyCommandsAtOnce) {
+    const AgentRoot root;
+    Agent agent(root);
+    ASSERT_TRUE(agent.WaitUntilReady());
+    const auto client = [&agent] {
+        auto made = std::make_unique<LineClient>(agent.TextPort());
+        made->Send("LIST\n");
+        EXPECT_EQ(made->ReadThrough("END\n"), "LIST 0 0\nEND\n");
+        return made;
+    };
+    const auto disconnected = [](const LineClient& gone) {
+        return "client 127.0.0.1:" + std::to_string(gone.Port()) + " disconnected\n";
+    };
+    const auto busy = client();
+    const auto other = client();
+
+    // The agent finds the commands of both at the same time. The one that connected
+    // first has the first turn.
+    ASSERT_TRUE(agent.Process().Freeze());
+    std::string commands;
+    std::string answers;
+    for (int i = 0; i < 150; ++i) {
+        commands += "LIST\n";
+        answers += "LIST 0 0\nEND\n";
+    }
+    busy->Send(commands + "QUIT\n");
+    other->Send("QUIT\n");
+    agent.Process().Signal(SIGCONT);
+
+    EXPECT_EQ(other->ReadToEnd(), "BYE\n");
+    EXPECT_EQ(busy->ReadToEnd(), answers + "BYE\n");
+    ASSERT_TRUE(root.WaitForLog(disconnected(*busy)));
+    const std::string log = root.Log();
+    EXPECT_LT(log.find(disconnected(*other)), log.find(disconnected(*busy))) << log;
+    EXPECT_EQ(agent.Stop(), 0);
+}
+
 TEST(AgentText, GoesOnAcceptingWhenFileDescriptorsAreFreeAgain) {
     if (std::string(ZO_SANITIZE).find("undefined") != std::string::npos) {
         GTEST_SKIP() << "this sanitizer checks types with the help of a pipe, for which there is no descriptor";

@@ -89,14 +89,18 @@ int AsciiSession::handle_output(ACE_HANDLE) {
     return Proceed();
 }
 
-// Executes the commands that are there, for as long as the client takes the answers.
+// Executes the commands that are there up to the first that has an answer; if more are
+// there, the others have their turn before the next. Reading goes on when all are
+// executed and the client has taken the answers.
 // -1, which closes the session, when the connection is broken or nothing is left to do.
 int AsciiSession::Proceed() {
     std::string line;
-    while (Flush()) {
+    for (bool answered = false; Flush();) {
         if (m_leaving) return m_output.empty() ? -1 : 0;
-        if (m_answered > 0) {
+        if (m_answered > 0 || (answered && HasLine())) {
             reactor()->cancel_wakeup(this, READ_MASK);
+            // Also when everything is out: being able to write is how the next turn comes.
+            reactor()->schedule_wakeup(this, WRITE_MASK);
             return 0;
         }
         if (!TakeLine(line)) {
@@ -104,8 +108,13 @@ int AsciiSession::Proceed() {
             return 0;
         }
         Execute(line);
+        answered = m_answered > 0;
     }
     return -1;
+}
+
+bool AsciiSession::HasLine() const {
+    return m_input.find('\n') != std::string::npos;
 }
 
 // Lines end in LF or CRLF. One that is too long is answered once, forgotten up to its

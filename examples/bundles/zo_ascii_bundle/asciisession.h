@@ -20,6 +20,9 @@ class AsciiServer;
 /// the answer to the last one is out, and a client that lets too many changes wait is
 /// cut off.
 ///
+/// Nor do the other clients wait for it, however many commands it sends at once: it has
+/// one answered, then it is their turn.
+///
 /// Created by the acceptor, deletes itself when it is closed (`handle_close`). All of it
 /// runs on the server's thread.
 class AsciiSession : public ACE_Svc_Handler<ACE_SOCK_Stream, ACE_NULL_SYNCH> {
@@ -44,6 +47,7 @@ private:
     using Base = ACE_Svc_Handler<ACE_SOCK_Stream, ACE_NULL_SYNCH>;
 
     int Proceed();
+    bool HasLine() const;
     bool TakeLine(std::string& line);
     void Execute(const std::string& line);
     void Answer(const std::string& text);
