@@ -859,6 +859,26 @@ TEST_F(AgentCorbaTest, RefusesClientsFromOtherAddresses) {
     EXPECT_THROW(NbiAlarm::Alarm_var(agent->getAlarm("7")), CORBA::SystemException);
 }
 
+TEST_F(AgentCorbaTest, SkipsAclEntriesThatAreNoAddresses) {
+    m_root.SetItem("acl", "foo, 127.0.0.1, *");
+    ASSERT_NO_FATAL_FAILURE(StartAgentAndClient());
+
+    EXPECT_EQ(List()->length(), 0u);
+    EXPECT_EQ(LogCount("corba_start.cfg: '*' in acl is not an IPv4 address; entry skipped\n"), 1u);
+    EXPECT_EQ(LogCount("corba_start.cfg: 'foo' in acl is not an IPv4 address; entry skipped\n"), 1u);
+}
+
+TEST_F(AgentCorbaTest, AnAclWithoutAnyAddressLetsNobodyIn) {
+    m_root.SetItem("acl", "*");
+    ASSERT_NO_FATAL_FAILURE(StartAgent());
+    Client client(m_naming->Port());
+    ASSERT_TRUE(client.WaitForName("zo/AlarmAgent"));
+    const auto agent =
+        NbiAlarm::Agent_var(NbiAlarm::Agent::_unchecked_narrow(CORBA::Object_var(client.Resolve("zo/AlarmAgent"))));
+
+    EXPECT_THROW(NbiAlarm::Alarm_var(agent->getAlarm("7")), CORBA::SystemException);
+}
+
 TEST_F(AgentCorbaTest, AnOccupiedPortFailsTheStartWithAReason) {
     m_root.SetItem("CorbaAgentPort", m_naming->Port());
     test::Agent agent(m_root);

@@ -431,6 +431,42 @@ TEST(AgentText, WithoutAclItemsOnlyLoopbackMayConnect) {
     EXPECT_EQ(agent.Stop(), 0);
 }
 
+TEST(AgentText, SkipsAclEntriesThatAreNoAddressesAndReportsEachOnce) {
+    const AgentRoot root;
+    root.SetItem("acl", "*, 127.0.0.3, localhost, ::1, 127.0.0.0/8, 127.0.0.01, *");
+    Agent agent(root);
+    ASSERT_TRUE(agent.WaitUntilReady());
+
+    LineClient stranger(agent.TextPort());
+    EXPECT_EQ(stranger.ReadToEnd(), "");
+    LineClient::Settings settings;
+    settings.from = "127.0.0.3";
+    LineClient friendly(agent.TextPort(), settings);
+    friendly.Send("LIST\n");
+    EXPECT_EQ(friendly.ReadThrough("END\n"), "LIST 0 0\nEND\n");
+    EXPECT_EQ(agent.Stop(), 0);
+    const std::string log = root.Log();
+    for (const std::string entry : {"*", "localhost", "::1", "127.0.0.0/8", "127.0.0.01"}) {
+        const std::string report = "corba_start.cfg: '" + entry + "' in acl is not an IPv4 address; entry skipped\n";
+        EXPECT_EQ(Count(log, report), 1U) << report;
+    }
+    EXPECT_EQ(Count(log, "; entry skipped\n"), 5U);
+    EXPECT_EQ(Count(log, " for 127.0.0.3\n"), 1U) << log;
+}
+
+TEST(AgentText, AnAclWithoutAnyAddressLetsNobodyIn) {
+    const AgentRoot root;
+    root.SetItem("acl", "*");
+    Agent agent(root);
+    ASSERT_TRUE(agent.WaitUntilReady());
+
+    LineClient local(agent.TextPort());
+    EXPECT_EQ(local.ReadToEnd(), "");
+    EXPECT_FALSE(local.IsOpen());
+    EXPECT_EQ(agent.Stop(), 0);
+    EXPECT_EQ(Count(root.Log(), " for nobody\n"), 1U) << root.Log();
+}
+
 TEST(AgentText, ServesNoMoreClientsThanConfigured) {
     const AgentRoot root;
     root.SetItem("AsciiMaxClients", "2");

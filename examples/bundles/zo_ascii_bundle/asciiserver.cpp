@@ -40,6 +40,7 @@ int AsciiAcceptor::handle_timeout(const ACE_Time_Value&, const void*) {
 AsciiServer::AsciiServer(const Settings& settings, ServiceLog& log)
     : m_settings(settings),
       m_log(log),
+      m_access(log),
       m_reactor(new ACE_Select_Reactor, true),  // which deletes it
       m_acceptor(*this),
       m_thread(log) {}

@@ -7,6 +7,7 @@
 
 #include <omniORB4/CORBA.h>
 
+#include "accesslist.h"
 #include "agentservant.h"
 #include "alarmtable.h"
 #include "bundlemgr/base.h"
@@ -148,13 +149,9 @@ bool OrbSvc::ReadSettings() {
     return true;
 }
 
-/// As everywhere in the agent: who may connect is named by the `acl` items, without any
-/// only this host may.
 void OrbSvc::AddAccessRules() {
-    std::vector<NameValueStru> addresses;
-    CorbaConfigItems::Instance()->GetIPAddressList(addresses);
-    if (addresses.empty()) addresses.push_back({"", "127.0.0.1"});
-    for (const NameValueStru& address : addresses) m_options.Add("serverTransportRule", address.value + " tcp");
+    const alarms::AccessList access(m_log);
+    for (const std::string& address : access.Addresses()) m_options.Add("serverTransportRule", address + " tcp");
     m_options.Add("serverTransportRule", "* none");
 }
 
