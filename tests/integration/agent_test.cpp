@@ -188,6 +188,7 @@ TEST(AgentPath, AThousandAlarmsASecondReachFourClientsWholeAndInOrder) {
 
 TEST(AgentFeed, ReportsEachMalformedLineOnceAndSkipsIt) {
     const AgentRoot root;
+    const std::string nul(1, '\0');
     root.Write(kFeed,
                "event=raise;id=1;object=A;severity=major\n"
                "garbage\n"
@@ -209,11 +210,18 @@ TEST(AgentFeed, ReportsEachMalformedLineOnceAndSkipsIt) {
                    "severity=major;id=2;object=A\n"
                    "event=raise;id=;object=A;severity=major\n"
                    "event=change;id=1;ack.user=me\n"
+                   "event=raise;id=2;object=;severity=major\n"
+                   "event=raise;id=2;object=A;severity=major" +
+                   nul +
+                   "\n"
+                   "event=raise;id=2;object=A;severity=major;text=a" +
+                   nul +
+                   "z\n"
                    "event=clear;id=1\n");
     Agent agent(root);
     ASSERT_TRUE(agent.WaitUntilReady());
     const std::string file = root.Path() + "/" + kFeed;
-    ASSERT_TRUE(root.WaitForLog(file + ":19:"));
+    ASSERT_TRUE(root.WaitForLog(file + ":22:"));
 
     LineClient client(agent.TextPort());
     client.Send("LIST\n");
@@ -237,10 +245,13 @@ TEST(AgentFeed, ReportsEachMalformedLineOnceAndSkipsIt) {
              ":17: 'event' is missing; line skipped\n",
              ":18: 'id' is missing; line skipped\n",
              ":19: unknown key 'ack.user'; line skipped\n",
+             ":20: 'object' is missing; line skipped\n",
+             ":21: a control character; line skipped\n",
+             ":22: a control character; line skipped\n",
          }) {
         EXPECT_EQ(Count(log, file + report), 1U) << report;
     }
-    EXPECT_EQ(Count(log, "; line skipped\n"), 16U);
+    EXPECT_EQ(Count(log, "; line skipped\n"), 19U);
 }
 
 TEST(AgentFeed, WaitsForTheFileAndForTheEndOfALine) {

@@ -80,9 +80,9 @@ bool TakeField(const NameValueStru& field, FeedLine& line, std::string& reason) 
 
 // What is missing, or there and out of place; "" when nothing is.
 std::string Complaint(const FeedLine& line, const std::vector<NameValueStru>& fields) {
-    std::string ignored;
-    const auto lacks = [&fields, &ignored](const char* name) {
-        return !NS_BUNDLEMGR1::GetValByKey(ignored, name, fields);
+    std::string value;
+    const auto lacks = [&fields, &value](const char* name) {
+        return !NS_BUNDLEMGR1::GetValByKey(value, name, fields) || value.empty();
     };
     if (lacks("event")) return "'event' is missing";
     if (line.id.empty()) return "'id' is missing";
@@ -95,9 +95,16 @@ std::string Complaint(const FeedLine& line, const std::vector<NameValueStru>& fi
 
 }  // namespace
 
-bool ParseFeedLine(const std::string& text, FeedLine& line, std::string& reason) {
-    if (HasControlCharacter(text)) {
+bool ParseFeedLine(const std::string& local, FeedLine& line, std::string& reason) {
+    // Asked before the conversion, which ends at a NUL. No local character set has such
+    // a byte within a character.
+    if (HasControlCharacter(local)) {
         reason = "a control character";
+        return false;
+    }
+    std::string text;
+    if (!NS_BUNDLEMGR1::Local2Utf(text, local)) {
+        reason = "not in the local character set";
         return false;
     }
     std::vector<NameValueStru> fields;

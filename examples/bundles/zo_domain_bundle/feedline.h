@@ -20,10 +20,10 @@ struct FeedLine {
     std::vector<NS_BUNDLEMGR1::NameValueStru> attributes;  ///< By the names of `AttributeNames`.
 };
 
-/// @param text   the line in UTF-8, without its line end
-/// @param line   receives what it says; unspecified on failure
+/// @param local  the line in the local character set, without its line end
+/// @param line   receives what it says, in UTF-8; unspecified on failure
 /// @param reason receives what is wrong with it on failure
 /// @return whether the line is well-formed
-bool ParseFeedLine(const std::string& text, FeedLine& line, std::string& reason);
+bool ParseFeedLine(const std::string& local, FeedLine& line, std::string& reason);
 
 }  // namespace alarms

@@ -108,13 +108,8 @@ private:
     bool Stopping() override { return m_thread.Stopping(); }
 
     bool Apply(const std::string& local, std::string& reason) {
-        std::string text;
-        if (!NS_BUNDLEMGR1::Local2Utf(text, local)) {
-            reason = "not in the local character set";
-            return false;
-        }
         FeedLine line;
-        if (!alarms::ParseFeedLine(text, line, reason)) return false;
+        if (!alarms::ParseFeedLine(local, line, reason)) return false;
         if (Apply(line)) return true;
         reason = "no alarm '" + line.id + "' is active";
         return false;
