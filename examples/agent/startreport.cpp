@@ -1,8 +1,13 @@
 #include "startreport.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <map>
 #include <tuple>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include "bundlemgr/base.h"
 #include "bundlemgr/bundle.h"
@@ -16,6 +21,27 @@ using NS_BUNDLEMGR1::ServiceObjectBase;
 namespace {
 
 constexpr char kBundleKey[] = "Bundle";
+
+// "cannot <what> <path>: <reason>" from errno.
+std::string Cannot(const char* what, const std::string& path) {
+    return std::string("cannot ") + what + " " + path + ": " + std::strerror(errno);
+}
+
+// "" for a file that can be read. Those who read the configuration take one that cannot
+// be for an empty one.
+std::string ReadTrouble(const std::string& file) {
+    char ignored = 0;
+    const int handle = open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    // A directory can be opened, but not read.
+    const bool readable = handle != -1 && read(handle, &ignored, sizeof ignored) != -1;
+    std::string trouble = readable ? "" : Cannot("read", file);
+    if (handle != -1) close(handle);
+    return trouble;
+}
+
+std::string ServicesFile(const std::string& bundle) {
+    return NS_BUNDLEMGR1::GetCfgDirPath() + bundle + "/svc.cfg";
+}
 
 // In the order in which the manager initialises them.
 std::vector<BundleObject*> LoadedBundles() {
@@ -38,7 +64,7 @@ std::string ServiceNotLoaded(BundleObject& bundle) {
     std::map<std::string, ServiceObjectBase*> services;
     bundle.GetAllServiceObjects(services);
     std::vector<NameValueStru> items;
-    NS_BUNDLEMGR1::GetAllCfgFrmFile(items, NS_BUNDLEMGR1::GetCfgDirPath() + bundle.GetName() + "/svc.cfg", true);
+    NS_BUNDLEMGR1::GetAllCfgFrmFile(items, ServicesFile(bundle.GetName()), true);
     for (const NameValueStru& item : items) {
         const std::string::size_type colon = item.value.find(':');
         if (colon == std::string::npos) continue;
@@ -49,6 +75,18 @@ std::string ServiceNotLoaded(BundleObject& bundle) {
 }
 
 }  // namespace
+
+std::string Unconfigured() {
+    // What the configuration's path begins with, and then leaves again: no file is found
+    // where this directory is missing, however much the file is there.
+    const std::string base = NS_BUNDLEMGR1::GetKORUEnvironment();
+    if (base.empty()) return "no installation root, give --root or set KORU_SERVER_PATH";
+    if (access((base + "/.").c_str(), X_OK) == -1) return Cannot("enter", base);
+    const std::string file = NS_BUNDLEMGR1::GetCfgDirPath() + "bundlemgr.cfg";
+    std::string trouble = ReadTrouble(file);
+    if (!trouble.empty()) return trouble;
+    return ConfiguredBundles().empty() ? "no bundle is named in " + file : "";
+}
 
 std::vector<std::string> ConfiguredBundles() {
     std::vector<NameValueStru> items;
@@ -61,12 +99,25 @@ std::vector<std::string> ConfiguredBundles() {
     return names;
 }
 
+std::string UnreadableServices() {
+    for (const std::string& name : ConfiguredBundles()) {
+        std::string trouble = ReadTrouble(ServicesFile(name));
+        if (!trouble.empty()) return trouble;
+    }
+    return "";
+}
+
 std::string BundlesNotLoaded() {
     std::string missing;
     for (const std::string& name : ConfiguredBundles()) {
         if (BundleMgr::Instance()->GetBundle(name) == nullptr) missing += (missing.empty() ? "" : ", ") + name;
     }
     return missing;
+}
+
+std::string LogTrouble() {
+    const std::string directory = NS_BUNDLEMGR1::GetNBILogPath();
+    return access(directory.c_str(), W_OK | X_OK) == -1 ? Cannot("log in", directory) : "";
 }
 
 std::string BundleNotInitialised() {

@@ -5,11 +5,21 @@
 #include <string>
 #include <vector>
 
+/// @return why there is nothing to start: no root, or a configuration that cannot be
+///         read or names no bundle; "" when there is something
+std::string Unconfigured();
+
 /// @return the bundles that bundlemgr.cfg names, in file order, each once
 std::vector<std::string> ConfiguredBundles();
 
+/// @return the first svc.cfg of them that cannot be read, and why; "" when all can be
+std::string UnreadableServices();
+
 /// @return which of them were not loaded, separated by ", "
 std::string BundlesNotLoaded();
+
+/// @return why the log cannot be written; "" when it can be
+std::string LogTrouble();
 
 /// @return the bundle whose initialisation failed, with the service that failed if it
 ///         was one: "zo_domain_bundle (service FeedSvc)"

@@ -27,13 +27,6 @@ void Complain(const std::string& reason) {
     std::fprintf(stderr, "zo_agent: %s\n", reason.c_str());
 }
 
-// Why there is nothing to start; "" when there is something.
-std::string Unconfigured() {
-    const std::string directory = NS_BUNDLEMGR1::GetCfgDirPath();
-    if (directory.empty()) return "no installation root, give --root or set KORU_SERVER_PATH";
-    return ConfiguredBundles().empty() ? "no bundle is named in " + directory + "bundlemgr.cfg" : "";
-}
-
 // Loads and initialises the bundles. "" when they are ready or a stop was requested
 // meanwhile, else the reason why they are not.
 std::string Start(StopSignals& signals) {
@@ -43,6 +36,8 @@ std::string Start(StopSignals& signals) {
 
     const std::string logHint = ", see the log in " + NS_BUNDLEMGR1::GetNBILogPath();
     if (BundleMgr::Instance()->LoadAllBundles() != 0) return "cannot load " + BundlesNotLoaded() + logHint;
+    std::string reason = UnreadableServices();
+    if (!reason.empty()) return reason;
     if (signals.Requested()) return "";
     const int result = BundleMgr::Instance()->InitAllBundles();
     if (result == 0) return "";
@@ -72,6 +67,9 @@ int Run(const Options& options) {
     }
     StopSignals signals;
     reason = Start(signals);
+    // Only now: the first records have made the directory if it can be made.
+    const std::string logTrouble = LogTrouble();
+    if (!logTrouble.empty()) Complain(logTrouble);
     if (!reason.empty()) {
         Complain(reason);
     } else if (!signals.Requested()) {

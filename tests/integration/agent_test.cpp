@@ -652,6 +652,7 @@ TEST(AgentLife, StopsByItselfAfterTheTimeThatItWasGiven) {
 TEST(AgentLife, ASignalDuringStartUpEndsItInOrderAfterTheCurrentStep) {
     const AgentRoot root;
     root.SetBundles({"zo_base_bundle", "zo_domain_bundle", "zo_hold_bundle", "zo_ascii_bundle"});
+    root.Write("etc/oss_cfg/nbi/conf/zo_hold_bundle/svc.cfg", "# none\n");
     ASSERT_EQ(mkfifo((root / "var/hold").c_str(), 0600), 0);
     Agent agent(root, {}, {{"LD_LIBRARY_PATH", ZO_FIXTURES_DIR}});
     int hold = -1;
@@ -690,6 +691,40 @@ TEST(AgentLife, AServiceThatCannotBeInitialisedIsNamedWithItsBundle) {
               "zo_agent: cannot initialise zo_domain_bundle (service AbsentSvc), result 1, see the log in " +
                   root.Path() + "/log/Develop/nbi/Agent_CORBA\n");
     EXPECT_NE(root.Log().find("===== Start to Finalize -[ FeedSvc ] ====="), std::string::npos);
+}
+
+TEST(AgentLife, ABundleWhoseServicesCannotBeReadIsNotHosted) {
+    const std::string file = "etc/oss_cfg/nbi/conf/zo_domain_bundle/svc.cfg";
+    const auto reason = [&file](const AgentRoot& root, const std::string& error) {
+        return "zo_agent: cannot read " + root.Path() + "/nbi/../" + file + ": " + error + "\n";
+    };
+    const AgentRoot missing;
+    std::filesystem::remove(missing / file);
+    const AgentRoot unreadable;
+    std::filesystem::remove(unreadable / file);
+    std::filesystem::create_directory(unreadable / file);
+
+    Agent first(missing);
+    Agent second(unreadable);
+    EXPECT_EQ(first.Process().Wait(), 1);
+    EXPECT_EQ(second.Process().Wait(), 1);
+
+    EXPECT_EQ(first.Err(), reason(missing, "No such file or directory"));
+    EXPECT_EQ(second.Err(), reason(unreadable, "Is a directory"));
+    EXPECT_EQ(first.Out().find("zo_agent: ready\n"), std::string::npos);
+}
+
+TEST(AgentLife, WithoutALogItRunsButSaysSo) {
+    for (const bool inTheWay : {false, true}) {
+        const AgentRoot root;
+        std::filesystem::remove(root / "log");
+        if (inTheWay) root.Write("log", "a file\n");
+        Agent agent(root);
+        ASSERT_TRUE(agent.WaitUntilReady());
+        const auto client = Subscriber(agent);
+        EXPECT_EQ(agent.Err(), "zo_agent: cannot log in " + root.Path() + "/log/Develop/nbi/Agent_CORBA: " +
+                                   (inTheWay ? "Not a directory\n" : "No such file or directory\n"));
+    }
 }
 
 TEST(AgentLife, AServiceWhoseProviderIsMissingSaysSo) {
@@ -783,8 +818,16 @@ TEST(AgentOptions, WithNothingToHostItSaysSo) {
     const test::TempDir empty;
     const Answer answer = RunAgent({"--root", empty.Path(), "--conf", "other"});
     EXPECT_EQ(answer.status, 1);
-    EXPECT_EQ(answer.err,
-              "zo_agent: no bundle is named in " + empty.Path() + "/nbi/../etc/oss_cfg/nbi/other/bundlemgr.cfg\n");
+    EXPECT_EQ(answer.err, "zo_agent: cannot enter " + empty.Path() + "/nbi: No such file or directory\n");
+    std::filesystem::create_directory(empty / "nbi");
+    const std::string file = empty.Path() + "/nbi/../etc/oss_cfg/nbi/other/bundlemgr.cfg";
+    const Answer unconfigured = RunAgent({"--root", empty.Path(), "--conf", "other"});
+    EXPECT_EQ(unconfigured.status, 1);
+    EXPECT_EQ(unconfigured.err, "zo_agent: cannot read " + file + ": No such file or directory\n");
+    empty.Write("etc/oss_cfg/nbi/other/bundlemgr.cfg", "# none\n");
+    const Answer bundleless = RunAgent({"--root", empty.Path(), "--conf", "other"});
+    EXPECT_EQ(bundleless.status, 1);
+    EXPECT_EQ(bundleless.err, "zo_agent: no bundle is named in " + file + "\n");
 }
 
 }  // namespace
