@@ -583,6 +583,31 @@ TEST(AgentText, GoesOnAcceptingWhenFileDescriptorsAreFreeAgain) {
     EXPECT_EQ(agent.Stop(), 0);
 }
 
+// ---- The file with the port ----
+
+TEST(AgentPortFile, AnAgentLeavesTheFileOfAnotherOne) {
+    const AgentRoot root;
+    Agent first(root);
+    ASSERT_TRUE(first.WaitUntilReady());
+    std::filesystem::remove(root / "out");
+    Agent second(root);
+    ASSERT_TRUE(second.WaitUntilReady());
+    const int port = second.TextPort();
+
+    EXPECT_EQ(first.Stop(), 0);
+    EXPECT_EQ(second.TextPort(), port);
+    EXPECT_NE(port, 0);
+}
+
+TEST(AgentPortFile, OneThatCannotBeWrittenIsReportedAndNotLeftEmpty) {
+    const AgentRoot root;
+    std::filesystem::create_symlink("/dev/full", root / "var/ascii.port.new");
+    Agent agent(root);
+    ASSERT_TRUE(agent.WaitUntilReady());
+    EXPECT_EQ(Count(root.Log(), "/var/ascii.port cannot be written\n"), 1U) << root.Log();
+    EXPECT_TRUE(std::filesystem::is_empty(root / "var"));
+}
+
 // ---- Beginning and end ----
 
 TEST(AgentLife, StopsInOrderWhileClientsAreConnected) {

@@ -75,9 +75,24 @@ private:
     void WritePortFile() {
         mkdir(alarms::PathInRoot("var").c_str(), 0755);  // is there as a rule
         const std::string partial = m_portFile + ".new";
-        std::ofstream(partial) << m_server->Port() << "\n";
-        m_portFileWritten = std::rename(partial.c_str(), m_portFile.c_str()) == 0;
-        if (!m_portFileWritten) m_log.Error(__LINE__, "%s cannot be written", m_portFile.c_str());
+        std::ofstream file(partial);
+        file << m_server->Port() << "\n";
+        file.close();  // a full disk shows now
+        if (file && std::rename(partial.c_str(), m_portFile.c_str()) == 0) {
+            m_writtenPort = m_server->Port();
+            return;
+        }
+        m_log.Error(__LINE__, "%s cannot be written", m_portFile.c_str());
+        std::remove(partial.c_str());
+    }
+
+    // Another agent on the same root may have put its own file in the place of ours.
+    void RemovePortFile() {
+        int port = 0;
+        if (m_writtenPort != 0 && std::ifstream(m_portFile) >> port && port == m_writtenPort) {
+            std::remove(m_portFile.c_str());
+        }
+        m_writtenPort = 0;
     }
 
     // Also when the service is removed without ExitThreads: its code is unmapped next,
@@ -85,13 +100,12 @@ private:
     void Stop() {
         ExitThreads();
         m_server.reset();
-        if (m_portFileWritten) std::remove(m_portFile.c_str());
-        m_portFileWritten = false;
+        RemovePortFile();
     }
 
     alarms::ServiceLog m_log{"zo_ascii_bundle", kService, "asciisvc"};
     const std::string m_portFile = alarms::PathInRoot("var/ascii.port");
-    bool m_portFileWritten = false;
+    int m_writtenPort = 0;  // what we have written to it; 0: nothing
     std::unique_ptr<AsciiServer> m_server;
     alarms::EventSubscription m_events;
 };
