@@ -2,6 +2,9 @@
 #include <cstdio>
 #include <string>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include "bundlemgr/base.h"
 #include "bundlemgr/bundlemgr.h"
 #include "bundlemgr/event.h"
@@ -22,6 +25,16 @@ enum ExitStatus : int {
     EXIT_NOT_STARTED = 1,
     EXIT_WRONG_USAGE = 2,
 };
+
+// A descriptor that is free goes to the next file or connection. Were it one of the
+// first three, what is printed would end up there.
+void FillStandardStreams() {
+    int handle = -1;
+    do {
+        handle = open("/dev/null", O_RDWR);
+    } while (handle != -1 && handle <= STDERR_FILENO);
+    if (handle != -1) close(handle);
+}
 
 void Complain(const std::string& reason) {
     std::fprintf(stderr, "zo_agent: %s\n", reason.c_str());
@@ -84,6 +97,7 @@ int Run(const Options& options) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
+    FillStandardStreams();
     Options options;
     std::string reason;
     if (!ParseOptions(argc, argv, options, reason)) {

@@ -752,6 +752,17 @@ TEST(AgentLife, WithoutALogItRunsButSaysSo) {
     }
 }
 
+TEST(AgentLife, StandardStreamsThatAreClosedGoToNoFileAndNoClient) {
+    const AgentRoot root;
+    Agent agent(root, {}, {}, {"/bin/sh", "-c", "exec \"$0\" \"$@\" <&- >&- 2>&-"});
+    ASSERT_TRUE(WaitFor([&agent] { return agent.TextPort() != 0; }));
+    const auto client = Subscriber(agent);
+    for (const char* const stream : {"0", "1", "2"}) {
+        const std::string link = "/proc/" + std::to_string(agent.Process().Pid()) + "/fd/" + stream;
+        EXPECT_EQ(std::filesystem::read_symlink(link), "/dev/null") << stream;
+    }
+}
+
 TEST(AgentLife, AServiceWhoseProviderIsMissingSaysSo) {
     const AgentRoot root;
     root.SetBundles({"zo_domain_bundle"});
