@@ -23,7 +23,8 @@ constexpr char kUsage[] =
     "answers until it closes the connection.\n"
     "\n"
     "  --port-file FILE  take the port from the file that the agent writes\n"
-    "  --from CHARSET    print in UTF-8 what comes in CHARSET, for example GBK\n";
+    "  --from CHARSET    print in UTF-8 what comes in CHARSET, for example GBK\n"
+    "  --help            print this text\n";
 
 constexpr int kConnectSeconds = 5;
 
@@ -106,6 +107,10 @@ void PrintAnswers(ACE_SOCK_Stream& peer, const std::string& charset) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
+    if (argc > 1 && std::strcmp(argv[1], "--help") == 0) {
+        std::fputs(kUsage, stdout);
+        return EXIT_CLOSED;
+    }
     Options options;
     if (!ParseOptions(argc, argv, options)) {
         std::fputs(kUsage, stderr);

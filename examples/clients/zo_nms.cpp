@@ -31,6 +31,7 @@ constexpr char kUsage[] =
     "  --list    prints the active alarms; what it does when nothing else is asked for\n"
     "  --watch   prints each change as it happens, until interrupted or for SECONDS\n"
     "  --ack     acknowledges an alarm, as NAME (nms)\n"
+    "  --help    prints this text\n"
     "Ends with 0; 1 when something is not there or not answering; 2 for wrong arguments.\n";
 
 constexpr int kFailed = 1;
@@ -369,6 +370,10 @@ void Run(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc > 1 && std::string(argv[1]) == "--help") {
+        std::fputs(kUsage, stdout);
+        return 0;
+    }
     const std::optional<Options> options = Parse({argv + 1, argv + argc});
     if (!options) {
         std::fputs(kUsage, stderr);

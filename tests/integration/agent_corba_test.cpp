@@ -1061,6 +1061,14 @@ TEST_F(NmsTest, TellsThatTheAgentDoesNotAnswer) {
     EXPECT_EQ(result.status, 1);
 }
 
+TEST_F(NmsTest, HelpGoesToStandardOutput) {
+    const Result result = Run({"--help"});
+
+    EXPECT_EQ(result.out.substr(0, 14), "usage: zo_nms ");
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.status, 0);
+}
+
 TEST_F(NmsTest, WrongArgumentsShowTheUsage) {
     for (const auto& options : std::vector<std::vector<std::string>>{
              {"--naming"}, {"--watch", "0"}, {"--watch", "x"}, {"--ack", ""}, {"alarms"}}) {

@@ -805,17 +805,21 @@ struct Answer {
     std::string err;
 };
 
-Answer RunAgent(const std::vector<std::string>& arguments) {
+Answer RunProgram(const char* program, const std::vector<std::string>& arguments) {
     const test::TempDir dir;
     ChildProcess::Command command;
     command.words = arguments;
-    command.words.insert(command.words.begin(), ZO_AGENT);
+    command.words.insert(command.words.begin(), program);
     command.unset = {"_APP_SHARE_DIR", "_APP_LOG_DIR", "APP_ROOT", "KORU_SERVER_PATH"};
     command.out = dir / "out";
     command.err = dir / "err";
     ChildProcess process(command);
     const int status = process.Wait();
     return {status, test::ReadFile(dir / "out"), test::ReadFile(dir / "err")};
+}
+
+Answer RunAgent(const std::vector<std::string>& arguments) {
+    return RunProgram(ZO_AGENT, arguments);
 }
 
 TEST(AgentOptions, HelpAndVersionGoToStandardOutput) {
@@ -826,6 +830,17 @@ TEST(AgentOptions, HelpAndVersionGoToStandardOutput) {
     const Answer version = RunAgent({"--version"});
     EXPECT_EQ(version.status, 0);
     EXPECT_EQ(version.out, "zo_agent 1.0.0\n");
+}
+
+TEST(AgentOptions, TheHelpOfTheClientGoesToStandardOutput) {
+    const Answer help = RunProgram(ZO_ASCII_CLIENT, {"--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_EQ(help.out.rfind("usage: zo_ascii_client (--port N | --port-file FILE) ", 0), 0U) << help.out;
+    EXPECT_EQ(help.err, "");
+    const Answer wrong = RunProgram(ZO_ASCII_CLIENT, {"LIST"});
+    EXPECT_EQ(wrong.status, 2);
+    EXPECT_EQ(wrong.out, "");
+    EXPECT_EQ(wrong.err, help.out);
 }
 
 TEST(AgentOptions, AWrongCommandLineIsExplainedWithStatusTwo) {
