@@ -5,7 +5,7 @@
 
 #include <sys/stat.h>
 
-#include "bundlemgr/base.h"
+#include "decimal.h"
 
 namespace {
 
@@ -25,11 +25,11 @@ constexpr char kUsage[] =
     "Status: 0 after an orderly stop, 1 when a bundle could not be loaded or initialised,\n"
     "2 for a wrong command line.\n";
 
+constexpr char kSeconds[] = "decimal number of seconds, 2147483647 at most";
+
 bool ParseSeconds(const std::string& text, int& seconds) {
     int value = 0;
-    // Str2Int reads 010 as eight, which nobody means here.
-    if (text.size() > 1 && text.front() == '0') return false;
-    if (!NS_BUNDLEMGR1::Str2Int(text, value) || value < 0) return false;
+    if (!alarms::ParseDecimal(text, value) || value < 0) return false;
     seconds = value;
     return true;
 }
@@ -56,7 +56,7 @@ bool ParseOptions(int argc, char* argv[], Options& options, std::string& reason)
         } else if (name == "--root" || name == "--conf" || name == "--for") {
             const std::string value = i + 1 < argc ? argv[++i] : "";
             if (TakeValue(name, value, options)) continue;
-            reason = name + " needs a " + (name == "--for" ? "number of seconds" : "value") + ", not '" + value + "'";
+            reason = name + " needs a " + (name == "--for" ? kSeconds : "value") + ", not '" + value + "'";
             return false;
         } else {
             reason = "unknown option '" + name + "'";

@@ -787,14 +787,24 @@ TEST(AgentLife, APortThatIsTakenIsReported) {
     EXPECT_EQ(holder.Stop(), 0);
 }
 
-TEST(AgentLife, ASettingThatIsNoNumberIsReportedAndReplacedByTheStandard) {
+TEST(AgentLife, ASettingThatIsNoDecimalNumberIsReportedAndReplacedByTheStandard) {
     const AgentRoot root;
     root.SetItem("HeartbeatSeconds", "soon");
-    Agent agent(root, {"--for", "0"});
-    EXPECT_EQ(agent.Process().Wait(), 0);
-    EXPECT_EQ(Count(root.Log(), "corba_start.cfg: HeartbeatSeconds=soon is not a number from 1 to 3600, taking 5\n"),
-              1U);
-    EXPECT_EQ(Count(root.Log(), "a heartbeat every 5 seconds\n"), 1U);
+    root.SetItem("AsciiMaxClients", "010");
+    root.SetItem("FeedPollMilliseconds", "0x10");
+    root.SetItem("AsciiBacklog", "4294968320");
+    Agent agent(root);
+    ASSERT_TRUE(agent.WaitUntilReady());
+    const std::string log = root.Log();
+    for (const char* const report : {
+             "HeartbeatSeconds=soon is not a decimal number from 1 to 3600, taking 5\n",
+             "AsciiMaxClients=010 is not a decimal number from 1 to 512, taking 32\n",
+             "FeedPollMilliseconds=0x10 is not a decimal number from 1 to 60000, taking 100\n",
+             "AsciiBacklog=4294968320 is not a decimal number from 1024 to 268435456, taking 1048576\n",
+         }) {
+        EXPECT_EQ(Count(log, std::string("corba_start.cfg: ") + report), 1U) << report;
+    }
+    EXPECT_EQ(Count(log, "a heartbeat every 5 seconds\n"), 1U);
 }
 
 // ---- The command line ----
@@ -846,9 +856,14 @@ TEST(AgentOptions, TheHelpOfTheClientGoesToStandardOutput) {
 TEST(AgentOptions, AWrongCommandLineIsExplainedWithStatusTwo) {
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
         {{"--frobnicate"}, "zo_agent: unknown option '--frobnicate'\n"},
-        {{"--for", "a while"}, "zo_agent: --for needs a number of seconds, not 'a while'\n"},
-        {{"--for", "-1"}, "zo_agent: --for needs a number of seconds, not '-1'\n"},
-        {{"--for"}, "zo_agent: --for needs a number of seconds, not ''\n"},
+        {{"--for", "a while"},
+         "zo_agent: --for needs a decimal number of seconds, 2147483647 at most, not 'a while'\n"},
+        {{"--for", "-1"}, "zo_agent: --for needs a decimal number of seconds, 2147483647 at most, not '-1'\n"},
+        {{"--for", "010"}, "zo_agent: --for needs a decimal number of seconds, 2147483647 at most, not '010'\n"},
+        {{"--for", "0x10"}, "zo_agent: --for needs a decimal number of seconds, 2147483647 at most, not '0x10'\n"},
+        {{"--for", "99999999999"},
+         "zo_agent: --for needs a decimal number of seconds, 2147483647 at most, not '99999999999'\n"},
+        {{"--for"}, "zo_agent: --for needs a decimal number of seconds, 2147483647 at most, not ''\n"},
         {{"--root"}, "zo_agent: --root needs a value, not ''\n"},
     };
     for (const auto& wrong : cases) {

@@ -1,6 +1,7 @@
 #include "settings.h"
 
 #include "bundlemgr/base.h"
+#include "decimal.h"
 
 using NS_BUNDLEMGR1::CorbaConfigItems;
 
@@ -10,9 +11,9 @@ int IntSetting(const char* name, int standard, int least, int most, ServiceLog& 
     std::string text;
     if (!CorbaConfigItems::Instance()->GetStrItemInfo(name, text)) return standard;
     int value = 0;
-    if (NS_BUNDLEMGR1::Str2Int(text, value) && value >= least && value <= most) return value;
-    log.Error(__LINE__, "corba_start.cfg: %s=%s is not a number from %d to %d, taking %d", name, text.c_str(), least,
-              most, standard);
+    if (ParseDecimal(text, value) && value >= least && value <= most) return value;
+    log.Error(__LINE__, "corba_start.cfg: %s=%s is not a decimal number from %d to %d, taking %d", name, text.c_str(),
+              least, most, standard);
     return standard;
 }
 

@@ -10,7 +10,8 @@ namespace alarms {
 
 /// @param name     name of the item
 /// @param standard what holds when there is no such item, or when its value is not a
-///                 number from `least` to `most`, which is reported to `log`
+///                 number (`ParseDecimal`) from `least` to `most`, which is reported
+///                 to `log`
 ZO_PLUGIN_EXPORT int IntSetting(const char* name, int standard, int least, int most, ServiceLog& log);
 
 /// @return a path below the installation root for a relative one; an absolute one as it is
