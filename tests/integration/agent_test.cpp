@@ -364,6 +364,16 @@ TEST(AgentText, AnswersAClientThatHasEndedItsSideOfTheConnection) {
     EXPECT_EQ(agent.Stop(), 0);
 }
 
+TEST(AgentText, ASubscriberThatEndsItsSideOfTheConnectionIsDropped) {
+    const AgentRoot root;
+    Agent agent(root);
+    ASSERT_TRUE(agent.WaitUntilReady());
+    const auto client = Subscriber(agent);
+    client->HalfClose();
+    EXPECT_EQ(client->ReadToEnd(), "");
+    EXPECT_FALSE(client->IsOpen());
+}
+
 TEST(AgentText, CutsOffAClientThatDoesNotReadAndServesTheOthers) {
     constexpr int kBatches = 60;
     constexpr int kAlarmsABatch = 200;

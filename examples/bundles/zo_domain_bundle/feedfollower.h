@@ -14,7 +14,8 @@ namespace alarms {
 /// of a replaced file also without.
 ///
 /// What cannot be seen: a file that is cut back and grows beyond its former length
-/// between two polls.
+/// between two polls, and of several files that take each other's place between two
+/// polls all but the last.
 ///
 /// Thread safety: none, it belongs to one thread.
 class FeedFollower {
