@@ -99,12 +99,13 @@ std::vector<std::string> ConfiguredBundles() {
     return names;
 }
 
-std::string UnreadableServices() {
+std::vector<std::string> UnreadableServices() {
+    std::vector<std::string> troubles;
     for (const std::string& name : ConfiguredBundles()) {
-        std::string trouble = ReadTrouble(ServicesFile(name));
-        if (!trouble.empty()) return trouble;
+        const std::string trouble = ReadTrouble(ServicesFile(name));
+        if (!trouble.empty()) troubles.push_back(trouble + "; " + name + " has no services");
     }
-    return "";
+    return troubles;
 }
 
 std::string BundlesNotLoaded() {

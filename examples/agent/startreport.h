@@ -12,8 +12,9 @@ std::string Unconfigured();
 /// @return the bundles that bundlemgr.cfg names, in file order, each once
 std::vector<std::string> ConfiguredBundles();
 
-/// @return the first svc.cfg of them that cannot be read, and why; "" when all can be
-std::string UnreadableServices();
+/// @return for each of them whose svc.cfg cannot be read: which file, and why. Such a
+///         bundle runs without services
+std::vector<std::string> UnreadableServices();
 
 /// @return which of them were not loaded, separated by ", "
 std::string BundlesNotLoaded();

@@ -49,8 +49,7 @@ std::string Start(StopSignals& signals) {
 
     const std::string logHint = ", see the log in " + NS_BUNDLEMGR1::GetNBILogPath();
     if (BundleMgr::Instance()->LoadAllBundles() != 0) return "cannot load " + BundlesNotLoaded() + logHint;
-    std::string reason = UnreadableServices();
-    if (!reason.empty()) return reason;
+    for (const std::string& trouble : UnreadableServices()) Complain(trouble);
     if (signals.Requested()) return "";
     const int result = BundleMgr::Instance()->InitAllBundles();
     if (result == 0) return "";
