@@ -58,6 +58,17 @@ protected:
         return text;
     }
 
+    /// Waits until what was posted so far is handled: the parameters of events that are
+    /// still queued at the end would be nobody's.
+    static void HandleEvents() {
+        constexpr int kLast = 5000;
+        std::atomic<bool> handled{false};
+        EventSubscription last;
+        last.Open(kLast, [&handled](LightEventParam*) { handled = true; });
+        LightEventMgr::Instance()->Push_Msg(kLast, nullptr, 0);
+        EXPECT_TRUE(WaitFor([&handled] { return handled.load(); }));
+    }
+
     const test::TempDir m_dir;
     const test::ScopedEnv m_logDir;
 };
@@ -109,6 +120,7 @@ TEST_F(AgentPart, SnapshotsOfATableThatHasNotChangedAreOneAndTheSame) {
     EXPECT_EQ(second->sequence, 3U);
     ASSERT_EQ(second->alarms.size(), 1U);
     EXPECT_EQ(second->alarms[0].id, "2");
+    HandleEvents();
 }
 
 TEST_F(AgentPart, ATableKeepsNoSnapshotThatNobodyHas) {
