@@ -213,6 +213,15 @@ protected:
         ASSERT_FALSE(CORBA::is_nil(m_service)) << m_root.Log();
     }
 
+    void StartAgentThatRefusesUs() {
+        ASSERT_NO_FATAL_FAILURE(StartAgent());
+        Client client(m_naming->Port());
+        ASSERT_TRUE(client.WaitForName("zo/AlarmAgent"));
+        const auto agent =
+            NbiAlarm::Agent_var(NbiAlarm::Agent::_unchecked_narrow(CORBA::Object_var(client.Resolve("zo/AlarmAgent"))));
+        EXPECT_THROW(NbiAlarm::Alarm_var(agent->getAlarm("7")), CORBA::SystemException);
+    }
+
     void Subscribe() {
         m_supplier = m_client->Subscribe(m_consumer);
         ASSERT_FALSE(CORBA::is_nil(m_supplier)) << m_root.Log();
@@ -850,13 +859,7 @@ TEST_F(AgentCorbaTest, TakesItsNameFromAnAgentThatDoesNotAnswer) {
 
 TEST_F(AgentCorbaTest, RefusesClientsFromOtherAddresses) {
     m_root.SetItem("acl", "127.0.0.2");
-    ASSERT_NO_FATAL_FAILURE(StartAgent());
-    Client client(m_naming->Port());
-    ASSERT_TRUE(client.WaitForName("zo/AlarmAgent"));
-    const auto agent =
-        NbiAlarm::Agent_var(NbiAlarm::Agent::_unchecked_narrow(CORBA::Object_var(client.Resolve("zo/AlarmAgent"))));
-
-    EXPECT_THROW(NbiAlarm::Alarm_var(agent->getAlarm("7")), CORBA::SystemException);
+    StartAgentThatRefusesUs();
 }
 
 TEST_F(AgentCorbaTest, SkipsAclEntriesThatAreNoAddresses) {
@@ -870,13 +873,7 @@ TEST_F(AgentCorbaTest, SkipsAclEntriesThatAreNoAddresses) {
 
 TEST_F(AgentCorbaTest, AnAclWithoutAnyAddressLetsNobodyIn) {
     m_root.SetItem("acl", "*");
-    ASSERT_NO_FATAL_FAILURE(StartAgent());
-    Client client(m_naming->Port());
-    ASSERT_TRUE(client.WaitForName("zo/AlarmAgent"));
-    const auto agent =
-        NbiAlarm::Agent_var(NbiAlarm::Agent::_unchecked_narrow(CORBA::Object_var(client.Resolve("zo/AlarmAgent"))));
-
-    EXPECT_THROW(NbiAlarm::Alarm_var(agent->getAlarm("7")), CORBA::SystemException);
+    StartAgentThatRefusesUs();
 }
 
 TEST_F(AgentCorbaTest, AnOccupiedPortFailsTheStartWithAReason) {

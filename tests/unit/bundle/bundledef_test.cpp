@@ -5,9 +5,9 @@
 #include "bundle/tablelock.h"
 #include "bundlemgr/base.h"
 #include "bundletest.h"
+#include "slotstest.h"
 #include "support/capture.h"
 #include "support/elsewhere.h"
-#include "support/slot.h"
 
 namespace NS_BUNDLEMGR1 {
 namespace {
@@ -790,28 +790,10 @@ private:
 
 std::string RecordingBundle::s_called;
 
-class BundleSlotsTest : public testing::Test {
-protected:
-    std::string Called() { return std::exchange(RecordingBundle::s_called, std::string()); }
-
-    template <class Result>
-    Result Call(std::size_t slot) {
-        return Slot<Result (*)(BundleObject*)>(m_bundle, slot)(m_bundle);
-    }
-
-    RecordingBundle m_recording;
-    BundleObject* const m_bundle = &m_recording;
-};
+using BundleSlotsTest = test::SlotsTest<BundleObject, RecordingBundle, testing::Test>;
 
 TEST_F(BundleSlotsTest, DestructorsComeFirst) {
-    alignas(RecordingBundle) unsigned char place[sizeof(RecordingBundle)];
-    BundleObject* const placed = new (place) RecordingBundle;
-    Slot<void (*)(BundleObject*)>(placed, 0)(placed);
-    EXPECT_EQ("~", Called());
-
-    BundleObject* const allocated = new RecordingBundle;
-    Slot<void (*)(BundleObject*)>(allocated, 1)(allocated);  // frees it as well
-    EXPECT_EQ("~", Called());
+    ExpectDestructorsFirst();
 }
 
 TEST_F(BundleSlotsTest, WhatTheBundleIsFollows) {
@@ -834,12 +816,12 @@ TEST_F(BundleSlotsTest, WhatItDoesComesLast) {
     EXPECT_EQ("Fini", Called());
     Call<void>(9);
     EXPECT_EQ("WaitThreadExit", Called());
-    Slot<void (*)(BundleObject*, const char*, ServiceObjectBase*)>(m_bundle, 10)(m_bundle, "a", nullptr);
+    Slot<void (*)(BundleObject*, const char*, ServiceObjectBase*)>(m_object, 10)(m_object, "a", nullptr);
     EXPECT_EQ("RegisterServiceObject a", Called());
-    Slot<void (*)(BundleObject*, const char*)>(m_bundle, 11)(m_bundle, "b");
+    Slot<void (*)(BundleObject*, const char*)>(m_object, 11)(m_object, "b");
     EXPECT_EQ("RemoveServiceObject b", Called());
     Services services;
-    Slot<void (*)(BundleObject*, Services&)>(m_bundle, 12)(m_bundle, services);
+    Slot<void (*)(BundleObject*, Services&)>(m_object, 12)(m_object, services);
     EXPECT_EQ("GetAllServiceObjects", Called());
     EXPECT_EQ(1U, services.size());
 }

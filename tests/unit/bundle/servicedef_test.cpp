@@ -2,14 +2,13 @@
 
 #include "bundle/liveservices.h"
 #include "bundletest.h"
+#include "slotstest.h"
 #include "support/capture.h"
-#include "support/slot.h"
 
 namespace NS_BUNDLEMGR1 {
 namespace {
 
 using test::NamedInterface;
-using test::Slot;
 using test::StdoutOf;
 using test::TestBundle;
 using test::TestService;
@@ -215,28 +214,10 @@ private:
 
 std::string RecordingService::s_called;
 
-class ServiceSlotsTest : public test::LogTest {
-protected:
-    std::string Called() { return std::exchange(RecordingService::s_called, std::string()); }
-
-    template <class Result>
-    Result Call(std::size_t slot) {
-        return Slot<Result (*)(ServiceObjectBase*)>(m_service, slot)(m_service);
-    }
-
-    RecordingService m_recording;
-    ServiceObjectBase* const m_service = &m_recording;
-};
+using ServiceSlotsTest = test::SlotsTest<ServiceObjectBase, RecordingService, test::LogTest>;
 
 TEST_F(ServiceSlotsTest, DestructorsComeFirst) {
-    alignas(RecordingService) unsigned char place[sizeof(RecordingService)];
-    ServiceObjectBase* const placed = new (place) RecordingService;
-    Slot<void (*)(ServiceObjectBase*)>(placed, 0)(placed);
-    EXPECT_EQ("~", Called());
-
-    ServiceObjectBase* const allocated = new RecordingService;
-    Slot<void (*)(ServiceObjectBase*)>(allocated, 1)(allocated);  // frees it as well
-    EXPECT_EQ("~", Called());
+    ExpectDestructorsFirst();
 }
 
 TEST_F(ServiceSlotsTest, AcesOperationsFollow) {
@@ -268,7 +249,7 @@ TEST_F(ServiceSlotsTest, OwnOperationsComeLast) {
 }
 
 TEST_F(ServiceSlotsTest, AceReachesFiniThroughItsOwnTable) {
-    ACE_Shared_Object* const shared = m_service;
+    ACE_Shared_Object* const shared = m_object;
     EXPECT_EQ(42, shared->fini());
     EXPECT_EQ("fini", Called());
 }
