@@ -1,0 +1,84 @@
+// Lets an object end while other threads still call it.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <mutex>
+#include <set>
+
+namespace NS_BUNDLEMGR1 {
+
+/// Stands in front of objects that are handed out as plain pointers and destroyed one day,
+/// as singletons are. Whoever calls one passes the gate first, which looks the pointer up
+/// without touching what it points to: a pointer that is out of date is turned away.
+///
+///     int Counter::Next() {
+///         const UseGate::Use use(g_gate, this);
+///         return use ? ++m_nLast : 0;
+///     }
+///     Counter::~Counter() { g_gate.Close(this); }
+///
+/// Thread safety: all operations may be called from any thread. A thread that is inside must
+/// not close the gate, nor call into code that does: it would wait for itself.
+///
+/// Constant-initialised and never destroyed, so that it serves static constructors and
+/// destructors as well.
+class UseGate {
+public:
+    constexpr UseGate() = default;
+    UseGate(const UseGate&) = delete;
+    UseGate& operator=(const UseGate&) = delete;
+
+    /// From now on the object lets others in.
+    void Open(const void* object);
+
+    /// Lets nobody in to the object any more and returns when all who were inside have left.
+    /// Does nothing for an object that is not open.
+    void Close(const void* object);
+
+    /// One stay inside.
+    class Use {
+    public:
+        Use(UseGate& gate, const void* object) : m_stay(gate.Enter(object)) {}
+        ~Use() {
+            if (m_stay != nullptr) m_stay->fetch_sub(1);
+        }
+        Use(const Use&) = delete;
+        Use& operator=(const Use&) = delete;
+
+        /// @return false when the object is gone, or going, or null
+        explicit operator bool() const { return m_stay != nullptr; }
+
+    private:
+        std::atomic<long>* const m_stay;
+    };
+
+    /// @name Around fork
+    /// Threads that are inside do not exist in the child, and never leave.
+    /// @{
+    void BeforeFork();
+    void AfterForkInParent();
+    void AfterForkInChild();
+    /// @}
+
+private:
+    static constexpr std::size_t kCounters = 8;
+    static constexpr std::size_t kCacheLine = 64;
+
+    // Threads that run at once mostly count on different lines.
+    struct alignas(kCacheLine) Counter {
+        std::atomic<long> inside{0};
+    };
+
+    std::atomic<long>* Enter(const void* object);
+    std::atomic<long>& MyCounter();
+    bool IsOpen(const void* object);
+
+    std::atomic<const void*> m_pLatest{nullptr};  // of the open ones; looked at first
+    std::atomic<std::size_t> m_nOpen{0};
+    Counter m_counters[kCounters];
+    std::mutex m_mutex;                        // guards the set
+    std::set<const void*>* m_pOpen = nullptr;  // made once, never deleted
+};
+
+}  // namespace NS_BUNDLEMGR1
