@@ -165,9 +165,15 @@ protected:
     ServiceInterface* m_pInterface;                                ///< Owned once set; see `RemoveInterface`.
 
 private:
-    bool IsLive(const std::string& serviceName, const ServiceObjectBase* service) const;
+    unsigned long IdOf(const std::string& serviceName) const;
+    bool IsRegistered(const std::string& serviceName) const;
+    bool IsEndedElsewhere(const std::string& serviceName) const;
+    void AwaitEndElsewhere(const std::string& serviceName);
+    void Forget(const std::string& serviceName);
+    void ExitThreadsOf(const std::string& serviceName);
+    std::vector<std::string> NamesToUnload();
 
-    unsigned m_nLockDepth;  ///< How often the thread that holds `m_lock` has acquired it.
+    std::atomic<int> m_nLoaders;  ///< Threads in `LoadAllServiceObjects`.
 
     /// Which object each name stands for (see `LiveServices`): the pointers in the
     /// table outlive the services they point to.
@@ -270,6 +276,7 @@ public:
 
 /// @cond INTERNAL
 struct InterfaceEntry;
+struct VerifiedInterface;
 
 /// The part of an interface proxy that does not depend on the interface's type.
 class ZO_EXPORT InterfaceProxyBase {
@@ -277,15 +284,17 @@ protected:
     /// The interface as the type that the proxy asks for, or null if it is none.
     using CastFn = void* (*)(ServiceInterface*);
 
-    InterfaceProxyBase(const std::string& interfaceName, const std::string& bundleName);
+    InterfaceProxyBase(const std::string& interfaceName, const std::string& bundleName, const std::type_info& type);
     void* Find(CastFn cast, std::vector<ServiceInterface*>* all);
     static ServiceInterface* NullInterface(const std::type_info& type);
 
 private:
+    void* Verify(CastFn cast);
     void Search(CastFn cast);
     std::list<BundleObject*> BundlesToSearch() const;
 
     InterfaceEntry* m_pEntry;
+    VerifiedInterface* m_pVerified;
     ACE_Thread_Mutex* m_pMutex;
     std::string m_strBundleName;
     std::string m_strInterfaceName;
@@ -308,17 +317,21 @@ public:
     /// @param bundleName    the bundle to search; empty: every configured bundle, the
     ///                      last configured first
     explicit ServiceInterfaceProxy(const std::string& interfaceName, const std::string& bundleName = "")
-        : InterfaceProxyBase(interfaceName, bundleName) {}
+        : InterfaceProxyBase(interfaceName, bundleName, typeid(Interface)) {}
 
+    /// Looks at the interface itself only when it is asked for the first time as an
+    /// `Interface`; after that the pointer is handed out as it was, even when the publisher
+    /// has deleted it since.
     /// @param all if given, receives everything known under the name
-    /// @return the first interface known under the name; never null
+    /// @return the first interface known under the name; null when that is what `SetIFBuf`
+    ///         or the holder of the list (`CheckIFBuf`) has put there
     /// @throws InterfaceNotExistException when there is none or it is not an
     ///         `Interface`; `*all` is then untouched
     Interface* GetInterface(std::vector<ServiceInterface*>* all = nullptr) {
         return static_cast<Interface*>(Find(&Cast, all));
     }
 
-    /// @return `GetInterface()`
+    /// @return `GetInterface()`, which must not be null
     Interface* operator->() { return GetInterface(); }
 
     /// @return the null interface that all proxies of this type share; never deleted

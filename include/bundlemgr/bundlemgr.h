@@ -72,8 +72,9 @@ public:
     /// Initialises the bundles that are in `BUNDLE_STATE_LOADED`: "zo_base_bundle"
     /// and "zo_domain_bundle" first, then all others, each group by ascending order
     /// value, ties by name.
-    /// @return 0, or the result of the first bundle whose `Init` failed; those after
-    ///         it are not initialised, those before it stay so
+    /// @return 0; the result of the first bundle whose `Init` failed; -1 when
+    ///         `FiniAllBundles` is called meanwhile. Later bundles are then not
+    ///         initialised, earlier ones stay so
     virtual int InitAllBundles() = 0;
 
     /// Pauses for 7 seconds (5 when `g_isUnloadingCorba`), then waits for the threads

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstdlib>
+#include <optional>
 
 #include <ace/Assert.h>
 #include <ace/Service_Config.h>
@@ -8,7 +9,6 @@
 #include "bundle/heldbundle.h"
 #include "bundle/livebundles.h"
 #include "bundle/liveservices.h"
-#include "bundle/nestedlock.h"
 #include "bundle/servicelibraries.h"
 #include "bundle/servicerepository.h"
 #include "bundlemgr/base.h"
@@ -81,9 +81,11 @@ bool IsManagerFinalising() {
 void Finalize(const std::string& serviceName, ACE_Service_Type& entry) {
     const ServiceObjectBase* const service = ServiceRepository::ObjectOf(entry);
     const unsigned long id = LiveServices::IdOf(service);
+    LiveServices::Retire(service);
+    const InService scope;
     ServiceRepository::Finalize(entry, [&](const std::string& what) { ReportThrown("fini", serviceName, what); });
     // Without an exterminator the object was freed without its destructor.
-    LiveServices::Leave(service, id);
+    if (id != 0) LiveServices::Leave(service, id);
 }
 
 void FinalizeAll(const std::string& serviceName, const std::vector<ServiceEntry>& entries) {
@@ -94,24 +96,27 @@ void FinalizeAll(const std::string& serviceName, const std::vector<ServiceEntry>
 // under; those that it brought up in its turn are not.
 void ForgetFailed(const std::string& serviceName, const ServiceBirth& birth, const ServiceRepository& repository) {
     for (const ServiceBirth::Child& child : birth.Children()) {
-        if (!repository.HoldsUnderAnotherName(child.service, serviceName)) LiveServices::Leave(child.service, child.id);
+        if (!repository.HoldsUnderAnotherName(child.service, serviceName))
+            LiveServices::GiveUp(child.service, child.id);
     }
+}
+
+// What ends the loading of a bundle before that service: nothing, or a result.
+std::optional<int> StopOf(const BundleObject& bundle, const std::string& serviceName) {
+    if (IsManagerFinalising()) return kStoppedByManager;
+    if (bundle.GetState() != BUNDLE_STATE_FINIED) return std::nullopt;
+    Log(kLineBundleFinalised, "\n===== proc will exit and stop to init Service -[ %s ] =====\n", serviceName.c_str());
+    return kStoppedByBundle;
 }
 
 // Has the configurator create and initialise a service. Any result of its init but 0
 // is a failure, where the configurator itself knows only -1.
 int ProcessDirective(const std::string& serviceName, const std::string& directive, const std::string& bundleName,
-                     BundleObject* bundle) {
-    const ServiceBirth birth(bundleName, bundle);
-    // The configurator makes room for a service of the same name, another bundle's
-    // perhaps, by finalising the one that is there; in a destructor, where an exception
-    // would end the process.
-    const std::vector<ServiceEntry> namesakes = ServiceRepository().TakeActive(serviceName);
-    FinalizeAll(serviceName, namesakes);
+                     const ServiceRepository& repository) {
+    // The manager is not asked: one that is finalising answers when it has finished, and
+    // may be waiting for this thread.
+    const ServiceBirth birth(bundleName, LiveBundles::Registered(bundleName));
     ServiceLibraries::Note(directive);
-    // The configurator's own, for as long as it works. Waited for here, where the manager's
-    // table can be let go of.
-    const ServiceRepository repository;
     int result = kInitThrew;
     Contain("Initialisation", serviceName,
             [&result, &directive] { result = ACE_Service_Config::current()->process_directive(directive.c_str()); });
@@ -121,9 +126,46 @@ int ProcessDirective(const std::string& serviceName, const std::string& directiv
     return result;
 }
 
+struct Start {
+    int result;
+    bool isStopped;  // nothing was started, and nothing is to be
+};
+
+// Whether to start is looked at when it is this thread's turn at the configurator: who stops
+// the services waits for that turn, too, and finds either this one or nothing.
+Start StartService(const std::string& serviceName, const std::string& directive, BundleObject& bundle) {
+    for (bool isAnnounced = false;; isAnnounced = true) {
+        std::vector<ServiceEntry> namesakes;
+        {
+            ServiceRepository turn;
+            const std::optional<int> stop = StopOf(bundle, serviceName);
+            if (stop) return Start{*stop, true};
+            if (!isAnnounced) Log(kLineInitService, "\n===== Init Service -[ %s ] =====\n", serviceName.c_str());
+            namesakes = turn.TakeActive(serviceName);
+            if (namesakes.empty())
+                return Start{ProcessDirective(serviceName, directive, bundle.GetName(), turn), false};
+        }
+        // The configurator would make room for the service by finalising one of the same name,
+        // another bundle's perhaps, in a destructor, where an exception would end the process.
+        FinalizeAll(serviceName, namesakes);
+    }
+}
+
+// Counts for its life.
+class Count {
+public:
+    explicit Count(std::atomic<int>& counter) : m_counter(counter) { ++m_counter; }
+    ~Count() { --m_counter; }
+    Count(const Count&) = delete;
+    Count& operator=(const Count&) = delete;
+
+private:
+    std::atomic<int>& m_counter;
+};
+
 }  // namespace
 
-BundleObject::BundleObject() : m_nState(BUNDLE_STATE_LOADED), m_pInterface(nullptr), m_nLockDepth(0) {
+BundleObject::BundleObject() : m_nState(BUNDLE_STATE_LOADED), m_pInterface(nullptr), m_nLoaders(0) {
     LiveBundles::Enter(this);
 }
 
@@ -162,9 +204,12 @@ int BundleObject::GetState() const {
 }
 
 void BundleObject::RegisterServiceObject(const char* serviceName, ServiceObjectBase* service) {
-    const NestedGuard guard(m_lock, m_nLockDepth);
+    const HeldBundle held(m_lock);
     Assert(service != nullptr, "pServiceObject != 0", kLineAssertService);
     const std::string strSvcName = serviceName;
+    // Whoever is ending the one of before would have taken it out by now, but for having to
+    // wait for something else.
+    if (IsEndedElsewhere(strSvcName)) Forget(strSvcName);
     Assert(m_serviceObjectMap.find(strSvcName) == m_serviceObjectMap.end(),
            "m_serviceObjectMap.find(strSvcName) == m_serviceObjectMap.end()", kLineAssertNewService);
     m_vecServiceNames.push_back(strSvcName);
@@ -176,95 +221,113 @@ void BundleObject::RemoveServiceObject(const char* serviceName) {
     g_log.Prepare();
     LightEventMgr::Instance();
     const std::string strSvcName = serviceName;
-    const NestedGuard guard(m_lock, m_nLockDepth);
-    const HeldBundle held(this);
+    const HeldBundle held(m_lock);
+    AwaitEndElsewhere(strSvcName);
     ServiceEntry entry;
-    bool registered = false;
-    {
-        ServiceRepository repository(NestedHold(m_lock, m_nLockDepth));
-        registered = m_serviceObjectMap.find(strSvcName) != m_serviceObjectMap.end();
+    bool registered = IsRegistered(strSvcName);
+    if (registered) {
+        ServiceRepository repository;  // the bundle may be let go of meanwhile
+        registered = IsRegistered(strSvcName);
         if (registered) entry = repository.Take(strSvcName);
     }
     if (!registered) {
         Log(kLineServiceNotFound, "Error: Remove service %s failed! Service not found!\n", serviceName);
         return;
     }
+    const unsigned long id = IdOf(strSvcName);
     if (entry != nullptr) Finalize(strSvcName, *entry);
-    m_serviceObjectMap.erase(strSvcName);
-    m_mapServiceIds.erase(strSvcName);
-    const auto listed = std::find(m_vecServiceNames.begin(), m_vecServiceNames.end(), strSvcName);
-    if (listed != m_vecServiceNames.end()) m_vecServiceNames.erase(listed);
+    if (IdOf(strSvcName) == id) Forget(strSvcName);  // or a successor has come meanwhile
     LightEventMgr* const events = LightEventMgr::Instance();
     if (events != nullptr) events->Push_Msg(LIGHT_EVENT_SERVICE_REMOVED, nullptr, 0);
 }
 
 void BundleObject::GetAllServiceObjects(std::map<std::string, ServiceObjectBase*>& out) {
-    const NestedGuard guard(m_lock, m_nLockDepth);
+    const HeldBundle held(m_lock);
     for (const auto& entry : m_serviceObjectMap) out[entry.first] = entry.second;
 }
 
 ServiceInterface* BundleObject::FindServiceInterface(const std::string& serviceName) {
-    // Held over the call into the service, lest it be destroyed meanwhile.
-    const NestedGuard guard(m_lock, m_nLockDepth);
-    const HeldBundle held(this);
+    const HeldBundle held(m_lock);
     std::map<std::string, ServiceObjectBase*> services;
     GetAllServiceObjects(services);
     const auto found = services.find(serviceName);
-    if (found == services.end() || !IsLive(serviceName, found->second)) return nullptr;
-    return found->second->GetInterface();
+    if (found == services.end()) return nullptr;
+    const ServiceCall call(found->second, IdOf(serviceName), ServiceCall::kUse);
+    return call ? found->second->GetInterface() : nullptr;
 }
 
-// The lock must be held for as long as the answer is to be trusted.
-bool BundleObject::IsLive(const std::string& serviceName, const ServiceObjectBase* service) const {
-    const unsigned long id = LiveServices::IdOf(service);
+// Those below are for threads that hold the lock.
+
+// The number of the object that the name stands for; 0 where a bundle entered it by itself.
+unsigned long BundleObject::IdOf(const std::string& serviceName) const {
     const auto registered = m_mapServiceIds.find(serviceName);
-    return id != 0 && (registered == m_mapServiceIds.end() || registered->second == id);
+    return registered != m_mapServiceIds.end() ? registered->second : 0;
+}
+
+bool BundleObject::IsRegistered(const std::string& serviceName) const {
+    return m_serviceObjectMap.find(serviceName) != m_serviceObjectMap.end() && !IsEndedElsewhere(serviceName);
+}
+
+// Another thread is ending the service, and has let go of this bundle meanwhile.
+bool BundleObject::IsEndedElsewhere(const std::string& serviceName) const {
+    const auto entry = m_serviceObjectMap.find(serviceName);
+    return entry != m_serviceObjectMap.end() && LiveServices::IsRetiredElsewhere(entry->second, IdOf(serviceName));
+}
+
+void BundleObject::AwaitEndElsewhere(const std::string& serviceName) {
+    if (InService::IsActive() || !IsEndedElsewhere(serviceName)) return;
+    LiveServices::AwaitEnd(m_serviceObjectMap[serviceName], IdOf(serviceName));
+}
+
+void BundleObject::Forget(const std::string& serviceName) {
+    m_serviceObjectMap.erase(serviceName);
+    m_mapServiceIds.erase(serviceName);
+    const auto listed = std::find(m_vecServiceNames.begin(), m_vecServiceNames.end(), serviceName);
+    if (listed != m_vecServiceNames.end()) m_vecServiceNames.erase(listed);
 }
 
 void BundleObject::WaitThreadExit() {
     g_log.Prepare();
-    const NestedGuard guard(m_lock, m_nLockDepth);
-    const HeldBundle held(this);
+    const HeldBundle held(m_lock);
     // A copy, since ending its threads may take a service out of the table.
     const std::vector<std::string> names(m_vecServiceNames.rbegin(), m_vecServiceNames.rend());
     for (const std::string& name : names) {
         if (std::find(m_vecServiceNames.begin(), m_vecServiceNames.end(), name) == m_vecServiceNames.end()) continue;
         Log(kLineBeginExitThreads, "\n===== Begin to Exit Threads of -[ %s -- %s ] =====\n", GetName().c_str(),
             name.c_str());
-        const auto entry = m_serviceObjectMap.find(name);
-        if (entry != m_serviceObjectMap.end() && IsLive(name, entry->second)) {
-            Contain("ExitThreads", name, [service = entry->second] { service->ExitThreads(); });
-        }
+        ExitThreadsOf(name);
         Log(kLineFinishExitThreads, "\n===== Finish to Exit Threads of -[ %s -- %s ] =====\n", GetName().c_str(),
             name.c_str());
     }
 }
 
+void BundleObject::ExitThreadsOf(const std::string& serviceName) {
+    const auto entry = m_serviceObjectMap.find(serviceName);
+    if (entry == m_serviceObjectMap.end()) return;
+    ServiceObjectBase* const service = entry->second;
+    const ServiceCall call(service, IdOf(serviceName), ServiceCall::kEndThreads);
+    if (call) Contain("ExitThreads", serviceName, [service] { service->ExitThreads(); });
+}
+
 int BundleObject::LoadAllServiceObjects() {
-    const std::string bundleName = GetName();
-    const std::string path = ServiceConfigurationPath(bundleName);
+    const std::string path = ServiceConfigurationPath(GetName());
     if (path.empty()) {
         Log(kLineNoConfiguration, "\n===== get svc cfg is empty, proc will exit and stop to init Service =====\n");
         return kNoConfiguration;
     }
+    const Count loader(m_nLoaders);
     SVC_Config_Param configuration(path.c_str());
     for (const std::string& name : configuration.GetServiceNames()) {
         if (IsManagerFinalising()) return kStoppedByManager;
         const std::string directive = configuration.GetServiceDirective(name.c_str());
         if (directive.empty()) continue;
-        if (GetState() == BUNDLE_STATE_FINIED) {
-            Log(kLineBundleFinalised, "\n===== proc will exit and stop to init Service -[ %s ] =====\n", name.c_str());
-            return kStoppedByBundle;
-        }
-        Log(kLineInitService, "\n===== Init Service -[ %s ] =====\n", name.c_str());
-        // The manager is not asked: one that is finalising answers when it has finished, and
-        // may be waiting for this thread.
-        const int result = ProcessDirective(name, directive, bundleName, LiveBundles::Registered(bundleName));
-        if (result != 0) {
+        const Start start = StartService(name, directive, *this);
+        if (start.isStopped) return start.result;
+        if (start.result != 0) {
             Log(kLineInitFailed, "\n===== Init Failed -[ %s ][ params:%s ][ err: %d ] =====\n", name.c_str(),
-                directive.c_str(), result);
+                directive.c_str(), start.result);
             RemoveServiceObject(name.c_str());
-            return result;
+            return start.result;
         }
         Log(kLineServiceReady, "\n===== Service Ready -[ %s ] =====\n", name.c_str());
     }
@@ -274,14 +337,21 @@ int BundleObject::LoadAllServiceObjects() {
 void BundleObject::UnLoadAllServiceObjects() {
     g_log.Prepare();
     LightEventMgr::Instance();  // a service may remove itself under the lock below
-    const NestedGuard guard(m_lock, m_nLockDepth);
-    const HeldBundle held(this);
-    // A copy, since a service's fini may take it out of the table.
-    const std::vector<std::string> names(m_vecServiceNames.rbegin(), m_vecServiceNames.rend());
-    for (const std::string& name : names) {
-        const std::vector<ServiceEntry> entries = ServiceRepository(NestedHold(m_lock, m_nLockDepth)).TakeActive(name);
+    const HeldBundle held(m_lock);
+    for (const std::string& name : NamesToUnload()) {
+        AwaitEndElsewhere(name);
+        const std::vector<ServiceEntry> entries = ServiceRepository().TakeActive(name);
         FinalizeAll(name, entries);
     }
+}
+
+// A copy, newest first, since a service's fini may take it out of the table. Where this
+// bundle's services are being loaded, one may be on its way that is not in the table yet:
+// the configurator is waited for, as the loading does before it looks for a stop.
+std::vector<std::string> BundleObject::NamesToUnload() {
+    if (m_vecServiceNames.empty() && m_nLoaders == 0) return {};
+    const ServiceRepository turn;
+    return {m_vecServiceNames.rbegin(), m_vecServiceNames.rend()};
 }
 
 }  // namespace NS_BUNDLEMGR1

@@ -1,32 +1,21 @@
-// Which bundles the calling thread holds.
+// The lock of a bundle.
 #pragma once
 
-#include <string>
+#include "bundle/nestedlock.h"
 
 namespace NS_BUNDLEMGR1 {
 
-class BundleObject;
-
-/// A bundle whose lock the calling thread holds, for the life of this object, while it
-/// calls services of the bundle.
+/// Held while a bundle's services are entered, asked and ended.
 ///
-/// A service that is being ended asks the manager for its bundle, in order to take itself
-/// out of it. The manager's table comes before a bundle in the order of locks, so this
-/// thread must not wait for it any more.
-class HeldBundle {
+/// The manager's table comes before a bundle in the order of locks, and whoever holds the
+/// table may wait for this thread. So a thread that holds a bundle, a service that is being
+/// ended, say, looks bundles up in `LiveBundles` instead.
+class HeldBundle : public NestedGuard {
 public:
-    explicit HeldBundle(BundleObject* bundle);
-    ~HeldBundle();
-    HeldBundle(const HeldBundle&) = delete;
-    HeldBundle& operator=(const HeldBundle&) = delete;
+    explicit HeldBundle(ACE_Recursive_Thread_Mutex& lock) : NestedGuard(lock, LockRank::kBundle) {}
 
-    /// @return the bundle that the manager knows by that name, if the calling thread holds
-    ///         it; otherwise null
-    static BundleObject* Named(const std::string& name);
-
-private:
-    BundleObject* const m_pBundle;
-    const HeldBundle* const m_pOuter;  // held by this thread, too
+    /// @return whether the calling thread holds any
+    static bool Any() { return Holds(LockRank::kBundle); }
 };
 
 }  // namespace NS_BUNDLEMGR1

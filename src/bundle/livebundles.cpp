@@ -13,6 +13,12 @@ struct Registry {
     unsigned long lastId = 0;
     std::map<const BundleObject*, unsigned long> ids;
     std::map<std::string, BundleObject*> registered;
+    std::vector<std::string> configured;
+
+    BundleObject* Named(const std::string& name) const {
+        const auto found = registered.find(name);
+        return found != registered.end() ? found->second : nullptr;
+    }
 };
 
 std::mutex g_mutex;  // guards the registry
@@ -51,6 +57,11 @@ void Register(const std::string& name, BundleObject* bundle) {
     Bundles().registered[name] = bundle;
 }
 
+void Configure(const std::vector<std::string>& names) {
+    const std::lock_guard<std::mutex> guard(g_mutex);
+    Bundles().configured = names;
+}
+
 void UnregisterAll() {
     const std::lock_guard<std::mutex> guard(g_mutex);
     Bundles().registered.clear();
@@ -58,8 +69,13 @@ void UnregisterAll() {
 
 BundleObject* Registered(const std::string& name) {
     const std::lock_guard<std::mutex> guard(g_mutex);
-    const auto found = Bundles().registered.find(name);
-    return found != Bundles().registered.end() ? found->second : nullptr;
+    return Bundles().Named(name);
+}
+
+void ConfiguredInReverseOrder(std::list<BundleObject*>& out) {
+    const std::lock_guard<std::mutex> guard(g_mutex);
+    const std::vector<std::string>& names = Bundles().configured;
+    for (auto name = names.rbegin(); name != names.rend(); ++name) out.push_back(Bundles().Named(*name));
 }
 
 }  // namespace LiveBundles

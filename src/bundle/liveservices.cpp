@@ -1,39 +1,81 @@
 #include "bundle/liveservices.h"
 
+#include <algorithm>
+#include <condition_variable>
 #include <mutex>
 #include <thread>
 #include <unordered_map>
+
+#include "bundle/nestedlock.h"
 
 namespace NS_BUNDLEMGR1 {
 
 namespace {
 
 struct LiveService {
+    bool IsMine() const { return owner == std::this_thread::get_id(); }
+    bool IsCalledByOthers() const {
+        const std::thread::id me = std::this_thread::get_id();
+        return std::any_of(callers.begin(), callers.end(), [me](std::thread::id caller) { return caller != me; });
+    }
+
     unsigned long id = 0;
-    std::thread::id maker;  // the one thread that may call it; none: all may
+    std::thread::id owner;  // the one thread that may use it, since it makes or ends it; none: all
+    bool isBorn = false;    // made by the configurator
+    bool isMade = false;    // by a factory that told so; see MarkMade
+    bool isRetired = false;
+    bool isGivenUp = false;
+    std::vector<std::thread::id> callers;
 };
 
-using Services = std::unordered_map<const ServiceObjectBase*, LiveService>;
+struct Registry {
+    std::mutex mutex;  // guards all of it
+    std::condition_variable changed;
+    unsigned long lastId = 0;
+    std::unordered_map<const ServiceObjectBase*, LiveService> services;
 
-std::mutex g_mutex;  // guards the two below
-unsigned long g_lastId = 0;
+    /// @return null where there is none, or one of another number
+    LiveService* Find(const ServiceObjectBase* service, unsigned long id = 0) {
+        const auto found = services.find(service);
+        const bool isMeant = found != services.end() && (id == 0 || found->second.id == id);
+        return isMeant ? &found->second : nullptr;
+    }
+};
+
+// Never destroyed: services may die after this library's statics.
+Registry& Live() {
+    static Registry* const live = new Registry;
+    return *live;
+}
 
 // The innermost birth on this thread.
 thread_local const ServiceBirth* t_birth = nullptr;
 
-// Never destroyed: services may die after this library's statics.
-Services& Live() {
-    static Services* const live = new Services;
-    return *live;
+bool IsChild(const LiveService& live, unsigned long lastIdBefore) {
+    return live.id > lastIdBefore && live.isBorn && live.IsMine() && !live.isRetired && !live.isGivenUp;
 }
 
-bool IsChild(const LiveService& live, unsigned long lastIdBefore) {
-    return live.id > lastIdBefore && live.maker == std::this_thread::get_id();
+bool MayCall(const LiveService& live, ServiceCall::Purpose purpose) {
+    if (live.isGivenUp) return false;
+    if (live.owner == std::thread::id() || live.IsMine()) return true;
+    return purpose == ServiceCall::kEndThreads && live.isMade && !live.isRetired;
 }
 
 unsigned long LastId() {
-    const std::lock_guard<std::mutex> guard(g_mutex);
-    return g_lastId;
+    const std::lock_guard<std::mutex> guard(Live().mutex);
+    return Live().lastId;
+}
+
+/// Waits, without the locks of the thread, until the condition holds for the service of
+/// that number, or there is none of that number any more.
+template <class Condition>
+void Await(const ServiceObjectBase* service, unsigned long id, Condition condition) {
+    const LockPause pause;
+    std::unique_lock<std::mutex> lock(Live().mutex);
+    Live().changed.wait(lock, [&] {
+        const LiveService* const live = Live().Find(service, id);
+        return live == nullptr || condition(*live);
+    });
 }
 
 }  // namespace
@@ -41,32 +83,97 @@ unsigned long LastId() {
 namespace LiveServices {
 
 unsigned long Enter(const ServiceObjectBase* service) {
-    const std::thread::id maker = t_birth != nullptr ? std::this_thread::get_id() : std::thread::id();
-    const std::lock_guard<std::mutex> guard(g_mutex);
-    Live()[service] = LiveService{++g_lastId, maker};
-    return g_lastId;
+    LiveService entered;
+    entered.isBorn = t_birth != nullptr;
+    if (entered.isBorn) entered.owner = std::this_thread::get_id();
+    const std::lock_guard<std::mutex> guard(Live().mutex);
+    entered.id = ++Live().lastId;
+    Live().services[service] = entered;
+    return entered.id;
 }
 
 void Leave(const ServiceObjectBase* service) {
-    const std::lock_guard<std::mutex> guard(g_mutex);
-    Live().erase(service);
+    Leave(service, 0);
 }
 
 void Leave(const ServiceObjectBase* service, unsigned long id) {
-    const std::lock_guard<std::mutex> guard(g_mutex);
-    const auto found = Live().find(service);
-    if (found != Live().end() && found->second.id == id) Live().erase(found);
+    const std::lock_guard<std::mutex> guard(Live().mutex);
+    if (Live().Find(service, id) == nullptr) return;
+    Live().services.erase(service);
+    Live().changed.notify_all();
 }
 
 unsigned long IdOf(const ServiceObjectBase* service) {
-    const std::lock_guard<std::mutex> guard(g_mutex);
-    const auto found = Live().find(service);
-    if (found == Live().end()) return 0;
-    const std::thread::id maker = found->second.maker;
-    return maker == std::thread::id() || maker == std::this_thread::get_id() ? found->second.id : 0;
+    const std::lock_guard<std::mutex> guard(Live().mutex);
+    const LiveService* const live = Live().Find(service);
+    return live != nullptr ? live->id : 0;
+}
+
+void MarkMade(const ServiceObjectBase* service) {
+    const std::lock_guard<std::mutex> guard(Live().mutex);
+    LiveService* const live = Live().Find(service);
+    if (live != nullptr) live->isMade = true;
+}
+
+void GiveUp(const ServiceObjectBase* service, unsigned long id) {
+    const std::lock_guard<std::mutex> guard(Live().mutex);
+    LiveService* const live = Live().Find(service, id);
+    if (live == nullptr) return;
+    if (live->isMade) {
+        live->isGivenUp = true;
+    } else {
+        Live().services.erase(service);
+    }
+}
+
+bool MayVanish(const ServiceObjectBase* service) {
+    const std::lock_guard<std::mutex> guard(Live().mutex);
+    const LiveService* const live = Live().Find(service);
+    return live != nullptr && live->isBorn && !live->isMade && !live->isRetired;
+}
+
+void Retire(const ServiceObjectBase* service) {
+    unsigned long id = 0;
+    {
+        const std::lock_guard<std::mutex> guard(Live().mutex);
+        LiveService* const live = Live().Find(service);
+        if (live == nullptr) return;
+        live->owner = std::this_thread::get_id();
+        live->isRetired = true;
+        if (!live->IsCalledByOthers()) return;
+        id = live->id;
+    }
+    Await(service, id, [](const LiveService& live) { return !live.IsCalledByOthers(); });
+}
+
+bool IsRetiredElsewhere(const ServiceObjectBase* service, unsigned long id) {
+    const std::lock_guard<std::mutex> guard(Live().mutex);
+    const LiveService* const live = Live().Find(service, id);
+    return live != nullptr && live->isRetired && !live->IsMine();
+}
+
+void AwaitEnd(const ServiceObjectBase* service, unsigned long id) {
+    Await(service, id, [](const LiveService&) { return false; });
 }
 
 }  // namespace LiveServices
+
+ServiceCall::ServiceCall(const ServiceObjectBase* service, unsigned long id, Purpose purpose) : m_pService(service) {
+    const std::lock_guard<std::mutex> guard(Live().mutex);
+    LiveService* const live = Live().Find(service, id);
+    if (live == nullptr || !MayCall(*live, purpose)) return;
+    live->callers.push_back(std::this_thread::get_id());
+    m_nId = live->id;
+}
+
+ServiceCall::~ServiceCall() {
+    if (m_nId == 0) return;
+    const std::lock_guard<std::mutex> guard(Live().mutex);
+    LiveService* const live = Live().Find(m_pService, m_nId);
+    if (live == nullptr) return;  // it removed itself
+    live->callers.erase(std::find(live->callers.begin(), live->callers.end(), std::this_thread::get_id()));
+    Live().changed.notify_all();
+}
 
 ServiceBirth::ServiceBirth(const std::string& bundleName, BundleObject* bundle)
     : m_strBundleName(bundleName), m_pBundle(bundle), m_pOuter(t_birth), m_nLastIdBefore(LastId()) {
@@ -79,18 +186,22 @@ ServiceBirth::~ServiceBirth() {
 
 std::vector<ServiceBirth::Child> ServiceBirth::Children() const {
     std::vector<Child> children;
-    const std::lock_guard<std::mutex> guard(g_mutex);
-    for (const auto& [service, live] : Live()) {
+    const std::lock_guard<std::mutex> guard(Live().mutex);
+    for (const auto& [service, live] : Live().services) {
         if (IsChild(live, m_nLastIdBefore)) children.push_back(Child{service, live.id});
     }
     return children;
 }
 
 void ServiceBirth::Publish() const {
-    const std::lock_guard<std::mutex> guard(g_mutex);
-    for (auto& [service, live] : Live()) {
-        if (IsChild(live, m_nLastIdBefore)) live.maker = std::thread::id();
+    const std::lock_guard<std::mutex> guard(Live().mutex);
+    for (auto& [service, live] : Live().services) {
+        if (IsChild(live, m_nLastIdBefore)) live.owner = std::thread::id();
     }
+}
+
+bool ServiceBirth::Any() {
+    return t_birth != nullptr;
 }
 
 BundleObject* ServiceBirth::BundleNamed(const std::string& name) {

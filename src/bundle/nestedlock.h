@@ -1,52 +1,64 @@
-// Recursive locks whose holder can let go of them for a while.
+// Recursive locks that a thread lets go of while it waits for another one.
 #pragma once
 
-#include <ace/Guard_T.h>
 #include <ace/Recursive_Thread_Mutex.h>
 
 namespace NS_BUNDLEMGR1 {
 
-/// Holds a recursive lock for its life and keeps count of how often its thread has it,
-/// which the lock itself does not tell.
+/// What a lock guards.
+enum class LockRank { kTable, kBundle };
+
+/// Holds a recursive lock for its life.
+///
+/// The library calls user code under these locks, and that code takes further ones in
+/// whatever order it likes. So no thread ever waits for a lock while it holds one of these:
+/// it lets go of all it has, and takes everything back when it has got what it waited for.
+/// Whoever takes a lock must therefore expect that others have had those it held already.
 class NestedGuard {
 public:
-    /// @param depth the count; nobody else may change it while the lock is held
-    NestedGuard(ACE_Recursive_Thread_Mutex& lock, unsigned& depth) : m_guard(lock), m_depth(depth) {
-        if (m_guard.locked()) ++m_depth;
-    }
-    ~NestedGuard() {
-        if (m_guard.locked()) --m_depth;
-    }
+    NestedGuard(ACE_Recursive_Thread_Mutex& lock, LockRank rank);
+    ~NestedGuard();
     NestedGuard(const NestedGuard&) = delete;
     NestedGuard& operator=(const NestedGuard&) = delete;
 
+    /// @return whether the calling thread holds a lock of that rank by a guard
+    static bool Holds(LockRank rank);
+
 private:
-    ACE_Guard<ACE_Recursive_Thread_Mutex> m_guard;
-    unsigned& m_depth;
+    friend class HeldLocks;
+
+    ACE_Recursive_Thread_Mutex& m_lock;
+    const LockRank m_rank;
+    const NestedGuard* const m_pOuter;  // the one that this thread took before
 };
 
-/// All that the `NestedGuard`s of a thread hold of a lock, which may be nothing.
-class NestedHold {
+/// All that the calling thread holds by guards, which may be nothing.
+class HeldLocks {
 public:
-    NestedHold(ACE_Recursive_Thread_Mutex& lock, unsigned& depth) : m_lock(lock), m_depth(depth) {}
-
-    /// Lets other threads have the lock.
-    void release() {
-        m_released = m_depth;
-        m_depth = 0;  // theirs to count now
-        for (unsigned i = 0; i < m_released; ++i) m_lock.release();
-    }
+    /// Lets other threads have the locks.
+    void release();
 
     /// Takes back what was released.
-    void acquire() {
-        for (unsigned i = 0; i < m_released; ++i) m_lock.acquire();
-        if (m_released > 0) m_depth = m_released;
-    }
+    void acquire();
 
 private:
-    ACE_Recursive_Thread_Mutex& m_lock;
-    unsigned& m_depth;
-    unsigned m_released = 0;
+    friend class NestedGuard;
+
+    const NestedGuard* TryAllBut(const NestedGuard* taken) const;
+
+    const NestedGuard* m_pReleased = nullptr;  // the innermost
+};
+
+/// Lets go of the locks of the calling thread for its life.
+class LockPause {
+public:
+    LockPause() { m_held.release(); }
+    ~LockPause() { m_held.acquire(); }
+    LockPause(const LockPause&) = delete;
+    LockPause& operator=(const LockPause&) = delete;
+
+private:
+    HeldLocks m_held;
 };
 
 }  // namespace NS_BUNDLEMGR1

@@ -2,6 +2,7 @@
 #include <dlfcn.h>
 
 #include "bundle/currentexception.h"
+#include "bundle/liveservices.h"
 #include "bundlemgr/bundle.h"
 #include "log/logproxy.h"
 
@@ -31,14 +32,22 @@ BundleRegistration::BundleRegistration(BundleObject* (*create)()) noexcept : m_p
 }
 
 BundleRegistration::~BundleRegistration() {
+    if (m_pBundle == nullptr) return;
+    const auto report = [](const std::string& what) {
+        g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: A bundle that was not stopped ended with: %s\n", what.c_str());
+    };
     // Where a host ends without having stopped, services would outlive their bundle.
-    if (m_pBundle != nullptr && m_pBundle->GetState() != BUNDLE_STATE_FINIED) m_pBundle->UnLoadAllServiceObjects();
-    delete m_pBundle;
+    if (m_pBundle->GetState() != BUNDLE_STATE_FINIED) {
+        ReportException([this] { m_pBundle->UnLoadAllServiceObjects(); }, report);
+    }
+    ReportException([this] { delete m_pBundle; }, report);
 }
 
 ACE_Service_Object* MakeService(const char* serviceName, ACE_Service_Object* (*create)()) noexcept {
     try {
-        return create();
+        ACE_Service_Object* const service = create();
+        LiveServices::MarkMade(dynamic_cast<ServiceObjectBase*>(service));
+        return service;
     } catch (...) {
         g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: Service %s was not created: %s\n", serviceName,
                     CurrentException().c_str());
@@ -47,7 +56,11 @@ ACE_Service_Object* MakeService(const char* serviceName, ACE_Service_Object* (*c
 }
 
 void DestroyService(void* service) {
-    delete static_cast<ACE_Service_Object*>(service);
+    auto* const object = static_cast<ACE_Service_Object*>(service);
+    // The configurator destroys what failed to initialise, and does not know who is
+    // calling it meanwhile.
+    LiveServices::Retire(dynamic_cast<ServiceObjectBase*>(object));
+    delete object;
 }
 
 }  // namespace NS_BUNDLEMGR1

@@ -1,4 +1,5 @@
 #include "bundle/liveservices.h"
+#include "bundle/servicerepository.h"
 #include "bundlemgr/bundle.h"
 #include "log/logproxy.h"
 
@@ -56,7 +57,9 @@ void ServiceObjectBase::RemoveInterface() {
 }
 
 int ServiceObjectBase::fini() {
-    LiveServices::Leave(this);
+    // Whoever removes it tells that it is gone, as does its destructor; one that calls this
+    // by itself goes on. Only what the configurator frees without a destructor is told here.
+    if (LiveServices::MayVanish(this) && !ServiceRepository::Keeps(this)) LiveServices::Leave(this);
     g_log.Print(kLineFini, LOG_LEVEL_INFO, "\n===== Start to Finalize -[ %s ] =====\n", GetName());
     return 0;
 }

@@ -1,7 +1,11 @@
+#include <cstdint>
 #include <map>
+#include <optional>
 
 #include <ace/Guard_T.h>
 
+#include "bundle/nestedlock.h"
+#include "bundle/yieldingguard.h"
 #include "bundlemgr/bundle.h"
 
 namespace NS_BUNDLEMGR1 {
@@ -10,19 +14,39 @@ namespace NS_BUNDLEMGR1 {
 // others that look interfaces up.
 __attribute__((init_priority(101))) ACE_Thread_Mutex _g_actualmutex;
 
+/// What is known of one interface name as one type of interface: the pointer that was last
+/// found to be of that type, and what it is as that type.
+///
+/// Proxies read it without a lock. It is written under the registry's mutex, `typed` first.
+struct VerifiedInterface {
+    std::atomic<const void*> first{Nothing()};
+    std::atomic<void*> typed{nullptr};
+
+    /// No interface lies there, and none is null there.
+    static const void* Nothing() {
+        static const char s_nothing = 0;
+        return &s_nothing;
+    }
+};
+
 /// What is known under one interface name.
 ///
-/// Proxies read `first` without a lock. The list is public through `CheckIFBuf` and may
-/// be appended to there, so it stays what counts when `first` says "nothing".
+/// The list is public through `CheckIFBuf`, whose callers change it as they like, at a time
+/// when no other thread looks up or sets that name. The library itself changes it under the
+/// registry's mutex and never frees the memory of its elements, so that proxies may look at
+/// it meanwhile.
 struct InterfaceEntry {
     std::vector<ServiceInterface*> list;
-    std::atomic<ServiceInterface*> first{nullptr};
-    std::atomic<bool> known{false};  // `first` is valid, though it may be null
+    std::vector<std::vector<ServiceInterface*>> outgrown;  // what the list was kept in before
+    std::map<std::string, VerifiedInterface> verified;     // by type, see TypeKey
 };
 
 namespace {
 
 using Guard = ACE_Guard<ACE_Thread_Mutex>;
+using ProxyGuard = YieldingGuard<ACE_Thread_Mutex>;
+
+constexpr std::size_t kUsualListSize = 4;
 
 /// The interface registry and the shared null interfaces.
 struct Registry {
@@ -38,34 +62,73 @@ Registry& TheRegistry() {
     return *registry;
 }
 
-InterfaceEntry& EntryOf(const std::string& name) {
-    Registry& registry = TheRegistry();
-    Guard guard(registry.mutex);
-    return registry.entries[name];  // a map's elements do not move
-}
-
 // The registry's mutex must be held.
-void Publish(InterfaceEntry& entry) {
-    entry.first.store(entry.list.front(), std::memory_order_relaxed);
-    entry.known.store(true, std::memory_order_release);
+InterfaceEntry& EntryOf(const std::string& name) {
+    const auto [entry, isNew] = TheRegistry().entries.try_emplace(name);
+    if (isNew) entry->second.list.reserve(kUsualListSize);
+    return entry->second;  // a map's elements do not move
 }
 
-bool PublishIfAny(InterfaceEntry& entry) {
-    Guard guard(TheRegistry().mutex);
-    if (entry.list.empty()) return false;
-    Publish(entry);
-    return true;
+// Names the type even when its library has gone. Types of unnamed namespaces share their
+// names; each library has its own.
+std::string TypeKey(const std::type_info& type) {
+    const std::string name = type.name();
+    if (name.find("_GLOBAL__N_") == std::string::npos) return name;
+    return name + "@" + std::to_string(reinterpret_cast<std::uintptr_t>(type.name()));
 }
 
-std::vector<ServiceInterface*> ListOf(const InterfaceEntry& entry) {
-    Guard guard(TheRegistry().mutex);
-    return entry.list;
+bool IsEmpty(const InterfaceEntry& entry) {
+    const Guard guard(TheRegistry().mutex);
+    return entry.list.empty();
 }
 
 void Append(InterfaceEntry& entry, ServiceInterface* iface) {
-    Guard guard(TheRegistry().mutex);
-    entry.list.push_back(iface);
+    const Guard guard(TheRegistry().mutex);
+    std::vector<ServiceInterface*>& list = entry.list;
+    if (list.size() == list.capacity()) {
+        std::vector<ServiceInterface*> larger;
+        larger.reserve(2 * list.size() + kUsualListSize);
+        larger = list;
+        entry.outgrown.emplace_back().swap(list);
+        list.swap(larger);
+    }
+    list.push_back(iface);
 }
+
+/// @return the list's first element, read without a lock; `VerifiedInterface::Nothing()` when
+///         it has none
+///
+/// The reader compares it with what was verified, so a value that is just being changed does
+/// no harm: it is either the one from before or the one from after, or matches nothing. A
+/// vector's own operations cannot be made to take part in that, hence the look at what all
+/// implementations of it begin with: pointers to its first element and behind its last.
+__attribute__((no_sanitize("thread"))) const void* FirstOf(const std::vector<ServiceInterface*>& list) {
+    static_assert(sizeof(list) == 3 * sizeof(void*), "first, last, end of the memory");
+    using Element = const void* const;
+    Element* const* const ends = reinterpret_cast<Element* const*>(&list);
+    Element* const begin = __atomic_load_n(&ends[0], __ATOMIC_RELAXED);
+    Element* const end = __atomic_load_n(&ends[1], __ATOMIC_RELAXED);
+    return begin != end ? __atomic_load_n(begin, __ATOMIC_RELAXED) : VerifiedInterface::Nothing();
+}
+
+// A search on the calling thread. A service's GetInterface, which it calls, may search in its
+// turn.
+class SearchScope {
+public:
+    SearchScope() : m_bOuter(t_isActive) { t_isActive = true; }
+    ~SearchScope() { t_isActive = m_bOuter; }
+    SearchScope(const SearchScope&) = delete;
+    SearchScope& operator=(const SearchScope&) = delete;
+
+    static bool IsActive() { return t_isActive; }
+
+private:
+    static thread_local bool t_isActive;
+
+    const bool m_bOuter;
+};
+
+thread_local bool SearchScope::t_isActive = false;
 
 }  // namespace
 
@@ -84,46 +147,66 @@ void* NULLServiceInterface::GetImplementation() {
 }
 
 std::vector<ServiceInterface*>* CheckIFBuf(const std::string& name) {
+    const Guard guard(TheRegistry().mutex);
     return &EntryOf(name).list;
 }
 
 void SetIFBuf(const std::string& name, ServiceInterface* iface) {
-    Registry& registry = TheRegistry();
-    Guard guard(registry.mutex);
-    InterfaceEntry& entry = registry.entries[name];
+    const Guard guard(TheRegistry().mutex);
+    InterfaceEntry& entry = EntryOf(name);
+    // Another interface may lie where the verified one was.
+    for (auto& [type, verified] : entry.verified) verified.first = VerifiedInterface::Nothing();
     entry.list.assign(1, iface);
-    Publish(entry);
 }
 
-InterfaceProxyBase::InterfaceProxyBase(const std::string& interfaceName, const std::string& bundleName)
-    : m_pEntry(&EntryOf(interfaceName)),
-      m_pMutex(&_g_actualmutex),
-      m_strBundleName(bundleName),
-      m_strInterfaceName(interfaceName) {}
+InterfaceProxyBase::InterfaceProxyBase(const std::string& interfaceName, const std::string& bundleName,
+                                       const std::type_info& type)
+    : m_pMutex(&_g_actualmutex), m_strBundleName(bundleName), m_strInterfaceName(interfaceName) {
+    const Guard guard(TheRegistry().mutex);
+    m_pEntry = &EntryOf(interfaceName);
+    m_pVerified = &m_pEntry->verified[TypeKey(type)];
+}
 
 void* InterfaceProxyBase::Find(CastFn cast, std::vector<ServiceInterface*>* all) {
-    if (!m_pEntry->known.load(std::memory_order_acquire)) Search(cast);
-    std::vector<ServiceInterface*> list;
-    if (all != nullptr) list = ListOf(*m_pEntry);
-    ServiceInterface* const first = list.empty() ? m_pEntry->first.load(std::memory_order_acquire) : list.front();
-    // Somebody may have set, or searched for, an interface of another type.
-    void* const typed = first != nullptr ? cast(first) : nullptr;
-    if (typed == nullptr) throw InterfaceNotExistException();
-    if (all != nullptr) all->swap(list);
+    if (all == nullptr) {
+        const void* const known = m_pVerified->first.load(std::memory_order_acquire);
+        if (known == FirstOf(m_pEntry->list) && known != VerifiedInterface::Nothing()) {
+            return m_pVerified->typed.load(std::memory_order_relaxed);
+        }
+    }
+    if (IsEmpty(*m_pEntry)) Search(cast);
+    const Guard guard(TheRegistry().mutex);
+    void* const typed = Verify(cast);
+    if (all != nullptr) *all = m_pEntry->list;
     return typed;
 }
 
-// Fills the entry, or throws.
+// The first element as the proxy's type. It is looked at only when it has not been found to be
+// of that type before: it may be gone since. The registry's mutex must be held.
+void* InterfaceProxyBase::Verify(CastFn cast) {
+    if (m_pEntry->list.empty()) throw InterfaceNotExistException();
+    ServiceInterface* const first = m_pEntry->list.front();
+    if (m_pVerified->first == first) return m_pVerified->typed;
+    void* const typed = first != nullptr ? cast(first) : nullptr;
+    // Somebody may have set, or searched for, an interface of another type.
+    if (first != nullptr && typed == nullptr) throw InterfaceNotExistException();
+    m_pVerified->typed.store(typed, std::memory_order_relaxed);
+    m_pVerified->first.store(first, std::memory_order_release);
+    return typed;
+}
+
+// Fills the entry if it can.
 void InterfaceProxyBase::Search(CastFn cast) {
     const std::list<BundleObject*> bundles = BundlesToSearch();
-    Guard guard(*m_pMutex);
-    if (PublishIfAny(*m_pEntry)) return;
+    std::optional<ProxyGuard> guard;
+    if (!SearchScope::IsActive()) guard.emplace(*m_pMutex, HeldLocks());
+    const SearchScope scope;
+    if (!IsEmpty(*m_pEntry)) return;
     for (BundleObject* const bundle : bundles) {
         if (bundle == nullptr) continue;
         ServiceInterface* const iface = bundle->FindServiceInterface(m_strInterfaceName);
         if (iface != nullptr && cast(iface) != nullptr) Append(*m_pEntry, iface);
     }
-    if (!PublishIfAny(*m_pEntry)) throw InterfaceNotExistException();
 }
 
 std::list<BundleObject*> InterfaceProxyBase::BundlesToSearch() const {
@@ -146,7 +229,8 @@ ServiceInterface* InterfaceProxyBase::NullInterface(const std::type_info& type) 
     }
     ServiceInterface* shared = holder->load(std::memory_order_acquire);
     if (shared != nullptr) return shared;
-    Guard guard(_g_actualmutex);
+    std::optional<ProxyGuard> guard;
+    if (!SearchScope::IsActive()) guard.emplace(_g_actualmutex, HeldLocks());
     shared = holder->load(std::memory_order_acquire);
     if (shared == nullptr) {
         shared = new NULLServiceInterface;

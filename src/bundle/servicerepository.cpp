@@ -1,10 +1,11 @@
 #include "bundle/servicerepository.h"
 
+#include <ace/Guard_T.h>
 #include <ace/Service_Repository.h>
 #include <ace/Service_Types.h>
 
 #include "bundle/currentexception.h"
-#include "bundle/tablelock.h"
+#include "bundle/nestedlock.h"
 #include "bundlemgr/bundle.h"
 
 namespace NS_BUNDLEMGR1 {
@@ -44,21 +45,6 @@ std::vector<ACE_Service_Type*> FindNamed(const std::string& name, bool ignoreSus
     return FindLive(ignoreSuspended, [&name](const ACE_Service_Type& entry) { return name == entry.name(); });
 }
 
-// The table comes before a bundle in the order of locks.
-struct HeldLocks {
-    void release() {
-        bundle.release();
-        table.release();
-    }
-    void acquire() {
-        table.acquire();
-        bundle.acquire();
-    }
-
-    NestedHold table;
-    NestedHold bundle;
-};
-
 // An entry that hides behind a finalised one of the same name cannot be removed.
 ServiceEntry TakeOut(ACE_Service_Type* entry) {
     ACE_Service_Type* removed = nullptr;
@@ -72,10 +58,7 @@ void ServiceEntryDeleter::operator()(ACE_Service_Type* entry) const {
     if (!inRepository) delete entry;
 }
 
-ServiceRepository::ServiceRepository() : m_guard(Repository().lock(), TableLock::Hold()) {}
-
-ServiceRepository::ServiceRepository(NestedHold bundle)
-    : m_guard(Repository().lock(), HeldLocks{TableLock::Hold(), bundle}) {}
+ServiceRepository::ServiceRepository() : m_guard(Repository().lock(), HeldLocks()) {}
 
 int ServiceRepository::InitResult(const std::string& name) const {
     const std::vector<ACE_Service_Type*> live = FindNamed(name, false);
@@ -100,6 +83,12 @@ std::vector<ServiceEntry> ServiceRepository::TakeActive(const std::string& name)
     std::vector<ServiceEntry> taken;
     for (ACE_Service_Type* const entry : FindNamed(name, true)) taken.push_back(TakeOut(entry));
     return taken;
+}
+
+bool ServiceRepository::Keeps(const ServiceObjectBase* service) {
+    const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(Repository().lock(), false);
+    if (!guard.locked()) return false;
+    return !FindLive(false, [service](const ACE_Service_Type& entry) { return ObjectOf(entry) == service; }).empty();
 }
 
 ServiceObjectBase* ServiceRepository::ObjectOf(const ACE_Service_Type& entry) {

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
+#include <ace/Recursive_Thread_Mutex.h>
 #include <ace/Service_Object.h>
 
-#include "bundle/nestedlock.h"
 #include "bundle/yieldingguard.h"
 
 namespace NS_BUNDLEMGR1 {
@@ -26,16 +26,12 @@ using ServiceEntry = std::unique_ptr<ACE_Service_Type, ServiceEntryDeleter>;
 /// The repository, locked for the life of this object.
 ///
 /// The configurator holds the repository's lock while it calls factories and `init`,
-/// and these ask the manager for bundles and lock them. A thread therefore lets go of the
-/// manager's table and of its bundle while another thread is in the repository, and no
-/// service is finalised under this lock.
+/// and these ask the manager for bundles and lock them. A thread therefore lets go of all
+/// its locks (see `NestedGuard`) while another thread is in the repository, and no service
+/// is finalised under this lock.
 class ServiceRepository {
 public:
-    /// For a thread that holds no bundle.
     ServiceRepository();
-
-    /// @param bundle what the thread holds of a bundle's lock
-    explicit ServiceRepository(NestedHold bundle);
 
     /// @return what `init` of the service of that name returned; 0 where there is no
     ///         such service
@@ -50,6 +46,10 @@ public:
     /// @return all services of that name that are not suspended
     std::vector<ServiceEntry> TakeActive(const std::string& name);
 
+    /// @return whether the object is a service that has not been finalised; false also while
+    ///         another thread is in the repository, which is not waited for
+    static bool Keeps(const ServiceObjectBase* service);
+
     /// @return the service object of the entry; null when it is not of this library's
     ///         kind or has been finalised
     static ServiceObjectBase* ObjectOf(const ACE_Service_Type& entry);
@@ -60,7 +60,7 @@ public:
     static void Finalize(ACE_Service_Type& entry, const std::function<void(const std::string&)>& report);
 
 private:
-    YieldingGuard m_guard;
+    YieldingGuard<ACE_Recursive_Thread_Mutex> m_guard;
 };
 
 }  // namespace NS_BUNDLEMGR1

@@ -1,30 +1,29 @@
-// Two locks at once, where others take them in either order.
+// A lock that a thread must not wait for while it holds others.
 #pragma once
 
 #include <ace/Guard_T.h>
-#include <ace/Recursive_Thread_Mutex.h>
 
 namespace NS_BUNDLEMGR1 {
 
-/// Holds a lock that a thread must not wait for while it holds another one.
+/// Holds a lock for its life, and lets go of others while it has to wait for it. That is for
+/// locks whose holders wait for those others.
+/// @tparam Lock of ACE's kinds
+template <class Lock>
 class YieldingGuard {
 public:
-    /// @param lock acquired, and held for the life of this object
-    /// @param held what the thread holds, a lock or what can be released and acquired
-    ///             like one; released while another thread holds `lock`
+    /// @param lock acquired
+    /// @param held what the thread holds: a lock, or what can be released and acquired like
+    ///             one; let go of while another thread has `lock`
     template <class Held>
-    YieldingGuard(ACE_Recursive_Thread_Mutex& lock, Held&& held) : m_guard(lock, false) {
-        while (!m_guard.locked()) {
-            held.release();
-            lock.acquire();
-            lock.release();
-            held.acquire();
-            m_guard.tryacquire();
-        }
+    YieldingGuard(Lock& lock, Held&& held) : m_guard(lock, false) {
+        if (m_guard.locked()) return;
+        held.release();
+        m_guard.acquire();
+        held.acquire();
     }
 
 private:
-    ACE_Guard<ACE_Recursive_Thread_Mutex> m_guard;
+    ACE_Guard<Lock> m_guard;
 };
 
 }  // namespace NS_BUNDLEMGR1

@@ -18,6 +18,7 @@
 #include "bundle/currentexception.h"
 #include "bundle/heldbundle.h"
 #include "bundle/livebundles.h"
+#include "bundle/liveservices.h"
 #include "bundle/servicelibraries.h"
 #include "bundle/tablelock.h"
 #include "bundle/yieldingguard.h"
@@ -34,6 +35,7 @@ constexpr char kSourceFile[] = "bundlemgrimpl";
 constexpr char kConfigurationFile[] = "bundlemgr.cfg";
 constexpr int kDefaultIntSetting = 1024;
 constexpr int kInitThrew = -1;
+constexpr int kStoppedByFini = -1;
 constexpr std::chrono::seconds kCorbaPause(2);
 constexpr std::chrono::seconds kPause(5);
 
@@ -58,6 +60,16 @@ void Contain(const char* operation, BundleObject& bundle, Action action) {
                         g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: %s of bundle %s threw: %s\n", operation,
                                     bundle.GetName().c_str(), what.c_str());
                     });
+}
+
+// Whether the calling thread may not wait for the table: it has what comes later in the order
+// of locks, a bundle or the configurator, which the holder of the table may be waiting for.
+bool IsTableOutOfReach() {
+    return HeldBundle::Any() || ServiceBirth::Any();
+}
+
+ServiceInterface* InterfaceOf(BundleObject* bundle) {
+    return bundle != nullptr ? bundle->GetInterface() : nullptr;
 }
 
 // ACE creates its own singletons under the static-object lock. A service that is ended
@@ -95,7 +107,7 @@ void BundleMgr::Destroy() {
     ACE_GUARD(ACE_Recursive_Thread_Mutex, guard, staticLock);
     // In the other order, the configurator takes the static-object lock for each directive
     // that it reads while bundles are initialised under the table lock.
-    const YieldingGuard tableGuard(TableLock::Mutex(), staticLock);
+    const YieldingGuard<ACE_Recursive_Thread_Mutex> tableGuard(TableLock::Mutex(), staticLock);
     try {
         delete m_pInstance.load(std::memory_order_acquire);
     } catch (...) {
@@ -105,7 +117,11 @@ void BundleMgr::Destroy() {
 }
 
 BundleMgrImpl::BundleMgrImpl()
-    : m_pLogProxyMgr(std::make_unique<LogProxyMgrImpl>()), m_nIntSetting(kDefaultIntSetting), m_nPhase(MGR_PHASE_INIT) {
+    : m_pLogProxyMgr(std::make_unique<LogProxyMgrImpl>()),
+      m_nIntSetting(kDefaultIntSetting),
+      m_nPhase(MGR_PHASE_INIT),
+      m_nFinis(0),
+      m_nFinalising(0) {
     CreateAceSingletons();
 }
 
@@ -127,7 +143,7 @@ void BundleMgrImpl::RegisterBundle(BundleObject* pBundle) {
     const TableLock::Guard guard;
     Assert(pBundle != nullptr, "pBundle != 0", __LINE__);
     const std::string strName = pBundle->GetName();
-    Assert(FindBundle(strName) == nullptr, "m_mapBundleTable.find(strName) == m_mapBundleTable.end()", __LINE__);
+    Assert(!Knows(strName), "m_mapBundleTable.find(strName) == m_mapBundleTable.end()", __LINE__);
     m_mapBundleTable[strName] = TableEntry(pBundle);
     LiveBundles::Register(strName, pBundle);
 }
@@ -143,8 +159,14 @@ BundleObject* BundleMgrImpl::FindBundle(const std::string& name) const {
     return found != m_mapBundleTable.end() ? found->second.Get() : nullptr;
 }
 
+// A name without a bundle counts as well; a bundle that has gone does not.
+bool BundleMgrImpl::Knows(const std::string& name) const {
+    const auto found = m_mapBundleTable.find(name);
+    return found != m_mapBundleTable.end() && (found->second.IsNull() || found->second.Get() != nullptr);
+}
+
 BundleObject* BundleMgrImpl::GetBundle(const std::string& name) {
-    if (BundleObject* const held = HeldBundle::Named(name)) return held;
+    if (IsTableOutOfReach()) return LiveBundles::Registered(name);
     const TableLock::Guard guard;
     return FindBundle(name);
 }
@@ -152,9 +174,9 @@ BundleObject* BundleMgrImpl::GetBundle(const std::string& name) {
 BundleObject* BundleMgrImpl::LoadBundle(const std::string& name) {
     g_log.Prepare();
     const TableLock::Guard guard;
-    if (BundleObject* const loaded = FindBundle(name)) {
+    if (Knows(name)) {
         g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: Bundles （%s） already loaded previously!\n", name.c_str());
-        return loaded;
+        return FindBundle(name);
     }
     const std::string fileName = "lib" + name + ".so";
     // The library's initialisers register its bundle, on this thread, before dlopen
@@ -216,16 +238,28 @@ void BundleMgrImpl::ReadConfiguration() {
     const std::string file = directory + kConfigurationFile;
     ACE_OS::printf("cfg_file %s \n", file.c_str());
     BundleMgr_Config_Param(file.c_str()).GetConfig(m_mapConfiguredBundles, m_vecConfiguredBundles);
+    LiveBundles::Configure(m_vecConfiguredBundles);
 }
 
 int BundleMgrImpl::InitAllBundles() {
     g_log.Prepare();
-    SetMgrPhase(MGR_PHASE_INIT);
+    unsigned long finisBefore = 0;
+    {
+        const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(m_phaseLock);
+        if (m_nFinalising > 0) return kStoppedByFini;  // whose phase must stay
+        SetMgrPhase(MGR_PHASE_INIT);
+        finisBefore = m_nFinis;
+    }
     for (const bool core : {true, false}) {
-        const int result = InitBundles(SelectLoaded(core));
+        const int result = InitBundles(SelectLoaded(core), finisBefore);
         if (result != 0) return result;
     }
     return 0;
+}
+
+bool BundleMgrImpl::IsFinalisedSince(unsigned long finisBefore) {
+    const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(m_phaseLock);
+    return m_nFinis != finisBefore;
 }
 
 BundleMgrImpl::BundlesByOrder BundleMgrImpl::SelectLoaded(bool core) {
@@ -245,9 +279,10 @@ BundleMgrImpl::BundlesByOrder BundleMgrImpl::SelectLoaded(bool core) {
     return selected;
 }
 
-int BundleMgrImpl::InitBundles(const BundlesByOrder& bundles) {
+int BundleMgrImpl::InitBundles(const BundlesByOrder& bundles, unsigned long finisBefore) {
     const TableLock::Guard guard;
     for (const auto& entry : bundles) {
+        if (IsFinalisedSince(finisBefore)) return kStoppedByFini;
         BundleObject* const bundle = entry.second;
         const std::string name = bundle->GetName();
         g_log.Print(__LINE__, LOG_LEVEL_INFO, "\n========== Init Bundle --- [ %s ] ==========\n", name.c_str());
@@ -260,9 +295,21 @@ int BundleMgrImpl::InitBundles(const BundlesByOrder& bundles) {
     return 0;
 }
 
+BundleMgrImpl::FiniScope::FiniScope(BundleMgrImpl& manager) : m_manager(manager) {
+    const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(m_manager.m_phaseLock);
+    ++m_manager.m_nFinis;
+    ++m_manager.m_nFinalising;
+    m_manager.SetMgrPhase(MGR_PHASE_FINI);
+}
+
+BundleMgrImpl::FiniScope::~FiniScope() {
+    const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(m_manager.m_phaseLock);
+    --m_manager.m_nFinalising;
+}
+
 void BundleMgrImpl::FiniAllBundles() {
     g_log.Prepare();
-    SetMgrPhase(MGR_PHASE_FINI);
+    const FiniScope scope(*this);
     const TableLock::Guard guard;
     BundlesByOrder bundles;
     for (const auto& entry : m_mapBundleTable) {
@@ -291,6 +338,10 @@ void BundleMgrImpl::WaitAllBundlesThreadExit() {
 }
 
 void BundleMgrImpl::GetBundlesInReverseOrder(std::list<BundleObject*>& out) {
+    if (IsTableOutOfReach()) {
+        LiveBundles::ConfiguredInReverseOrder(out);
+        return;
+    }
     const TableLock::Guard guard;
     for (auto name = m_vecConfiguredBundles.rbegin(); name != m_vecConfiguredBundles.rend(); ++name) {
         out.push_back(m_mapBundleTable[*name].Get());
@@ -298,9 +349,9 @@ void BundleMgrImpl::GetBundlesInReverseOrder(std::list<BundleObject*>& out) {
 }
 
 ServiceInterface* BundleMgrImpl::GetBundleInterface(const std::string& name) {
+    if (IsTableOutOfReach()) return InterfaceOf(LiveBundles::Registered(name));
     const TableLock::Guard guard;
-    BundleObject* const bundle = FindBundle(name);
-    return bundle != nullptr ? bundle->GetInterface() : nullptr;
+    return InterfaceOf(FindBundle(name));
 }
 
 LogProxyMgr* BundleMgrImpl::GetLogProxyMgr() {

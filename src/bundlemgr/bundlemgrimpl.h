@@ -65,15 +65,32 @@ private:
         /// @return the bundle, or null when there is none or it is gone
         BundleObject* Get() const;
 
+        /// @return whether there never was one
+        bool IsNull() const { return m_pBundle == nullptr; }
+
     private:
         BundleObject* m_pBundle = nullptr;
         unsigned long m_nId = 0;  // see LiveBundles
     };
 
+    /// A call of `FiniAllBundles`.
+    class FiniScope {
+    public:
+        explicit FiniScope(BundleMgrImpl& manager);
+        ~FiniScope();
+        FiniScope(const FiniScope&) = delete;
+        FiniScope& operator=(const FiniScope&) = delete;
+
+    private:
+        BundleMgrImpl& m_manager;
+    };
+
     void ReadConfiguration();
     BundlesByOrder SelectLoaded(bool core);
-    int InitBundles(const BundlesByOrder& bundles);
+    int InitBundles(const BundlesByOrder& bundles, unsigned long finisBefore);
+    bool IsFinalisedSince(unsigned long finisBefore);
     BundleObject* FindBundle(const std::string& name) const;
+    bool Knows(const std::string& name) const;
     void ForgetBundles();
 
     // The tables are guarded by the TableLock.
@@ -83,8 +100,10 @@ private:
     std::vector<std::string> m_vecConfiguredBundles;  // in file order, duplicates kept
     std::map<std::string, TableEntry> m_mapBundleTable;
     std::atomic<int> m_nIntSetting;
-    ACE_Recursive_Thread_Mutex m_phaseLock;  // guards m_nPhase
+    ACE_Recursive_Thread_Mutex m_phaseLock;  // guards the three below
     int m_nPhase;
+    unsigned long m_nFinis;  // calls of FiniAllBundles so far
+    int m_nFinalising;       // those that are under way
 };
 
 }  // namespace NS_BUNDLEMGR1

@@ -97,7 +97,8 @@ TEST_F(BundlesTest, AMissingLibraryDoesNotKeepTheOthersFromRunning) {
                                   "> interface=fx_missing: none\n"
                                   "> interface=unknown: none\n"));
     EXPECT_THAT(output, HasSubstr("M2: found service M1 of fx_first\n"));
-    EXPECT_THAT(output, HasSubstr("> init: 0\n> state=fx_second: 1\n" + missing + "> load-one=fx_missing: none\n"));
+    EXPECT_THAT(output, HasSubstr("> init: 0\n> state=fx_second: 1\nError: Bundles \xEF\xBC\x88"
+                                  "fx_missing\xEF\xBC\x89 already loaded previously!\n> load-one=fx_missing: none\n"));
     EXPECT_THAT(output, HasSubstr(EndService("M1") + "> fini: done\n" + BeginExit("fx_second", "M2")));
     EXPECT_THAT(output, testing::EndsWith("> destroy: done\n> destroy-log: done\n"));
     EXPECT_THAT(Records(),

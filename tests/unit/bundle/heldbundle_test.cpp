@@ -2,47 +2,45 @@
 
 #include <thread>
 
-#include "bundletest.h"
+#include <gtest/gtest.h>
+
+#include "bundle/tablelock.h"
 
 namespace NS_BUNDLEMGR1 {
 namespace {
 
-using HeldBundleTest = test::BundleTest;  // "bundle" is registered there
-
-TEST_F(HeldBundleTest, IsKnownWhileItIsHeld) {
-    EXPECT_EQ(nullptr, HeldBundle::Named("bundle"));
+TEST(HeldBundleTest, IsKnownWhileItIsHeld) {
+    ACE_Recursive_Thread_Mutex lock;
+    EXPECT_FALSE(HeldBundle::Any());
     {
-        const HeldBundle held(&m_bundle);
-        EXPECT_EQ(&m_bundle, HeldBundle::Named("bundle"));
-        EXPECT_EQ(nullptr, HeldBundle::Named("other"));
+        const HeldBundle held(lock);
+        EXPECT_TRUE(HeldBundle::Any());
+        const HeldBundle again(lock);
     }
-    EXPECT_EQ(nullptr, HeldBundle::Named("bundle"));
+    EXPECT_FALSE(HeldBundle::Any());
 }
 
-TEST_F(HeldBundleTest, SeveralMayBeHeldAtOnce) {
-    test::TestBundle other("other");
-    BundleMgr::Instance()->RegisterBundle(&other);
-    const HeldBundle outer(&m_bundle);
-    const HeldBundle inner(&other);
-    const HeldBundle again(&other);
-    EXPECT_EQ(&m_bundle, HeldBundle::Named("bundle"));
-    EXPECT_EQ(&other, HeldBundle::Named("other"));
+TEST(HeldBundleTest, TheTableIsNoBundle) {
+    const TableLock::Guard table;
+    EXPECT_FALSE(HeldBundle::Any());
 }
 
-TEST_F(HeldBundleTest, IsNotKnownToOtherThreads) {
-    const HeldBundle held(&m_bundle);
-    const BundleObject* seen = &m_bundle;
-    std::thread([&seen] { seen = HeldBundle::Named("bundle"); }).join();
-    EXPECT_EQ(nullptr, seen);
+TEST(HeldBundleTest, IsNotKnownToOtherThreads) {
+    ACE_Recursive_Thread_Mutex lock;
+    const HeldBundle held(lock);
+    bool seen = true;
+    std::thread([&seen] { seen = HeldBundle::Any(); }).join();
+    EXPECT_FALSE(seen);
 }
 
-TEST_F(HeldBundleTest, IsNotFoundUnlessTheManagerKnowsIt) {
-    test::TestBundle stranger("stranger");
-    test::TestBundle namesake("bundle");
-    const HeldBundle held(&stranger);
-    const HeldBundle heldNamesake(&namesake);
-    EXPECT_EQ(nullptr, HeldBundle::Named("stranger"));
-    EXPECT_EQ(nullptr, HeldBundle::Named("bundle"));
+TEST(HeldBundleTest, IsNotHeldInAPause) {
+    ACE_Recursive_Thread_Mutex lock;
+    const HeldBundle held(lock);
+    {
+        const LockPause pause;
+        EXPECT_FALSE(HeldBundle::Any());
+    }
+    EXPECT_TRUE(HeldBundle::Any());
 }
 
 }  // namespace

@@ -2,10 +2,12 @@
 
 #include <cstdint>
 #include <list>
+#include <memory>
 #include <thread>
 
 #include <gtest/gtest.h>
 
+#include "bundle/nestedlock.h"
 #include "support/elsewhere.h"
 
 namespace NS_BUNDLEMGR1 {
@@ -48,19 +50,128 @@ TEST(LiveServicesTest, LeavingByNumberSparesTheSuccessor) {
     EXPECT_EQ(0U, LiveServices::IdOf(At(16)));
 }
 
-unsigned long IdOfElsewhere(const ServiceObjectBase* service) {
-    unsigned long id = 0;
-    std::thread([&id, service] { id = LiveServices::IdOf(service); }).join();
-    return id;
+bool MayCall(const ServiceObjectBase* service, ServiceCall::Purpose purpose, unsigned long id = 0) {
+    return static_cast<bool>(ServiceCall(service, id, purpose));
 }
 
-TEST(ServiceBirthTest, AServiceIsItsMakersUntilItIsPublished) {
-    const ServiceBirth birth("fx_first", nullptr);
+bool MayCallElsewhere(const ServiceObjectBase* service, ServiceCall::Purpose purpose) {
+    bool may = false;
+    std::thread([&] { may = MayCall(service, purpose); }).join();
+    return may;
+}
+
+TEST(ServiceCallTest, IsForLiveServicesOfTheRightNumber) {
+    EXPECT_FALSE(MayCall(At(16), ServiceCall::kUse));
     const unsigned long id = LiveServices::Enter(At(16));
-    EXPECT_EQ(id, LiveServices::IdOf(At(16)));
-    EXPECT_EQ(0U, IdOfElsewhere(At(16)));
+    EXPECT_TRUE(MayCall(At(16), ServiceCall::kUse));
+    EXPECT_TRUE(MayCall(At(16), ServiceCall::kEndThreads, id));
+    EXPECT_FALSE(MayCall(At(16), ServiceCall::kUse, id + 1));
+    LiveServices::Leave(At(16));
+    EXPECT_FALSE(MayCall(At(16), ServiceCall::kEndThreads, id));
+}
+
+TEST(ServiceCallTest, IsKnownToItsThread) {
+    LiveServices::Enter(At(16));
+    EXPECT_FALSE(InService::IsActive());
+    {
+        const ServiceCall call(At(16), 0, ServiceCall::kUse);
+        EXPECT_TRUE(InService::IsActive());
+        std::thread([] { EXPECT_FALSE(InService::IsActive()); }).join();
+    }
+    EXPECT_FALSE(InService::IsActive());
+}
+
+TEST(ServiceCallTest, AServiceThatIsBeingMadeIsItsMakersUntilItIsPublished) {
+    const ServiceBirth birth("fx_first", nullptr);
+    LiveServices::Enter(At(16));
+    EXPECT_TRUE(MayCall(At(16), ServiceCall::kUse));
+    EXPECT_FALSE(MayCallElsewhere(At(16), ServiceCall::kUse));
+    EXPECT_FALSE(MayCallElsewhere(At(16), ServiceCall::kEndThreads));
     birth.Publish();
-    EXPECT_EQ(id, IdOfElsewhere(At(16)));
+    EXPECT_TRUE(MayCallElsewhere(At(16), ServiceCall::kUse));
+}
+
+TEST(ServiceCallTest, OnceConstructedItMayBeToldToEndItsThreads) {
+    const ServiceBirth birth("fx_first", nullptr);
+    LiveServices::Enter(At(16));
+    LiveServices::MarkMade(At(16));
+    EXPECT_TRUE(MayCallElsewhere(At(16), ServiceCall::kEndThreads));
+    EXPECT_FALSE(MayCallElsewhere(At(16), ServiceCall::kUse));
+}
+
+TEST(ServiceCallTest, NobodyCallsWhatDidNotInitialise) {
+    for (const bool isMade : {true, false}) {
+        const ServiceBirth birth("fx_first", nullptr);
+        const unsigned long id = LiveServices::Enter(At(16));
+        if (isMade) LiveServices::MarkMade(At(16));
+        LiveServices::GiveUp(At(16), id);
+        birth.Publish();
+        EXPECT_FALSE(MayCall(At(16), ServiceCall::kEndThreads));
+        EXPECT_FALSE(MayCallElsewhere(At(16), ServiceCall::kUse));
+    }
+}
+
+TEST(ServiceCallTest, WhoEndsAServiceIsTheOnlyOneToCallIt) {
+    LiveServices::Enter(At(16));
+    LiveServices::MarkMade(At(16));
+    LiveServices::Retire(At(16));
+    EXPECT_TRUE(MayCall(At(16), ServiceCall::kUse));
+    EXPECT_FALSE(MayCallElsewhere(At(16), ServiceCall::kUse));
+    EXPECT_FALSE(MayCallElsewhere(At(16), ServiceCall::kEndThreads));
+}
+
+TEST(ServiceCallTest, KeepsAServiceFromBeingEnded) {
+    LiveServices::Enter(At(16));
+    auto call = std::make_unique<ServiceCall>(At(16), 0, ServiceCall::kUse);
+    auto another = std::make_unique<ServiceCall>(At(16), 0, ServiceCall::kUse);
+    ACE_Recursive_Thread_Mutex lock;
+    const test::Elsewhere ending([&lock] {
+        const ServiceCall ownCalls(At(16), 0, ServiceCall::kUse);  // is no obstacle
+        const NestedGuard held(lock, LockRank::kBundle);
+        LiveServices::Retire(At(16));
+    });
+    EXPECT_TRUE(test::WaitFor([] { return !MayCall(At(16), ServiceCall::kUse); }));
+    { const NestedGuard free(lock, LockRank::kBundle); }  // is let go of meanwhile
+    EXPECT_FALSE(ending.Finishes(std::chrono::milliseconds(20)));
+    call.reset();
+    EXPECT_FALSE(ending.Finishes(std::chrono::milliseconds(20)));
+    another.reset();
+    EXPECT_TRUE(ending.Finishes());
+}
+
+TEST(LiveServicesTest, KnowsWhatAnotherThreadIsEnding) {
+    const unsigned long id = LiveServices::Enter(At(16));
+    EXPECT_FALSE(LiveServices::IsRetiredElsewhere(At(16), id));
+    std::thread([] { LiveServices::Retire(At(16)); }).join();
+    EXPECT_TRUE(LiveServices::IsRetiredElsewhere(At(16), id));
+    EXPECT_FALSE(LiveServices::IsRetiredElsewhere(At(16), id + 1));
+    LiveServices::Retire(At(16));
+    EXPECT_FALSE(LiveServices::IsRetiredElsewhere(At(16), id));
+}
+
+TEST(LiveServicesTest, ItsEndCanBeAwaited) {
+    const unsigned long id = LiveServices::Enter(At(16));
+    const test::Elsewhere waiting([id] { LiveServices::AwaitEnd(At(16), id); });
+    EXPECT_FALSE(waiting.Finishes(std::chrono::milliseconds(20)));
+    LiveServices::Enter(At(16));  // a successor
+    LiveServices::Leave(At(32));
+    LiveServices::Enter(At(32));
+    LiveServices::Leave(At(32));
+    EXPECT_TRUE(waiting.Finishes());
+    LiveServices::AwaitEnd(At(16), id);
+}
+
+TEST(LiveServicesTest, OnlyWhatTheConfiguratorMadeByAPlainFactoryMayVanish) {
+    LiveServices::Enter(At(8));
+    const ServiceBirth birth("fx_first", nullptr);
+    LiveServices::Enter(At(16));
+    LiveServices::Enter(At(32));
+    LiveServices::MarkMade(At(32));
+    EXPECT_FALSE(LiveServices::MayVanish(At(8)));
+    EXPECT_TRUE(LiveServices::MayVanish(At(16)));
+    EXPECT_FALSE(LiveServices::MayVanish(At(32)));
+    LiveServices::Retire(At(16));
+    EXPECT_FALSE(LiveServices::MayVanish(At(16)));
 }
 
 TEST(ServiceBirthTest, ANestedBirthPublishesOnlyItsOwn) {
@@ -71,8 +182,15 @@ TEST(ServiceBirthTest, ANestedBirthPublishesOnlyItsOwn) {
         LiveServices::Enter(At(32));
         inner.Publish();
     }
-    EXPECT_EQ(0U, IdOfElsewhere(At(16)));
-    EXPECT_NE(0U, IdOfElsewhere(At(32)));
+    EXPECT_FALSE(MayCallElsewhere(At(16), ServiceCall::kUse));
+    EXPECT_TRUE(MayCallElsewhere(At(32), ServiceCall::kUse));
+}
+
+TEST(ServiceBirthTest, IsKnownToItsThread) {
+    EXPECT_FALSE(ServiceBirth::Any());
+    const ServiceBirth birth("fx_first", nullptr);
+    EXPECT_TRUE(ServiceBirth::Any());
+    std::thread([] { EXPECT_FALSE(ServiceBirth::Any()); }).join();
 }
 
 TEST(ServiceBirthTest, ItsChildrenAreThoseThatItHasNotPublished) {
@@ -82,6 +200,8 @@ TEST(ServiceBirthTest, ItsChildrenAreThoseThatItHasNotPublished) {
     const unsigned long id = LiveServices::Enter(At(32));
     LiveServices::Leave(At(16));
     std::thread([] { LiveServices::Enter(At(64)); }).join();
+    LiveServices::Enter(At(48));
+    LiveServices::Retire(At(48));
     ASSERT_EQ(1U, birth.Children().size());
     EXPECT_EQ(At(32), birth.Children().front().service);
     EXPECT_EQ(id, birth.Children().front().id);
@@ -91,8 +211,8 @@ TEST(ServiceBirthTest, ItsChildrenAreThoseThatItHasNotPublished) {
 
 TEST(ServiceBirthTest, AServiceThatIsOnlyConstructedIsEverybodys) {
     { const ServiceBirth over("fx_first", nullptr); }
-    const unsigned long id = LiveServices::Enter(At(16));
-    EXPECT_EQ(id, IdOfElsewhere(At(16)));
+    LiveServices::Enter(At(16));
+    EXPECT_TRUE(MayCallElsewhere(At(16), ServiceCall::kUse));
 }
 
 TEST(ServiceBirthTest, TheBundleIsKnownByNameOnItsThreadOnly) {

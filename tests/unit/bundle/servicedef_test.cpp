@@ -1,5 +1,7 @@
 #include <stdexcept>
 
+#include <ace/Service_Config.h>
+
 #include "bundle/liveservices.h"
 #include "bundletest.h"
 #include "slotstest.h"
@@ -127,11 +129,33 @@ TEST_F(ServiceTest, InitAndInfoStayThoseOfAce) {
     EXPECT_EQ(ACE_INVALID_HANDLE, service.get_handle());
 }
 
-TEST_F(ServiceTest, IsLiveFromItsConstructionToItsFini) {
+TEST_F(ServiceTest, StaysLiveWhenItCallsItsFiniByItself) {
     TestService service(m_trace, "bundle", "svc");
     EXPECT_NE(0U, LiveServices::IdOf(&service));
     service.fini();
-    EXPECT_EQ(0U, LiveServices::IdOf(&service));
+    EXPECT_NE(0U, LiveServices::IdOf(&service));
+}
+
+TEST_F(ServiceTest, IsFoundAndAskedForItsThreadsAfterItRestartedItself) {
+    NamedInterface published;
+    TestService& service = Add("svc");
+    service.m_pInterface = &published;
+    service.fini();
+    service.init(0, nullptr);
+    EXPECT_EQ(&published, m_bundle.FindServiceInterface("svc"));
+    m_bundle.WaitThreadExit();
+    EXPECT_THAT(m_trace, testing::ElementsAre("fini svc", "exit svc"));
+}
+
+TEST_F(ServiceTest, IsNotLiveWhenTheConfiguratorFreedItWithoutItsDestructor) {
+    {
+        const ServiceBirth birth("bundle", &m_bundle);
+        Add("svc", nullptr);
+        birth.Publish();
+    }
+    ACE_Service_Config::remove("svc");
+    m_bundle.WaitThreadExit();
+    EXPECT_THAT(m_trace, testing::ElementsAre("fini svc"));
 }
 
 TEST_F(ServiceTest, IsNotLiveAfterItsDestructor) {

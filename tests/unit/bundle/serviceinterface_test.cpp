@@ -376,14 +376,75 @@ TEST_F(ProxyTest, AFirstEntryOfAnotherTypeIsAnExceptionEvenIfTheNextWouldDo) {
     EXPECT_EQ(&m_foreign, ServiceInterfaceProxy<ServiceInterface>("Sums").GetInterface());
 }
 
-TEST_F(ProxyTest, ANullFirstEntryIsAnException) {
+TEST_F(ProxyTest, ANullFirstEntryIsHandedOut) {
     Publish("first", "Sums", &m_adder);
     SetIFBuf("Sums", nullptr);
     Interfaces all{&m_other};
-    EXPECT_THROW(AdderProxy("Sums").GetInterface(&all), InterfaceNotExistException);
-    EXPECT_THAT(all, ElementsAre(&m_other));
+    AdderProxy proxy("Sums");
+    EXPECT_EQ(nullptr, proxy.GetInterface());
+    EXPECT_EQ(nullptr, proxy.GetInterface(&all));
+    EXPECT_THAT(all, ElementsAre(IsNull()));
+    EXPECT_EQ(nullptr, ServiceInterfaceProxy<ServiceInterface>("Sums").GetInterface());
+    SetIFBuf("Sums", &m_adder);
+    EXPECT_EQ(&m_adder, proxy.GetInterface());
+}
+
+TEST_F(ProxyTest, WhatWasFoundIsNotTouchedAgain) {
+    auto published = std::make_unique<Adder>();
+    Adder* const address = published.get();
+    Publish("first", "Sums", address);
+    AdderProxy proxy("Sums");
+    EXPECT_EQ(address, proxy.GetInterface());
+    published.reset();
+    Interfaces all;
+    EXPECT_EQ(address, proxy.GetInterface());
+    EXPECT_EQ(address, proxy.GetInterface(&all));
+    EXPECT_EQ(address, AdderProxy("Sums").GetInterface());
+    EXPECT_EQ(address, AdderProxy("Sums", "second").GetInterface());
+}
+
+TEST_F(ProxyTest, WhatWasSetIsNotTouchedAgain) {
+    auto published = std::make_unique<Adder>();
+    Adder* const address = published.get();
+    SetIFBuf("Sums", address);
+    EXPECT_EQ(address, AdderProxy("Sums").GetInterface());
+    published.reset();
+    EXPECT_EQ(address, AdderProxy("Sums").GetInterface());
+}
+
+TEST_F(ProxyTest, EachTypeIsVerifiedByItself) {
     SetIFBuf("Sums", &m_adder);
     EXPECT_EQ(&m_adder, AdderProxy("Sums").GetInterface());
+    EXPECT_THROW(ServiceInterfaceProxy<NamedInterface>("Sums").GetInterface(), InterfaceNotExistException);
+    EXPECT_EQ(&m_adder, AdderProxy("Sums").GetInterface());
+    SetIFBuf("Sums", &m_foreign);
+    EXPECT_THROW(AdderProxy("Sums").GetInterface(), InterfaceNotExistException);
+}
+
+TEST_F(ProxyTest, AListThatItsHolderChangesIsNoticed) {
+    AdderProxy proxy("Sums");
+    Interfaces& list = *CheckIFBuf("Sums");
+    SetIFBuf("Sums", &m_adder);
+    EXPECT_EQ(&m_adder, proxy.GetInterface());
+    list.clear();
+    EXPECT_THROW(proxy.GetInterface(), InterfaceNotExistException);
+    list.push_back(&m_other);
+    EXPECT_EQ(&m_other, proxy.GetInterface());
+    list.insert(list.begin(), &m_adder);
+    EXPECT_EQ(&m_adder, proxy.GetInterface());
+    list = Interfaces(100, &m_other);
+    EXPECT_EQ(&m_other, proxy.GetInterface());
+    list.clear();
+    list.shrink_to_fit();
+    Publish("first", "Sums", &m_adder);
+    EXPECT_EQ(&m_adder, proxy.GetInterface());
+}
+
+TEST_F(ProxyTest, AServiceMaySearchWhileItIsAskedForItsInterface) {
+    Publish("second", "Other", &m_other);
+    const TestService::Action onGetInterface = [] { AdderProxy("Other").GetInterface(); };
+    Publish("first", "Sums", &m_adder).onGetInterface = &onGetInterface;
+    EXPECT_TRUE(CanBeDoneElsewhere([] { AdderProxy("Sums").GetInterface(); }));
 }
 
 TEST_F(ProxyTest, AFinalisedServiceIsNotAsked) {

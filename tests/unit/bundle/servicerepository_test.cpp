@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "bundle/heldbundle.h"
 #include "bundle/tablelock.h"
 #include "bundletest.h"
 #include "support/elsewhere.h"
@@ -196,21 +197,19 @@ TEST_F(ServiceRepositoryTest, HoldsTheRepositoryForItsLife) {
 // A lock as a thread may hold it before it turns to the repository.
 class HeldLockTest : public ServiceRepositoryTest {
 protected:
-    NestedHold Hold() { return NestedHold(m_lock, m_depth); }
     bool IsFree() {
-        return CanBeDoneElsewhere([this] { const NestedGuard guard(m_lock, m_depth); });
+        return CanBeDoneElsewhere([this] { const HeldBundle guard(m_lock); });
     }
 
     ACE_Recursive_Thread_Mutex m_lock;
-    unsigned m_depth = 0;
 };
 
 TEST_F(HeldLockTest, ABundleStaysHeldWhileTheRepositoryIsFree) {
-    auto bundle = std::make_unique<NestedGuard>(m_lock, m_depth);
-    const Elsewhere other([this] { const NestedGuard otherGuard(m_lock, m_depth); });
+    auto bundle = std::make_unique<HeldBundle>(m_lock);
+    const Elsewhere other([this] { const HeldBundle otherGuard(m_lock); });
     {
-        const ServiceRepository repository(Hold());
-        const ServiceRepository again(Hold());
+        const ServiceRepository repository;
+        const ServiceRepository again;
         EXPECT_FALSE(other.Finishes(std::chrono::milliseconds(20)));
     }
     EXPECT_FALSE(other.Finishes(std::chrono::milliseconds(20)));
@@ -224,15 +223,15 @@ TEST_F(HeldLockTest, BundleAndTableAreGivenBackWhileTheRepositoryIsBusy) {
     const Elsewhere waiting([&] {
         const TableLock::Guard table;
         const TableLock::Guard tableAgain;
-        const NestedGuard bundle(m_lock, m_depth);
-        const NestedGuard bundleAgain(m_lock, m_depth);
+        const HeldBundle bundle(m_lock);
+        const HeldBundle bundleAgain(m_lock);
         holdsBoth = true;
-        const ServiceRepository repository(Hold());
+        const ServiceRepository repository;
     });
     EXPECT_TRUE(test::WaitFor([&] { return holdsBoth.load(); }));
     {
         const TableLock::Guard table;  // this thread holds the repository
-        const NestedGuard bundle(m_lock, m_depth);
+        const HeldBundle bundle(m_lock);
     }
     EXPECT_FALSE(waiting.Finishes(std::chrono::milliseconds(20)));
     busy.reset();
@@ -240,7 +239,6 @@ TEST_F(HeldLockTest, BundleAndTableAreGivenBackWhileTheRepositoryIsBusy) {
     EXPECT_TRUE(IsFree());
     EXPECT_TRUE(CanBeDoneElsewhere([] { const TableLock::Guard table; }));
     EXPECT_TRUE(CanBeDoneElsewhere([] { IsInRepository("svc"); }));
-    EXPECT_EQ(0U, m_depth);
 }
 
 TEST_F(HeldLockTest, TheTableIsGivenBackByWhoeverHoldsNoBundle) {

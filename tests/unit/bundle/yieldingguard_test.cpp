@@ -4,6 +4,7 @@
 #include <list>
 #include <memory>
 
+#include <ace/Recursive_Thread_Mutex.h>
 #include <gtest/gtest.h>
 
 #include "support/elsewhere.h"
@@ -15,6 +16,7 @@ using test::CanBeDoneElsewhere;
 using test::Elsewhere;
 
 using Guard = ACE_Guard<ACE_Recursive_Thread_Mutex>;
+using Yielding = YieldingGuard<ACE_Recursive_Thread_Mutex>;
 
 class YieldingGuardTest : public testing::Test {
 protected:
@@ -33,7 +35,7 @@ protected:
 
 TEST_F(YieldingGuardTest, HoldsTheLockForItsLife) {
     const Guard held(m_held);
-    auto guard = std::make_unique<YieldingGuard>(m_lock, m_held);
+    auto guard = std::make_unique<Yielding>(m_lock, m_held);
     const auto other = Wanting(m_lock);
     EXPECT_TRUE(Waits(*other));
     guard.reset();
@@ -43,8 +45,8 @@ TEST_F(YieldingGuardTest, HoldsTheLockForItsLife) {
 TEST_F(YieldingGuardTest, LetsNobodyInWhileItNeedNotWait) {
     auto held = std::make_unique<Guard>(m_held);
     const auto wantingHeld = Wanting(m_held);
-    auto outer = std::make_unique<YieldingGuard>(m_lock, m_held);
-    auto inner = std::make_unique<YieldingGuard>(m_lock, m_held);
+    auto outer = std::make_unique<Yielding>(m_lock, m_held);
+    auto inner = std::make_unique<Yielding>(m_lock, m_held);
     const auto wantingLock = Wanting(m_lock);
     EXPECT_TRUE(Waits(*wantingHeld));
     inner.reset();
@@ -62,7 +64,7 @@ TEST_F(YieldingGuardTest, GivesTheOtherLockBackWhileItWaits) {
     const Elsewhere waiting([this, &holds] {
         const Guard held(m_held);
         holds = true;
-        const YieldingGuard guard(m_lock, m_held);
+        const Yielding guard(m_lock, m_held);
     });
     ASSERT_TRUE(test::WaitFor([&holds] { return holds.load(); }));
     { const Guard held(m_held); }  // as a thread that takes the two in this order does
@@ -86,7 +88,7 @@ TEST_F(YieldingGuardTest, ThreadsInEitherOrderDoNotBlockEachOther) {
                     ++counter;
                 } else {
                     const Guard held(m_held);
-                    const YieldingGuard lock(m_lock, m_held);
+                    const Yielding lock(m_lock, m_held);
                     ++counter;
                 }
             }
