@@ -74,9 +74,15 @@ class ServiceObjectBase;
 /// while it loads (`ZO_BUNDLE`). The services belong to ACE's service repository.
 ///
 /// Thread safety: the operations on services hold the bundle's recursive lock for
-/// their whole run, so a service may call back into its bundle on the same thread;
-/// it must not wait there for another thread that needs this bundle. The operations
-/// on the state and the interface take no lock.
+/// their whole run, so a service may call back into its bundle, into other bundles and into
+/// the manager on the same thread. Where such a call has to wait for another thread, the
+/// lock is let go of meanwhile; user code that waits by itself must not wait there for
+/// a thread that needs this bundle. The operations on the state and the interface take no
+/// lock.
+///
+/// To stay alive: a thread that runs code of a plug-in must have ended before the host
+/// calls `BundleMgr::Destroy`, which unloads that code; `Fini`, `ExitThreads` and
+/// `WaitThreadExit` are the places to see to it.
 ///
 /// The order of the virtual operations is part of the contract with bundles in the
 /// field; new ones go to the end.
@@ -112,7 +118,9 @@ public:
     virtual void Fini();
 
     /// Asks every service, newest first, to end its threads, and returns when all
-    /// have. A service that has been finalised already is not asked.
+    /// have. A service whose `init` is still running on another thread is asked as well, if
+    /// `ZO_SERVICE_FACTORY` made it; one that has been removed already, or is being removed
+    /// by another thread, is not.
     virtual void WaitThreadExit();
 
     /// Enters a service; called by the constructor of `ServiceObjectBase`. A null
@@ -122,7 +130,8 @@ public:
     virtual void RegisterServiceObject(const char* serviceName, ServiceObjectBase* service);
 
     /// Finalises and destroys a service, takes it out of the table and posts
-    /// `LIGHT_EVENT_SERVICE_REMOVED`. An unknown name is only reported on the log.
+    /// `LIGHT_EVENT_SERVICE_REMOVED`. An unknown name is only reported on the log, at once;
+    /// so is one that another thread has been removing, when that is done.
     /// @param serviceName the service's name, not null
     virtual void RemoveServiceObject(const char* serviceName);
 
@@ -145,7 +154,8 @@ public:
     int LoadAllServiceObjects();
 
     /// Finalises and destroys the services, newest first. Their names stay in the
-    /// table, but they are not called again.
+    /// table, but they are not called again. Once the manager is finalising, no loading on
+    /// another thread leaves a service behind.
     void UnLoadAllServiceObjects();
 
     BundleObject(const BundleObject&) = delete;
@@ -185,8 +195,10 @@ private:
 /// Created by its factory while the bundle loads its services; registers itself with
 /// the bundle; initialised by ACE through `init`; ended by `ExitThreads`, `fini` and
 /// the destructor (the latter only when its factory set an exterminator, as
-/// `ZO_SERVICE_FACTORY` does). Until its `init` has returned 0, the thread that brings it
-/// up is the only one on which the library calls it or hands out its interface.
+/// `ZO_SERVICE_FACTORY` does). Until its `init` has returned 0, its interface is handed out
+/// only on the thread that brings it up, and other threads call nothing but `ExitThreads`.
+///
+/// A service may restart itself with `fini` and `init`. It must not delete itself.
 ///
 /// The order of the virtual operations is part of the contract with services in the
 /// field; new ones go to the end.
@@ -206,7 +218,9 @@ public:
     /// @return the service's name, valid as long as the service
     virtual const char* GetName() const;
 
-    /// Ends the service's own threads and returns when they have ended.
+    /// Ends the service's own threads and returns when they have ended. May be called
+    /// while `init` runs on another thread, which is how an `init` that waits learns that it
+    /// is to give up.
     virtual void ExitThreads() = 0;
 
     /// @return the published interface, or null

@@ -45,8 +45,9 @@ enum MgrPhase : int {
 /// Thread safety: every operation but `Destroy` may be called from any thread.
 /// Bundles are initialised, finalised and waited for under one recursive lock, so
 /// other threads wait meanwhile, while the bundles themselves may call back. Only while
-/// a bundle's services have to wait for one that another thread brings up, that thread
-/// is let in, lest the two wait for each other.
+/// such a bundle has to wait for another thread in its turn, others are let in, lest the two
+/// wait for each other. Services that are being made or ended look bundles up without
+/// waiting.
 ///
 /// The order of the virtual operations is part of the contract with bundles in the
 /// field; new ones go to the end.
@@ -57,7 +58,8 @@ public:
     static BundleMgr* Instance();
 
     /// Closes every bundle library and deletes the manager. Does nothing when there
-    /// is none. For the host, when its threads no longer use the manager.
+    /// is none. For the host, when its threads no longer use the manager, and no thread is in
+    /// the code of a bundle or service, which is unmapped.
     static void Destroy();
 
     /// May throw, as the destructors of the bundles may; `Destroy` swallows it.
@@ -65,7 +67,8 @@ public:
 
     /// Files a bundle under its name; called by the bundle's library while it loads.
     /// The bundle stays its library's. A null bundle, or a second one of a name,
-    /// fails an ACE assertion and ends the process.
+    /// fails an ACE assertion and ends the process. A configured bundle that somebody has
+    /// asked for in vain (`GetBundlesInReverseOrder`) has its place in the table already.
     /// @param pBundle the bundle, of a name that is not in the table
     virtual void RegisterBundle(BundleObject* pBundle) = 0;
 
@@ -91,7 +94,8 @@ public:
     /// Loads `lib<name>.so`, found by the dynamic loader's rules.
     /// @param name the bundle's name
     /// @return the bundle, also when it was there already; null (and a log record)
-    ///         when the library cannot be loaded or registered no such bundle
+    ///         when the library cannot be loaded or registered no such bundle, or the name
+    ///         has a place in the table without a bundle
     virtual BundleObject* LoadBundle(const std::string& name) = 0;
 
     /// Forgets the registered bundles and loads those that `bundlemgr.cfg` names.
@@ -99,7 +103,8 @@ public:
     virtual int LoadAllBundles() = 0;
 
     /// @param out the configured bundles are appended, last configured first; a
-    ///            configured bundle that never registered appends a null pointer
+    ///            configured bundle that never registered appends a null pointer, and has
+    ///            a place in the table from then on
     virtual void GetBundlesInReverseOrder(std::list<BundleObject*>& out) = 0;
 
     /// @param name the bundle's name, compared exactly
