@@ -8,11 +8,10 @@
 #include <string_view>
 #include <utility>
 
-#include <ace/OS_NS_stdio.h>
-
 #include "bundlemgr/base.h"
 #include "log/logproxy.h"
 #include "platform/iconv.h"
+#include "platform/standardoutput.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -189,7 +188,7 @@ Direction* FindOrOpen(const std::string& from, const std::string& to) {
 
 void ReportFailedOpen(const std::string& from, const std::string& to) {
     constexpr char kFormat[] = "[CodeSetConvert]:iconv_open(%s,%s) failed.\n";
-    ACE_OS::printf(kFormat, to.c_str(), from.c_str());
+    PrintOut(kFormat, to.c_str(), from.c_str());
     g_log.Print(__LINE__, LOG_LEVEL_ERROR, kFormat, to.c_str(), from.c_str());
 }
 

@@ -3,10 +3,9 @@
 #include <algorithm>
 #include <iterator>
 
-#include <ace/OS_NS_stdio.h>
-
 #include "bundlemgr/base.h"
 #include "log/logproxy.h"
+#include "platform/standardoutput.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -47,7 +46,7 @@ BundleMgr_Config_Param::BundleMgr_Config_Param(const char* cfgFileName) : Config
 BundleMgr_Config_Param::~BundleMgr_Config_Param() = default;
 
 int BundleMgr_Config_Param::Read() {
-    ACE_OS::printf("m_strCfgFileName=%s \n", m_strCfgFileName.c_str());
+    PrintOut("m_strCfgFileName=%s \n", m_strCfgFileName.c_str());
     std::vector<NameValueStru> items;
     if (!GetAllCfgFrmFile(items, m_strCfgFileName, true)) {
         g_log.Print(__LINE__, LOG_LEVEL_INFO, kFileOpenFailed, m_strCfgFileName.c_str());

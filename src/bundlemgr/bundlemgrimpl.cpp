@@ -8,7 +8,6 @@
 #include <ace/DLL_Manager.h>
 #include <ace/Framework_Component.h>
 #include <ace/Guard_T.h>
-#include <ace/OS_NS_stdio.h>
 #include <ace/Service_Config.h>
 #include <ace/Service_Repository.h>
 #include <ace/Static_Object_Lock.h>
@@ -26,6 +25,7 @@
 #include "bundlemgr/bundleenvironment.h"
 #include "log/logproxy.h"
 #include "log/logproxymgrimpl.h"
+#include "platform/standardoutput.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -222,7 +222,7 @@ int BundleMgrImpl::LoadAllBundles() {
 void BundleMgrImpl::GetLoadBundles(std::list<std::string>& out, const char** coreBundles) {
     out.clear();
     if (coreBundles == nullptr) {
-        ACE_OS::printf("in [BundleMgrImpl::GetLoadBundles] coreBundles is null");
+        PrintOutText("in [BundleMgrImpl::GetLoadBundles] coreBundles is null");
         return;
     }
     for (; *coreBundles != nullptr; ++coreBundles) out.emplace_back(*coreBundles);
@@ -236,7 +236,7 @@ void BundleMgrImpl::ReadConfiguration() {
     const std::string directory = GetCfgDirPath();
     if (directory.empty()) return;
     const std::string file = directory + kConfigurationFile;
-    ACE_OS::printf("cfg_file %s \n", file.c_str());
+    PrintOut("cfg_file %s \n", file.c_str());
     BundleMgr_Config_Param(file.c_str()).GetConfig(m_mapConfiguredBundles, m_vecConfiguredBundles);
     LiveBundles::Configure(m_vecConfiguredBundles);
 }

@@ -1,9 +1,8 @@
 #include "log/logproxy.h"
 
-#include <ace/OS_NS_stdio.h>
-
 #include "bundlemgr/bundlemgr.h"
 #include "log/writingscope.h"
+#include "platform/standardoutput.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -28,7 +27,7 @@ void DefaultLogProxy::Write(int, const char*) {}
 void DefaultLogProxy::WriteText(const char*) {}
 
 void DefaultLogProxy::Printf(int, const char* format, ...) {
-    ACE_OS::printf("%s", format != nullptr ? format : "");
+    PrintOutText(format != nullptr ? format : "");
 }
 
 void DefaultLogProxy::PrintfText(const char*, ...) {}

@@ -3,11 +3,10 @@
 #include <cstddef>
 
 #include <ace/Guard_T.h>
-#include <ace/OS_NS_stdio.h>
 
 #include "log/recordstamp.h"
 #include "platform/bounded.h"
-#include "platform/filesizesignal.h"
+#include "platform/standardoutput.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -20,12 +19,6 @@ constexpr std::size_t kFormatBufferSize = 4096;
 // Compared as unsigned, so that a negative level is out of range as well.
 bool IsValidLevel(int level) {
     return static_cast<unsigned>(level) <= kHighestLevel;
-}
-
-// Standard output may be a file, and full.
-void Echo(const std::string& text) {
-    const FileSizeSignalBlock block;
-    ACE_OS::printf("%s", text.c_str());
 }
 
 std::uint64_t LevelBit(int level) {
@@ -41,7 +34,7 @@ LogProxyImpl::~LogProxyImpl() = default;
 
 void LogProxyImpl::Write(int level, const char* text) {
     const DebugInfo info = MakeRecord(IsValidLevel(level) ? level : LOG_LEVEL_INFO, text != nullptr ? text : "");
-    if (m_bEcho) Echo(info.text);
+    if (m_bEcho) PrintOutText(info.text.c_str());
     LogProxyDebugInfoBufMgr* const buffer = LogProxyDebugInfoBufMgr::Instance();
     if (buffer == nullptr) return;
     if (IsLevelEnabled(info.level)) {

@@ -1,7 +1,7 @@
 // Tells that the calling thread is writing log records.
 #pragma once
 
-#include "platform/filesizesignal.h"
+#include "platform/writesignalblock.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -23,7 +23,7 @@ private:
         return t_active;
     }
 
-    FileSizeSignalBlock m_signalBlock;
+    WriteSignalBlock m_signalBlock{WriteSignalBlock::Target::RegularFile};
 };
 
 }  // namespace NS_BUNDLEMGR1

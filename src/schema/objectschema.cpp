@@ -3,15 +3,17 @@
 #include <algorithm>
 #include <atomic>
 #include <climits>
-#include <cstdio>
 #include <cstdlib>
 #include <iterator>
 #include <utility>
 
 #include "bundlemgr/base.h"
+#include "platform/standardoutput.h"
 
 namespace {
 
+using NS_BUNDLEMGR1::PrintOut;
+using NS_BUNDLEMGR1::PrintOutText;
 using NS_BUNDLEMGR1::Str2StrVec;
 using NS_BUNDLEMGR1::Trim;
 
@@ -87,12 +89,12 @@ private:
 };
 
 void PrintProperty(const Property_T& property, int depth) {
-    for (int i = 0; i < depth; ++i) std::printf("\t");
-    std::printf("name:%s; dirty:%d", property.name.c_str(), property.dirty ? 1 : 0);
+    for (int i = 0; i < depth; ++i) PrintOutText("\t");
+    PrintOut("name:%s; dirty:%d", property.name.c_str(), property.dirty ? 1 : 0);
     if (property.indexed) {
-        for (const auto& [index, mark] : property.indexDirty) std::printf("[%d:%d]", index, mark ? 1 : 0);
+        for (const auto& [index, mark] : property.indexDirty) PrintOut("[%d:%d]", index, mark ? 1 : 0);
     }
-    std::printf("\n");
+    PrintOutText("\n");
 }
 
 }  // namespace

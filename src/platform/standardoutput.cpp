@@ -1,0 +1,122 @@
+#include "platform/standardoutput.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+
+#include <stdio_ext.h>
+
+#include "platform/writesignalblock.h"
+
+namespace NS_BUNDLEMGR1 {
+
+namespace {
+
+// Longer texts are formatted straight into the stream.
+constexpr std::size_t kTextBufferSize = 1024;
+
+// A stream writes through what fills its buffer to the brim, and may do so with anything
+// where the buffer is smaller than this.
+constexpr std::size_t kSpareBytes = 128;
+
+class KeptErrno {
+public:
+    KeptErrno() : m_errno(errno) {}
+    ~KeptErrno() { errno = m_errno; }
+    KeptErrno(const KeptErrno&) = delete;
+    KeptErrno& operator=(const KeptErrno&) = delete;
+
+private:
+    const int m_errno;
+};
+
+// So that nobody fills the buffer between the look at it and the print.
+class StreamLock {
+public:
+    explicit StreamLock(std::FILE* stream) : m_stream(stream) { flockfile(stream); }
+    ~StreamLock() { funlockfile(m_stream); }
+    StreamLock(const StreamLock&) = delete;
+    StreamLock& operator=(const StreamLock&) = delete;
+
+private:
+    std::FILE* const m_stream;
+};
+
+// Whether the stream only copies the text. In one that is read as well, a part of the
+// buffer may be taken up by what was read.
+bool StaysInBuffer(std::FILE* stream, const char* text, std::size_t length) {
+    if (__freadable(stream) != 0) return false;
+    if (__flbf(stream) != 0 && std::memchr(text, '\n', length) != nullptr) return false;
+    return __fpending(stream) + length + kSpareBytes < __fbufsize(stream);
+}
+
+void PrintText(std::FILE* stream, const char* text, std::size_t length) {
+    if (StaysInBuffer(stream, text, length)) {
+        fwrite_unlocked(text, 1, length, stream);
+        return;
+    }
+    const WriteSignalBlock block;
+    fwrite_unlocked(text, 1, length, stream);
+}
+
+void PrintFormatted(std::FILE* stream, const char* format, va_list args) {
+    const KeptErrno keptErrno;
+    char text[kTextBufferSize];
+    va_list again;
+    va_copy(again, args);
+    const int length = std::vsnprintf(text, sizeof text, format, args);
+    const StreamLock lock(stream);
+    if (length >= 0 && static_cast<std::size_t>(length) < sizeof text) {
+        PrintText(stream, text, static_cast<std::size_t>(length));
+    } else {
+        const WriteSignalBlock block;
+        std::vfprintf(stream, format, again);
+    }
+    va_end(again);
+}
+
+// The C library writes what is left at the end of the process, which may be refused, too.
+// This library's static objects go after those of the program, so it is for the last print.
+class WrittenAtExit {
+public:
+    WrittenAtExit() = default;
+    ~WrittenAtExit() {
+        // Not waited for: its owner may be blocked for good.
+        if (ftrylockfile(stdout) != 0) return;
+        {
+            const WriteSignalBlock block;
+            fflush_unlocked(stdout);
+        }
+        funlockfile(stdout);
+    }
+    WrittenAtExit(const WrittenAtExit&) = delete;
+    WrittenAtExit& operator=(const WrittenAtExit&) = delete;
+};
+
+const WrittenAtExit g_writtenAtExit;
+
+}  // namespace
+
+void PrintOut(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    PrintFormatted(stdout, format, args);
+    va_end(args);
+}
+
+void PrintOutText(const char* text) {
+    const KeptErrno keptErrno;
+    const StreamLock lock(stdout);
+    PrintText(stdout, text, std::strlen(text));
+}
+
+void PrintError(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    PrintFormatted(stderr, format, args);
+    va_end(args);
+}
+
+}  // namespace NS_BUNDLEMGR1

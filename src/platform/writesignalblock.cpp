@@ -1,0 +1,60 @@
+#include "platform/writesignalblock.h"
+
+#include <cerrno>
+#include <ctime>
+
+#include <pthread.h>
+#include <sys/resource.h>
+
+namespace NS_BUNDLEMGR1 {
+
+namespace {
+
+constexpr int kSignals[] = {SIGXFSZ, SIGPIPE};
+
+bool IsFileSizeLimited() {
+    rlimit limit{};
+    return getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
+}
+
+}  // namespace
+
+WriteSignalBlock::WriteSignalBlock(Target target) : m_bBlocked(false), m_wereOpen(), m_ours() {
+    if (target == Target::Anything || IsFileSizeLimited()) Block();
+}
+
+WriteSignalBlock::~WriteSignalBlock() {
+    if (!m_bBlocked) return;
+    const int error = errno;
+    TakeAwayRaised();
+    pthread_sigmask(SIG_UNBLOCK, &m_wereOpen, nullptr);
+    errno = error;
+}
+
+void WriteSignalBlock::Block() {
+    sigemptyset(&m_wereOpen);
+    for (const int number : kSignals) sigaddset(&m_wereOpen, number);
+    m_ours = m_wereOpen;
+    sigset_t blocked;
+    if (pthread_sigmask(SIG_BLOCK, &m_wereOpen, &blocked) != 0) return;
+    m_bBlocked = true;
+    for (const int number : kSignals) {
+        if (sigismember(&blocked, number) == 0) continue;
+        // Only one that was blocked before can have been pending.
+        sigdelset(&m_wereOpen, number);
+        sigset_t pending;
+        if (sigpending(&pending) != 0 || sigismember(&pending, number) != 0) sigdelset(&m_ours, number);
+    }
+}
+
+// One of each at most: a write raises it on this thread, whose own signals come first. One
+// that was sent to the process meanwhile stays.
+void WriteSignalBlock::TakeAwayRaised() {
+    const timespec atOnce{};
+    for (int number = 1; number > 0 || errno == EINTR;) {
+        number = sigtimedwait(&m_ours, nullptr, &atOnce);
+        if (number > 0) sigdelset(&m_ours, number);
+    }
+}
+
+}  // namespace NS_BUNDLEMGR1
