@@ -17,10 +17,6 @@ namespace {
 // Longer texts are formatted straight into the stream.
 constexpr std::size_t kTextBufferSize = 1024;
 
-// A stream writes through what fills its buffer to the brim, and may do so with anything
-// where the buffer is smaller than this.
-constexpr std::size_t kSpareBytes = 128;
-
 class KeptErrno {
 public:
     KeptErrno() : m_errno(errno) {}
@@ -44,12 +40,19 @@ private:
     std::FILE* const m_stream;
 };
 
-// Whether the stream only copies the text. In one that is read as well, a part of the
-// buffer may be taken up by what was read.
-bool StaysInBuffer(std::FILE* stream, const char* text, std::size_t length) {
-    if (__freadable(stream) != 0) return false;
-    if (__flbf(stream) != 0 && std::memchr(text, '\n', length) != nullptr) return false;
-    return __fpending(stream) + length + kSpareBytes < __fbufsize(stream);
+// Whether the stream only copies the text. Its counters of <stdio_ext.h> do not tell: after
+// a setvbuf, the C library may write though there is room.
+bool StaysInBuffer([[maybe_unused]] std::FILE* stream, [[maybe_unused]] const char* text,
+                   [[maybe_unused]] std::size_t length) {
+#ifdef __GLIBC__
+    if (__freadable(stream) != 0) return false;  // what was read may take room
+    const bool byLine = __flbf(stream) != 0;
+    if (byLine && std::memchr(text, '\n', length) != nullptr) return false;
+    const char* const end = byLine ? stream->_IO_buf_end : stream->_IO_write_end;
+    return end - stream->_IO_write_ptr > static_cast<std::ptrdiff_t>(length);
+#else
+    return false;
+#endif
 }
 
 void PrintText(std::FILE* stream, const char* text, std::size_t length) {

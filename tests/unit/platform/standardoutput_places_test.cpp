@@ -3,8 +3,9 @@
 #include <list>
 #include <ostream>
 #include <string>
+#include <vector>
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "bundlemgr/base.h"
 #include "bundlemgr/bundleenvironment.h"
@@ -16,9 +17,6 @@
 
 namespace NS_BUNDLEMGR1 {
 namespace {
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 struct Place {
     const char* name;
