@@ -12,15 +12,15 @@
 #include <unistd.h>
 
 #include "bundlemgr/base.h"
-#include "platform/umask.h"
+#include "platform/openfile.h"
+#include "platform/standardoutput.h"
 
 namespace NS_BUNDLEMGR1 {
 
 namespace {
 
-constexpr mode_t kDirectoryMode = 0755;
-constexpr mode_t kDirectoryUmask = 007;  // directories end up 0750
-constexpr mode_t kFileUmask = 037;       // files end up 0640
+constexpr mode_t kDirectoryMode = 0750;
+constexpr mode_t kFileMode = 0640;
 
 // The default buffer would cost a system call for each 4 KiB of a batch.
 constexpr std::size_t kStreamBufferSize = 64 * 1024;
@@ -38,14 +38,9 @@ std::string Resolve(const std::string& path) {
     return error ? path : resolved.string();
 }
 
-// A process that was started without standard output would print into the first file
-// that it opens.
-std::FILE* AwayFromStandardStreams(std::FILE* stream, const char* mode) {
-    if (stream == nullptr || fileno(stream) > STDERR_FILENO) return stream;
-    const int elsewhere = fcntl(fileno(stream), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    if (elsewhere == -1) return stream;
-    std::fclose(stream);
-    return fdopen(elsewhere, mode);
+bool IsThereButNoFile(const std::string& path) {
+    struct stat status {};
+    return lstat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
 }
 
 }  // namespace
@@ -53,6 +48,7 @@ std::FILE* AwayFromStandardStreams(std::FILE* stream, const char* mode) {
 LogFile::LogFile(const std::string& directory, const std::string& prefix, std::uint64_t maxBytes,
                  std::uint64_t maxFiles)
     : m_pStream(nullptr),
+      m_nHandle(-1),
       m_nBytes(0),
       m_nMaxBytes(maxBytes),
       m_nMaxFiles(maxFiles),
@@ -61,6 +57,7 @@ LogFile::LogFile(const std::string& directory, const std::string& prefix, std::u
       m_strDirectory(WithoutTrailingSeparator(directory)),
       m_nFlushed(0),
       m_bGaveUp(false),
+      m_bToldOfObstacle(false),
       m_streamBuffer(kStreamBufferSize) {}
 
 LogFile::~LogFile() {
@@ -93,26 +90,40 @@ std::string LogFile::NextPath() const {
 void LogFile::CreateDirectory() const {
     const std::string directory = Resolve(m_strDirectory);
     const std::string parent = GetParentPath(directory);
-    const ScopedUmask mask(kDirectoryUmask);
-    mkdir(GetParentPath(parent).c_str(), kDirectoryMode);
-    mkdir(parent.c_str(), kDirectoryMode);
-    mkdir(directory.c_str(), kDirectoryMode);
+    MakeDirectory(GetParentPath(parent), kDirectoryMode);
+    MakeDirectory(parent, kDirectoryMode);
+    MakeDirectory(directory, kDirectoryMode);
 }
 
 void LogFile::Open(const std::string& path) {
     const bool continued = path == m_strContinuePath;
-    const char* const mode = continued ? "ae" : "we";
-    {
-        const ScopedUmask mask(kFileUmask);
-        m_pStream = AwayFromStandardStreams(std::fopen(path.c_str(), mode), mode);
+    m_nHandle = OpenForWriting(path, continued ? O_APPEND : 0, kFileMode);
+    if (m_nHandle == -1) {
+        TellOfObstacle(path);
+        return;
     }
-    if (m_pStream == nullptr) return;
+    m_bToldOfObstacle = false;
+    if (continued || ftruncate(m_nHandle, 0) == 0) {
+        m_pStream = fdopen(m_nHandle, continued ? "a" : "w");
+    }
+    if (m_pStream == nullptr) {
+        close(m_nHandle);
+        return;
+    }
     std::setvbuf(m_pStream, m_streamBuffer.data(), _IOFBF, m_streamBuffer.size());
     m_strPath = path;
     m_strContinuePath.clear();
     struct stat status {};
-    if (continued && fstat(fileno(m_pStream), &status) == 0) m_nBytes = static_cast<std::uint64_t>(status.st_size);
+    if (continued && fstat(m_nHandle, &status) == 0) m_nBytes = static_cast<std::uint64_t>(status.st_size);
     m_nFlushed = m_nBytes;
+}
+
+// The records are lost without a word, like all that find no file; but nobody could guess
+// this reason.
+void LogFile::TellOfObstacle(const std::string& path) {
+    if (m_bToldOfObstacle || !IsThereButNoFile(path)) return;
+    m_bToldOfObstacle = true;
+    PrintError("The log file %s is not a regular file and gets no records. Remove it.\n", path.c_str());
 }
 
 void LogFile::WriteRecord(const DebugInfo& info) {
@@ -166,15 +177,14 @@ void LogFile::GiveUpUnwritten() {
     __fpurge(m_pStream);
     std::clearerr(m_pStream);
     struct stat status {};
-    if (fstat(fileno(m_pStream), &status) != 0) status.st_size = static_cast<off_t>(m_nFlushed);
+    if (fstat(m_nHandle, &status) != 0) status.st_size = static_cast<off_t>(m_nFlushed);
     const auto onDisk = static_cast<std::uint64_t>(status.st_size);
     const auto beyond = std::upper_bound(m_vecUnflushedEnds.begin(), m_vecUnflushedEnds.end(), onDisk);
     m_nBytes = beyond == m_vecUnflushedEnds.begin() ? m_nFlushed : *(beyond - 1);
     m_nFlushed = m_nBytes;
     m_vecUnflushedEnds.clear();
     // Where half a record cannot be cut off, it stays.
-    [[maybe_unused]] const bool isCut =
-        onDisk <= m_nBytes || ftruncate(fileno(m_pStream), static_cast<off_t>(m_nBytes)) == 0;
+    [[maybe_unused]] const bool isCut = onDisk <= m_nBytes || ftruncate(m_nHandle, static_cast<off_t>(m_nBytes)) == 0;
     if (m_nBytes > 0) m_strContinuePath = m_strPath;
     m_bGaveUp = true;
 }

@@ -53,11 +53,13 @@ private:
     std::string NextPath() const;
     void CreateDirectory() const;
     void Open(const std::string& path);
+    void TellOfObstacle(const std::string& path);
     bool FlushStream();
     void GiveUpUnwritten();
     void Forget();
 
     std::FILE* m_pStream;
+    int m_nHandle;           // what the stream writes to
     std::uint64_t m_nBytes;  // written to the current file
     const std::uint64_t m_nMaxBytes;
     [[maybe_unused]] const std::uint64_t m_nMaxFiles;
@@ -74,6 +76,7 @@ private:
     // A file that failed with records in it: opened again in the same second, it is
     // continued, where a full one would be overwritten.
     std::string m_strContinuePath;
+    bool m_bToldOfObstacle;  // since a file could be opened
     std::vector<char> m_streamBuffer;
     TimeStampCache m_timeStamps;
 };

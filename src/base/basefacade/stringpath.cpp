@@ -14,7 +14,7 @@
 #include "bundlemgr/base.h"
 #include "log/logproxy.h"
 #include "platform/bounded.h"
-#include "platform/umask.h"
+#include "platform/openfile.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -32,8 +32,7 @@ constexpr std::size_t kMaxZoneLength = 64;
 constexpr std::size_t kMaxTimeLength = 31;
 constexpr std::size_t kTimeStampBufferSize = 97;
 
-constexpr mode_t kDirectoryMask = 0007;
-constexpr mode_t kDirectoryMode = 0755;
+constexpr mode_t kDirectoryMode = 0750;
 
 // The classifiers of <cctype> ask the locale.
 bool IsOctalDigit(char c) {
@@ -252,8 +251,7 @@ void ReCreateDir(const std::string& path) {
         target = resolved;
         if (IsExistDir(resolved)) RemoveDir(resolved, true);
     }
-    const ScopedUmask mask(kDirectoryMask);
-    mkdir(target, kDirectoryMode);
+    MakeDirectory(target, kDirectoryMode);
 }
 
 void DeleteFile(const std::string& path) {

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
 #include <cstdint>
 #include <ctime>
@@ -26,6 +27,7 @@
 #include "support/environment.h"
 #include "support/ordinaryuser.h"
 #include "support/tempdir.h"
+#include "support/wait.h"
 
 namespace NS_BUNDLEMGR1 {
 namespace {
@@ -581,13 +583,29 @@ TEST_F(FilesTest, ReCreateDirTakesAPathWithDotsInIt) {
     EXPECT_EQ((Names{"p", "p/new"}), Tree());
 }
 
-TEST_F(FilesTest, ReCreateDirUsesAndRestoresTheUmask) {
-    for (const mode_t mask : {0000u, 0022u, 0077u}) {
+TEST_F(FilesTest, ReCreateDirDependsOnNoUmask) {
+    for (const mode_t mask : {0000u, 0022u, 0077u, 0777u}) {
         umask(mask);
         ReCreateDir(m_dir / "p");
         EXPECT_EQ(0750u, ModeOf("p"));
         EXPECT_EQ(mask, umask(0022));
     }
+}
+
+TEST_F(FilesTest, ReCreateDirLeavesOthersTheirUmask) {
+    std::atomic<bool> stop{false};
+    std::atomic<int> created{0};
+    std::thread other([&] {
+        for (; !stop; ++created) ReCreateDir(m_dir / "p");
+    });
+    EXPECT_TRUE(test::WaitFor([&] { return created > 0; }));
+    for (int i = 0; i < 3000; ++i) {
+        m_dir.Write("own", "");
+        EXPECT_EQ(0644u, ModeOf("own")) << i;
+        fs::remove(m_dir / "own");
+    }
+    stop = true;
+    other.join();
 }
 
 TEST_F(FilesTest, ReCreateDirRemovesNothingAboveAMissingDirectory) {

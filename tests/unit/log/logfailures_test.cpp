@@ -3,6 +3,7 @@
 // This program's own functions come before the C library's, for ACE, too. They pass
 // every call on until a test tells them otherwise.
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
 
@@ -69,13 +70,17 @@ Function Next(const char* name) {
 
 extern "C" {
 
-ZO_REPLACES std::FILE* fopen(const char* path, const char* mode) {
+ZO_REPLACES int open(const char* path, int flags, ...) {
     if (std::strstr(path, "_sys_") != nullptr && g_open.Strikes()) {
         errno = EMFILE;
-        return nullptr;
+        return -1;
     }
-    static const auto next = Next<std::FILE* (*)(const char*, const char*)>("fopen");
-    return next(path, mode);
+    va_list args;
+    va_start(args, flags);
+    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(args, mode_t) : 0;
+    va_end(args);
+    static const auto next = Next<int (*)(const char*, int, ...)>("open");
+    return next(path, flags, mode);
 }
 
 ZO_REPLACES int fflush(std::FILE* stream) {

@@ -3,13 +3,20 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <climits>
 #include <fstream>
 #include <memory>
+#include <thread>
 
 #include <gmock/gmock.h>
 
 #include "logtest.h"
+#include "support/badoutput.h"
+#include "support/elsewhere.h"
+#include "support/forkedchild.h"
+#include "support/ordinaryuser.h"
+#include "support/wait.h"
 #include "testclock.h"
 
 namespace NS_BUNDLEMGR1 {
@@ -201,6 +208,46 @@ TEST_F(LogFileTest, ModesDependOnNoUmask) {
     }
 }
 
+TEST_F(LogFileTest, ModesDependOnNoUmaskForAnOrdinaryUserEither) {
+    const test::AsOrdinaryUser user(m_dir.Path());
+    const Umask processMask(0777);
+    LogFile file(m_dir / "Develop/nbi/Agent_CORBA", "pnbi", kNoLimit, kMaxFiles);
+    EXPECT_TRUE(file.EnsureOpen());
+    EXPECT_EQ(0750U, ModeOf(m_dir / "Develop"));
+    EXPECT_EQ(0750U, ModeOf(m_dir / "Develop/nbi"));
+    EXPECT_EQ(0750U, ModeOf(m_dir / "Develop/nbi/Agent_CORBA"));
+    EXPECT_EQ(0640U, ModeOf(m_dir / "Develop/nbi/Agent_CORBA/" + NameAt("20240131_235959")));
+}
+
+TEST_F(LogFileTest, FilesOfOtherThreadsGetTheirOwnModes) {
+    const Umask processMask(022);
+    std::atomic<bool> stop{false};
+    std::atomic<int> opened{0};
+    std::thread other([&] {
+        for (; !stop; ++opened) {
+            const test::TempDir dir;
+            LogFile(dir / "Develop/nbi/Agent_CORBA", "pnbi", kNoLimit, kMaxFiles).EnsureOpen();
+        }
+    });
+    EXPECT_TRUE(test::WaitFor([&] { return opened > 0; }));
+    const std::string path = m_dir / "own";
+    for (int i = 0; i < 3000; ++i) {
+        const int handle = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+        close(handle);
+        EXPECT_EQ(0644U, ModeOf(path)) << i;
+        std::filesystem::remove(path);
+    }
+    stop = true;
+    other.join();
+}
+
+TEST_F(LogFileTest, ADirectoryKeepsTheGroupBitThatItInherits) {
+    ASSERT_EQ(0, chmod(m_dir.Path().c_str(), 02750));
+    LogFile file(m_dir / "log", "pnbi", kNoLimit, kMaxFiles);
+    EXPECT_TRUE(file.EnsureOpen());
+    EXPECT_EQ(02750U, ModeOf(m_dir / "log"));
+}
+
 TEST_F(LogFileTest, RestoresTheUmaskWhereNothingCanBeOpened) {
     const Umask processMask(0123);
     m_dir.Write("plain", "a file in place of the directory");
@@ -228,7 +275,16 @@ TEST_F(LogFileTest, DoesNotTakeThePlaceOfStandardStreamsThatAreClosed) {
     EXPECT_EQ(Bytes(2, "kept"), ReadFile(FilesIn(m_dir.Path()).at(0)));
 }
 
-TEST_F(LogFileTest, LeavesTheModesOfWhatIsThere) {
+TEST_F(LogFileTest, LeavesTheModeOfAFileThatIsThere) {
+    m_dir.Write(NameAt("20240131_235959"), "old content");
+    ASSERT_EQ(0, chmod(m_first.c_str(), 0604));
+    LogFile file = MakeFile(kNoLimit);
+    EXPECT_TRUE(file.EnsureOpen());
+    EXPECT_EQ("", ReadFile(m_first));
+    EXPECT_EQ(0604U, ModeOf(m_first));
+}
+
+TEST_F(LogFileTest, LeavesTheModesOfDirectoriesThatAreThere) {
     std::filesystem::create_directories(m_dir / "a/b");
     ASSERT_EQ(0, chmod((m_dir / "a").c_str(), 0711));
     ASSERT_EQ(0, chmod((m_dir / "a/b").c_str(), 0700));
@@ -286,6 +342,90 @@ TEST_F(LogFileTest, TriesAgainEachTime) {
     EXPECT_FALSE(file.EnsureOpen());
     std::filesystem::remove(obstacle);
     EXPECT_TRUE(file.EnsureOpen());
+}
+
+// ---- What is no regular file ----
+
+class ObstacleTest : public LogFileTest {
+protected:
+    /// What is said on standard error while three batches find no file to go to.
+    std::string SaidOfThreeBatches(LogFile& file) const {
+        testing::internal::CaptureStderr();
+        for (int i = 0; i < 3; ++i) {
+            const test::Elsewhere batch([&] { EXPECT_FALSE(file.EnsureOpen()); });
+            EXPECT_TRUE(batch.Finishes());
+        }
+        return testing::internal::GetCapturedStderr();
+    }
+    std::string Refused() const {
+        return "The log file " + m_first + " is not a regular file and gets no records. Remove it.\n";
+    }
+};
+
+TEST_F(ObstacleTest, ALinkIsNotFollowed) {
+    const std::string target = m_dir.Write("target", "not ours");
+    std::filesystem::create_symlink(target, m_first);
+    LogFile file = MakeFile(kNoLimit);
+    EXPECT_EQ(Refused(), SaidOfThreeBatches(file));
+    EXPECT_EQ("not ours", ReadFile(target));
+    EXPECT_TRUE(std::filesystem::is_symlink(m_first));
+}
+
+TEST_F(ObstacleTest, ALinkThatLeadsNowhereCreatesNothing) {
+    std::filesystem::create_symlink(m_dir / "nowhere", m_first);
+    LogFile file = MakeFile(kNoLimit);
+    EXPECT_EQ(Refused(), SaidOfThreeBatches(file));
+    EXPECT_THAT(FilesIn(m_dir.Path()), ElementsAre(m_first));
+}
+
+TEST_F(ObstacleTest, AFifoIsNotWaitedFor) {
+    ASSERT_EQ(0, mkfifo(m_first.c_str(), 0600));
+    LogFile file = MakeFile(kNoLimit);
+    EXPECT_EQ(Refused(), SaidOfThreeBatches(file));
+}
+
+TEST_F(ObstacleTest, AFifoWithAReaderGetsNothing) {
+    ASSERT_EQ(0, mkfifo(m_first.c_str(), 0600));
+    const int reader = open(m_first.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    LogFile file = MakeFile(kNoLimit);
+    EXPECT_EQ(Refused(), SaidOfThreeBatches(file));
+    char byte = 0;
+    EXPECT_EQ(0, read(reader, &byte, 1));
+    close(reader);
+}
+
+TEST_F(ObstacleTest, ADirectoryIsLeft) {
+    std::filesystem::create_directory(m_first);
+    LogFile file = MakeFile(kNoLimit);
+    EXPECT_EQ(Refused(), SaidOfThreeBatches(file));
+}
+
+TEST_F(ObstacleTest, IsToldAgainAfterAFileCouldBeOpened) {
+    std::filesystem::create_directory(m_first);
+    LogFile file = MakeFile(kNoLimit);
+    EXPECT_EQ(Refused(), SaidOfThreeBatches(file));
+    test::Clock::Set(test::kTheSecond + 1);
+    EXPECT_TRUE(file.EnsureOpen());
+    file.Close();
+    test::Clock::Set(test::kTheSecond);
+    EXPECT_EQ(Refused(), SaidOfThreeBatches(file));
+}
+
+TEST_F(ObstacleTest, OtherReasonsAreNotTold) {
+    m_dir.Write("place", "a file");
+    LogFile file(m_dir / "place", "pnbi", kNoLimit, kMaxFiles);
+    EXPECT_EQ("", SaidOfThreeBatches(file));
+}
+
+TEST_F(ObstacleTest, StandardErrorMayBeAPipeWithoutAReader) {
+    std::filesystem::create_directory(m_first);
+    EXPECT_EQ(0, test::StatusOfChild([&] {
+                  test::BreakStdout();
+                  dup2(STDOUT_FILENO, STDERR_FILENO);
+                  LogFile file(m_dir.Path(), "pnbi", kNoLimit, kMaxFiles);
+                  std::filesystem::create_directory(m_dir / NameAt("20240131_235959"));
+                  EXPECT_FALSE(file.EnsureOpen());
+              }));
 }
 
 // ---- Records ----
