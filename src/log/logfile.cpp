@@ -1,6 +1,7 @@
 #include "log/logfile.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <ctime>
 #include <filesystem>
 
@@ -36,6 +37,25 @@ std::string Resolve(const std::string& path) {
     const std::filesystem::path absolute = std::filesystem::absolute(path, error);
     const std::filesystem::path resolved = std::filesystem::weakly_canonical(absolute, error);
     return error ? path : resolved.string();
+}
+
+// The C library's own write would give up a whole buffer when a signal interrupts it.
+ssize_t WriteAll(void* cookie, const char* data, std::size_t size) {
+    const int handle = *static_cast<const int*>(cookie);
+    std::size_t written = 0;
+    while (written < size) {
+        const ssize_t n = write(handle, data + written, size - written);
+        if (n > 0) {
+            written += static_cast<std::size_t>(n);
+        } else if (n == 0 || errno != EINTR) {
+            break;
+        }
+    }
+    return static_cast<ssize_t>(written);
+}
+
+int CloseHandle(void* cookie) {
+    return close(*static_cast<const int*>(cookie));
 }
 
 bool IsThereButNoFile(const std::string& path) {
@@ -104,7 +124,7 @@ void LogFile::Open(const std::string& path) {
     }
     m_bToldOfObstacle = false;
     if (continued || ftruncate(m_nHandle, 0) == 0) {
-        m_pStream = fdopen(m_nHandle, continued ? "a" : "w");
+        m_pStream = fopencookie(&m_nHandle, "w", {nullptr, WriteAll, nullptr, CloseHandle});
     }
     if (m_pStream == nullptr) {
         close(m_nHandle);

@@ -396,6 +396,74 @@ TEST_F(BadFileTest, ALargeRecordSwitchesFilesAtOnce) {
     EXPECT_EQ(Bytes(1, "1") + Bytes(3, "3"), FirstFile());
 }
 
+class InterruptedFileTest : public BadFileTest {
+protected:
+    ~InterruptedFileTest() override { std::signal(SIGUSR1, SIG_DFL); }
+
+    static void InstallHandler() {
+        struct sigaction action {};
+        action.sa_handler = [](int) { ++s_caught; };  // without SA_RESTART
+        sigaction(SIGUSR1, &action, nullptr);
+    }
+
+    /// Interrupts `writer` three times while it waits for room in the pipe, then reads
+    /// everything up to its end.
+    static std::string InterruptAndRead(int pipe, pthread_t writer) {
+        const int capacity = fcntl(pipe, F_GETPIPE_SZ);
+        int filled = 0;
+        EXPECT_TRUE(test::WaitFor([&] { return ioctl(pipe, FIONREAD, &filled) == 0 && filled == capacity; }));
+        for (int i = 1; i <= 3; ++i) {
+            pthread_kill(writer, SIGUSR1);
+            EXPECT_TRUE(test::WaitFor([&] { return s_caught >= i; }));
+        }
+        std::string content;
+        char piece[65536];
+        for (ssize_t n = 0; (n = read(pipe, piece, sizeof piece)) > 0;)
+            content.append(piece, static_cast<std::size_t>(n));
+        close(pipe);
+        return content;
+    }
+
+    static inline std::atomic<int> s_caught{0};
+};
+
+TEST_F(InterruptedFileTest, AWriteThatIsInterruptedIsRepeated) {
+    InstallHandler();
+    Append("1");
+    int ends[2];
+    ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
+    ReplaceBy(ends[1]);
+    std::string content;
+    std::thread reader([&, writer = pthread_self()] { content = InterruptAndRead(ends[0], writer); });
+    const std::string large(300000, 'x');
+    Append(large);
+    Append("3");
+    LogProxyDebugInfoBufMgr::Destroy();
+    reader.join();
+    EXPECT_TRUE(Bytes(2, large) + Bytes(3, "3") == content) << content.size();
+    EXPECT_EQ(Bytes(1, "1"), FirstFile());
+}
+
+TEST_F(InterruptedFileTest, ABatchThatIsInterruptedIsRepeated) {
+    InstallHandler();
+    Buffer().SetOutputMode(LOG_OUTPUT_BUFFERED);
+    Append("1");
+    Buffer().Output();
+    int ends[2];
+    ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
+    ReplaceBy(ends[1]);
+    std::string content;
+    std::thread reader([&, writer = pthread_self()] { content = InterruptAndRead(ends[0], writer); });
+    std::string expected;
+    for (unsigned long i = 2; i <= 3000; ++i) {
+        Append("record " + std::to_string(i));
+        expected += Bytes(i, "record " + std::to_string(i));
+    }
+    LogProxyDebugInfoBufMgr::Destroy();
+    reader.join();
+    EXPECT_TRUE(expected == content) << content.size();
+}
+
 TEST_F(BadFileTest, AFileThatTurnsEmptyIsRemoved) {
     Buffer().Output();
     Replace("/dev/full", O_WRONLY);
