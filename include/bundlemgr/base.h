@@ -142,7 +142,9 @@ ZO_EXPORT std::string GetNBILogPath();
 
 /// @name Key=value files
 /// One entry a line. Lines are trimmed; empty ones and those that begin with "#" are
-/// skipped. A line of more than 1023 bytes is read as several lines.
+/// skipped. A line of more than 1023 bytes is read as several lines. What is neither a
+/// regular file nor a link to one cannot be opened and is not waited for, be it a FIFO, a
+/// device or a socket; but a directory opens, and has no entries.
 /// @{
 
 /// One entry of a configuration file.

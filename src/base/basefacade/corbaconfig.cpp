@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <exception>
 #include <iterator>
-#include <memory>
 #include <mutex>
 #include <utility>
 
@@ -14,6 +13,7 @@
 #include <json/json.h>
 
 #include "log/logproxy.h"
+#include "platform/openfile.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -33,12 +33,8 @@ std::mutex g_peekMutex;
 
 using Json::Value;
 
-struct FileCloser {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-
 bool ReadWholeFile(const std::string& path, std::string& content) {
-    const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
+    const InputStream file = OpenForReading(path);
     if (file == nullptr) return false;
     char piece[65536];
     for (std::size_t n = 0; (n = std::fread(piece, 1, sizeof piece, file.get())) > 0;) content.append(piece, n);

@@ -2,11 +2,11 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 
 #include "bundlemgr/base.h"
 #include "log/logproxy.h"
 #include "platform/bounded.h"
+#include "platform/openfile.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -19,17 +19,12 @@ constexpr std::size_t kLineBufferSize = 1024;
 
 static_assert(kPathBufferSize >= PATH_MAX, "realpath writes up to PATH_MAX bytes");
 
-struct CloseFile {
-    void operator()(std::FILE* stream) const { std::fclose(stream); }
-};
-using FileHandle = std::unique_ptr<std::FILE, CloseFile>;
-
-FileHandle OpenForReading(const std::string& file) {
+InputStream OpenResolved(const std::string& file) {
     char resolved[kPathBufferSize] = {};
     // Where realpath fails the buffer may hold a part of the path (that of /some/file
     // for /some/file/x, from older C libraries): not what was asked for.
     if (realpath(file.c_str(), resolved) == nullptr) return nullptr;
-    return FileHandle(std::fopen(resolved, "r"));
+    return OpenForReading(resolved);
 }
 
 /// Reads one line, or the next 1023 bytes of a longer one, up to its first NUL.
@@ -57,7 +52,7 @@ void AppendKeyValue(std::vector<NameValueStru>& out, const std::string& line) {
 }  // namespace
 
 bool GetAllCfgFrmFile(std::vector<NameValueStru>& out, const std::string& file, bool keyValue) {
-    const FileHandle stream = OpenForReading(file);
+    const InputStream stream = OpenResolved(file);
     if (stream == nullptr) return false;
 
     std::string line;

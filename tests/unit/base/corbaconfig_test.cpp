@@ -1,4 +1,5 @@
 #include <atomic>
+#include <filesystem>
 #include <ostream>
 #include <random>
 #include <string>
@@ -10,10 +11,12 @@
 #include <ace/Static_Object_Lock.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "bundlemgr/base.h"
 #include "support/capture.h"
+#include "support/elsewhere.h"
 #include "support/environment.h"
 #include "support/tempdir.h"
 #include "support/wait.h"
@@ -358,6 +361,29 @@ TEST_F(BadNodeList, IsADirectory) {
     m_dir.Write("root/etc/sysconf/nodelist.json/file", "");
     const std::string printed = test::StdoutOf([] { EXPECT_TRUE(Read().GetHfsMode("127.0.0.1")); });
     EXPECT_EQ("", printed);
+}
+
+TEST_F(BadNodeList, IsAFifo) {
+    std::filesystem::create_directories(m_dir / "root/etc/sysconf");
+    ASSERT_EQ(0, mkfifo((m_dir / "root/etc/sysconf/nodelist.json").c_str(), 0600));
+    const test::Elsewhere reader([] { EXPECT_TRUE(Read().GetHfsMode("127.0.0.1")); });
+    ASSERT_TRUE(reader.Finishes());
+}
+
+TEST_F(BadNodeList, IsADeviceWithoutEnd) {
+    std::filesystem::create_directories(m_dir / "root/etc/sysconf");
+    std::filesystem::create_symlink("/dev/zero", m_dir / "root/etc/sysconf/nodelist.json");
+    const test::Elsewhere reader([] { EXPECT_TRUE(Read().GetHfsMode("127.0.0.1")); });
+    ASSERT_TRUE(reader.Finishes());
+}
+
+TEST_F(CorbaConfig, ItemsThatAreInNoRegularFileAreMissing) {
+    std::filesystem::create_directories(m_dir / "share/conf");
+    ASSERT_EQ(0, mkfifo((m_dir / "share/conf/corba_start.cfg").c_str(), 0600));
+    std::filesystem::create_symlink("/dev/zero", m_dir / "share/conf/corba_agent.cfg");
+    const test::Elsewhere reader([] { Read(); });
+    ASSERT_TRUE(reader.Finishes());
+    EXPECT_EQ((Entries{{"CORBAAgent_Host", ""}, {"NamingService_Host", ""}, {"NotifyService_Host", ""}}), Items());
 }
 
 TEST_F(BadNodeList, IsNotJson) {

@@ -1,3 +1,7 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <filesystem>
 #include <iterator>
 #include <ostream>
@@ -9,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "bundlemgr/base.h"
+#include "support/elsewhere.h"
 #include "support/ordinaryuser.h"
 #include "support/tempdir.h"
 
@@ -207,6 +212,35 @@ TEST_F(KeyValueFileTest, ReadErrorEndsTheFileLikeItsEnd) {
     EXPECT_EQ((Entries{{"before", "x"}}), entries);
 }
 
+TEST_F(KeyValueFileTest, WhatIsNoRegularFileFailsAtOnce) {
+    ASSERT_EQ(0, mkfifo((m_dir / "fifo").c_str(), 0600));
+    std::filesystem::create_symlink("/dev/zero", m_dir / "link");
+    for (const std::string& file : {m_dir / "fifo", m_dir / "link", std::string("/dev/zero"), std::string("/dev/null"),
+                                    std::string("/dev/ptmx")}) {
+        Entries entries{{"before", "x"}};
+        std::string value = "before";
+        const test::Elsewhere reader([&] {
+            EXPECT_FALSE(GetAllCfgFrmFile(entries, file, true)) << file;
+            EXPECT_FALSE(GetAllCfgFrmFile(entries, file, false)) << file;
+            EXPECT_FALSE(GetCfgInfo(value, "k", file)) << file;
+        });
+        ASSERT_TRUE(reader.Finishes()) << file;
+        EXPECT_EQ((Entries{{"before", "x"}}), entries);
+        EXPECT_EQ("before", value);
+    }
+}
+
+TEST_F(KeyValueFileTest, AFifoWithAWriterFailsAtOnce) {
+    ASSERT_EQ(0, mkfifo((m_dir / "fifo").c_str(), 0600));
+    const int writer = open((m_dir / "fifo").c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(4, write(writer, "k=v\n", 4));
+    Entries entries;
+    const test::Elsewhere reader([&] { EXPECT_FALSE(GetAllCfgFrmFile(entries, m_dir / "fifo", true)); });
+    ASSERT_TRUE(reader.Finishes());
+    EXPECT_EQ(Entries{}, entries);
+    close(writer);
+}
+
 TEST_F(KeyValueFileTest, ClosesItsFile) {
     const std::string file = m_dir.Write("a.cfg", "a=1\n");
     const std::size_t before = OpenFiles();
@@ -214,6 +248,7 @@ TEST_F(KeyValueFileTest, ClosesItsFile) {
     GetAllCfgFrmFile(entries, file, true);
     GetAllCfgFrmFile(entries, m_dir.Path(), true);
     GetAllCfgFrmFile(entries, m_dir / "missing", true);
+    GetAllCfgFrmFile(entries, "/dev/null", true);
     EXPECT_EQ(before, OpenFiles());
 }
 
