@@ -73,7 +73,8 @@ public:
 ZO_EXPORT bool __SetDirty(ObjectSchema_T& schema, const char* spec);
 
 /// @param schema the schema to ask
-/// @param path   one path as in `__SetDirty`; null counts as empty
+/// @param path   one path as in `__SetDirty`; white space around it is ignored; null
+///               counts as empty
 /// @return whether the property at `path`, every property on the way to it, and the
 ///         elements that the path names, are marked
 ZO_EXPORT bool __IsDirty(const ObjectSchema_T& schema, const char* path);

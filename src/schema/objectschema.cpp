@@ -172,7 +172,7 @@ bool __SetDirty(ObjectSchema_T& schema, const char* spec) {
 }
 
 bool __IsDirty(const ObjectSchema_T& schema, const char* path) {
-    const std::vector<std::string> segments = Split(path != nullptr ? path : "", '.');
+    const std::vector<std::string> segments = Split(Trim(path != nullptr ? path : ""), '.');
     const ObjectSchema_T* current = &schema;
     for (std::size_t i = 0; i < segments.size(); ++i) {
         if (current == nullptr) return false;

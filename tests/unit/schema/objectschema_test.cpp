@@ -466,16 +466,38 @@ TEST(IsDirty, NoPathIsNotDirty) {
     EXPECT_FALSE(__IsDirty(schema, "."));
 }
 
-TEST(IsDirty, TakesThePathAsItStands) {
+TEST(IsDirty, TakesOnePathOnly) {
     ObjectSchema_T schema = TwoLevels();
     EXPECT_TRUE(__SetDirty(schema, "a.b;c"));
-    EXPECT_FALSE(__IsDirty(schema, " c"));
-    EXPECT_FALSE(__IsDirty(schema, "c "));
     EXPECT_FALSE(__IsDirty(schema, "a.b;c"));
+    EXPECT_FALSE(__IsDirty(schema, "c;"));
     EXPECT_FALSE(__IsDirty(schema, "C"));
     EXPECT_FALSE(__IsDirty(schema, "a.x"));
     EXPECT_FALSE(__IsDirty(schema, "c.x"));
     EXPECT_TRUE(__IsDirty(schema, "c."));
+}
+
+TEST(IsDirty, IgnoresWhiteSpaceAroundThePath) {
+    ObjectSchema_T schema = TwoLevels();
+    EXPECT_TRUE(__SetDirty(schema, " a.b ;\tc\r\n"));
+    for (const char* const path : {" c", "c ", "\tc\r\n", " a.b\n", "\n\r\t a.b \t\r\n"}) {
+        EXPECT_TRUE(__IsDirty(schema, path)) << testing::PrintToString(path);
+    }
+    for (const char* const path : {" ", "\t\r\n", "\fc", "c\v"}) {
+        EXPECT_FALSE(__IsDirty(schema, path)) << testing::PrintToString(path);
+    }
+}
+
+TEST(IsDirty, KeepsWhiteSpaceAroundSegments) {
+    ObjectSchema_T schema = TwoLevels();
+    EXPECT_TRUE(__SetDirty(schema, "a.b"));
+    EXPECT_FALSE(__IsDirty(schema, "a .b"));
+    EXPECT_FALSE(__IsDirty(schema, "a. b"));
+    EXPECT_TRUE(__IsDirty(schema, " a.b. "));
+    schema.properties[0].name = "a ";
+    EXPECT_TRUE(__IsDirty(schema, "a .b"));
+    schema.properties[0].name = " a";
+    EXPECT_FALSE(__IsDirty(schema, " a.b"));  // what is outside goes, whatever it was for
 }
 
 TEST(IsDirty, EveryPropertyOnTheWayMustBeDirty) {
@@ -678,6 +700,8 @@ public:
         return path;
     }
 
+    std::string RandomQuery(const Node& root) { return RandomBlank() + RandomPath(root) + RandomBlank(); }
+
     std::string RandomSpec(const Node& root) {
         std::string spec;
         for (std::size_t i = Below(4); i > 0; --i) {
@@ -723,9 +747,9 @@ TEST(PathGrammar, AgreesWithTheModelOnRandomSchemas) {
             ASSERT_EQ(Dump(model), Dump(schema));
         }
         for (int step = 0; step < 10; ++step) {
-            const std::string path = generator.RandomPath(model);
+            const std::string path = generator.RandomQuery(model);
             SCOPED_TRACE(testing::PrintToString(path) + " on " + Dump(model));
-            const bool expected = ModelIsDirty(model, ModelSplit(path, '.'));
+            const bool expected = ModelIsDirty(model, ModelSplit(ModelTrim(path), '.'));
             dirty += expected ? 1 : 0;
             ASSERT_EQ(expected, __IsDirty(schema, path.c_str()));
         }
