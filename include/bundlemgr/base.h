@@ -83,8 +83,11 @@ ZO_EXPORT bool IsExistDir(const std::string& path);
 /// @param removeSelf whether the directory itself goes, too
 ZO_EXPORT void RemoveDir(const std::string& path, bool removeSelf);
 
-/// Makes `path` an empty directory of mode 0750, whether it existed or not. The
-/// directories above it must exist.
+/// Makes `path` an empty directory of mode 0750, whether it existed or not and whatever
+/// the process's umask. The directories above it must exist. What was in it goes as with
+/// `RemoveDir`, which follows links: a directory that a symbolic link in it leads to is
+/// emptied as well, wherever it is. The link then stays, and with it the directory and its
+/// mode.
 /// @param path the directory; one that a symbolic link leads to is made anew where it was
 ZO_EXPORT void ReCreateDir(const std::string& path);
 

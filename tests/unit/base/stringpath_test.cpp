@@ -634,6 +634,16 @@ TEST_F(FilesTest, ReCreateDirReplacesTheDirectoryThatALinkLeadsTo) {
     EXPECT_EQ(0750u, ModeOf("target"));
 }
 
+TEST_F(FilesTest, ReCreateDirEmptiesWhatALinkInItLeadsTo) {
+    m_dir.Write("target/sub/file", "x");
+    m_dir.Write("p/file", "x");
+    fs::permissions(m_dir / "p", fs::perms::owner_all);
+    Link("../target", "p/link");
+    ReCreateDir(m_dir / "p");
+    EXPECT_EQ((Names{"p", "p/link", "target"}), Tree());
+    EXPECT_EQ(0700u, ModeOf("p"));  // the old one, which the link keeps from being removed
+}
+
 TEST_F(FilesTest, DeleteFileTakesFilesOnly) {
     m_dir.Write("file", "x");
     m_dir.Write("target", "kept");
