@@ -127,7 +127,7 @@ void LogFile::Open(const std::string& path) {
         m_pStream = fopencookie(&m_nHandle, "w", {nullptr, WriteAll, nullptr, CloseHandle});
     }
     if (m_pStream == nullptr) {
-        close(m_nHandle);
+        CloseUnused(path);
         return;
     }
     std::setvbuf(m_pStream, m_streamBuffer.data(), _IOFBF, m_streamBuffer.size());
@@ -136,6 +136,14 @@ void LogFile::Open(const std::string& path) {
     struct stat status {};
     if (continued && fstat(m_nHandle, &status) == 0) m_nBytes = static_cast<std::uint64_t>(status.st_size);
     m_nFlushed = m_nBytes;
+}
+
+// As with a file that is closed, one without records goes.
+void LogFile::CloseUnused(const std::string& path) const {
+    struct stat status {};
+    const bool isEmpty = fstat(m_nHandle, &status) == 0 && status.st_size == 0;
+    close(m_nHandle);
+    if (isEmpty) std::remove(path.c_str());
 }
 
 // The records are lost without a word, like all that find no file; but nobody could guess

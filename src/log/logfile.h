@@ -15,7 +15,10 @@ namespace NS_BUNDLEMGR1 {
 /// time, and goes on in a new file when one is full or can no longer be written.
 ///
 /// Files are named by the second in which they were opened: of two that fill up
-/// within one second, the second takes the place of the first.
+/// within one second, the second takes the place of the first. A file is created with
+/// mode 0640, a directory with 0750, whatever the process's umask. Where something else
+/// than a regular file has a file's name, a link say, no file is opened; that is told on
+/// standard error, once until a file can be opened again.
 ///
 /// Thread safety: none; its owner serialises the calls.
 class LogFile {
@@ -53,6 +56,7 @@ private:
     std::string NextPath() const;
     void CreateDirectory() const;
     void Open(const std::string& path);
+    void CloseUnused(const std::string& path) const;
     void TellOfObstacle(const std::string& path);
     bool FlushStream();
     void GiveUpUnwritten();

@@ -43,6 +43,7 @@ struct Fault {
 };
 
 Fault g_open;
+Fault g_stream;
 Fault g_flush;
 Fault g_print;
 Fault g_truncate;
@@ -81,6 +82,15 @@ ZO_REPLACES int open(const char* path, int flags, ...) {
     va_end(args);
     static const auto next = Next<int (*)(const char*, int, ...)>("open");
     return next(path, flags, mode);
+}
+
+ZO_REPLACES std::FILE* fopencookie(void* cookie, const char* mode, cookie_io_functions_t functions) noexcept {
+    if (g_stream.Strikes()) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    static const auto next = Next<std::FILE* (*)(void*, const char*, cookie_io_functions_t)>("fopencookie");
+    return next(cookie, mode, functions);
 }
 
 ZO_REPLACES int fflush(std::FILE* stream) {
@@ -152,7 +162,7 @@ using testing::IsEmpty;
 class LogFailuresTest : public test::LogBufferTest {
 protected:
     ~LogFailuresTest() override {
-        for (Fault* const fault : {&g_open, &g_flush, &g_print, &g_truncate}) {
+        for (Fault* const fault : {&g_open, &g_stream, &g_flush, &g_print, &g_truncate}) {
             EXPECT_EQ(0, fault->next);  // or the test was about something else
             fault->next = 0;
             fault->failed = 0;
@@ -309,6 +319,40 @@ TEST_F(LogFailuresTest, RecordsAreDroppedUntilAFileOpens) {
     Append("3");
     EXPECT_EQ(2, g_open.failed);
     EXPECT_EQ(Bytes(1, "3"), FirstFile());
+}
+
+TEST_F(LogFailuresTest, NoEmptyFileStaysWhereThereIsNoMemoryForTheStream) {
+    g_stream.next = 2;
+    Append("lost");
+    EXPECT_THAT(Files(), IsEmpty());
+    Append("lost");
+    EXPECT_THAT(Files(), IsEmpty());
+    Append("kept");
+    EXPECT_EQ(2, g_stream.failed);
+    EXPECT_EQ(Bytes(1, "kept"), FirstFile());
+}
+
+TEST_F(LogFailuresTest, RecordsStayWhereThereIsNoMemoryForTheStream) {
+    Append("1");
+    g_flush.next = 1;
+    Append("2");
+    g_stream.next = 1;
+    Append("3");
+    EXPECT_EQ(Bytes(1, "1"), FirstFile());
+    Append("4");
+    EXPECT_EQ(Bytes(1, "1") + Bytes(3, "4"), FirstFile());
+}
+
+TEST_F(LogFailuresTest, AFileThatCannotBeTruncatedIsLeft) {
+    std::filesystem::create_directories(LogDir());
+    std::ofstream(FileOf(test::kTheFileTime)) << "not ours";
+    g_truncate.next = 1;
+    Append("lost");
+    EXPECT_EQ("not ours", FirstFile());
+    NextSecond();
+    Append("kept");
+    EXPECT_EQ("not ours", FirstFile());
+    EXPECT_EQ(Bytes(1, "kept"), NextFile());
 }
 
 TEST_F(LogFailuresTest, ARotationWithoutNextFileCountsTheRestOfTheBatch) {
