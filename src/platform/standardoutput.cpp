@@ -69,6 +69,8 @@ void PrintFormatted(std::FILE* stream, const char* format, va_list args) {
     char text[kTextBufferSize];
     va_list again;
     va_copy(again, args);
+    // The checker loses sight of a va_list that is handed on.
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
     const int length = std::vsnprintf(text, sizeof text, format, args);
     const StreamLock lock(stream);
     if (length >= 0 && static_cast<std::size_t>(length) < sizeof text) {
