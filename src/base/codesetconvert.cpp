@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
@@ -34,6 +35,19 @@ void ReplaceEachByte(const char*, std::size_t count, void (*write)(const unsigne
 
 void ReplaceCharacter(unsigned int, void (*write)(const char*, std::size_t, void*), void* writeArg, void*) {
     write("?", 1, writeArg);
+}
+
+// ---- Names ----
+
+/// @return whether a set can be called so: a name of the characters that GNU libiconv's names
+///         are made of. The C library would take others for the names of sets that it knows,
+///         or for "the set of the locale".
+bool IsCharsetName(const std::string& name) {
+    const auto belongs = [](char c) {
+        return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||
+               (c != '\0' && std::strchr("_.:+()-", c) != nullptr);
+    };
+    return !name.empty() && std::all_of(name.begin(), name.end(), belongs);
 }
 
 /// @return an open handle that replaces what it cannot convert, or `NoIconv()`
@@ -293,7 +307,7 @@ bool CodeSetConvert(const std::string& from, const std::string& to, const std::s
         return true;
     }
     if (to == kUnknownCharset || from == kUnknownCharset) return true;
-    Direction* const direction = FindOrOpen(from, to);
+    Direction* const direction = IsCharsetName(from) && IsCharsetName(to) ? FindOrOpen(from, to) : nullptr;
     libiconv_t handle = direction != nullptr ? direction->Take() : NoIconv();
     if (handle == NoIconv()) {
         ReportFailedOpen(from, to);

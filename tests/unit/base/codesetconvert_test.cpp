@@ -229,6 +229,46 @@ TEST(CodeSetConvertFailure, ConversionsThatFailAreSilent) {
     EXPECT_EQ("", log.Text());
 }
 
+TEST(CodeSetConvertFailure, NamesOfOtherThanTheirCharactersAreUnknown) {
+    const std::vector<std::string> names = {"",      " ",       "GBK ",     " GBK", "G BK",    "GB#K",       "GBK//",
+                                            "GBK\t", "GBK\xE9", "\xC7GBK",  "GBK,", "UTF-8/",  "UTF-8//",    "GBK|",
+                                            "*",     "GBK\n",   "ISO 8859", "UTF@", "latin1;", "GBK//IGNORE"};
+    const test::CoreLogDir log;
+    for (const std::string& name : names) {
+        const std::string toName = "[CodeSetConvert]:iconv_open(" + name + ",UTF-8) failed.\n";
+        const std::string fromName = "[CodeSetConvert]:iconv_open(UTF-8," + name + ") failed.\n";
+        EXPECT_EQ(fromName + fromName,
+                  test::StdoutOf([&] { EXPECT_EQ("failed, untouched", Convert(name, "UTF-8", "x")); }));
+        EXPECT_EQ(toName + toName,
+                  test::StdoutOf([&] { EXPECT_EQ("failed, untouched", Convert("UTF-8", name, "x")); }));
+    }
+}
+
+TEST(CodeSetConvertFailure, ANameEndsAtNoNul) {
+    const test::CoreLogDir log;
+    test::StdoutOf([] { EXPECT_EQ("failed, untouched", Convert(Bytes("GBK\0"), "UTF-8", "x")); });
+}
+
+TEST(CodeSetConvertFailure, AnUnknownNameIsReportedOnEveryCall) {
+    const test::CoreLogDir log;
+    test::StdoutOf([] {
+        for (int call = 0; call < 3; ++call) EXPECT_EQ("failed, untouched", Convert("GBK ", "UTF-8", "x"));
+    });
+    EXPECT_EQ(3u, test::CountOf("[CodeSetConvert]:iconv_open(UTF-8,GBK ) failed.\n", log.Text()));
+}
+
+TEST(CodeSetConvert, NamesMayHoldPunctuationOfTheirOwn) {
+    EXPECT_EQ("\xC3\xA9", Convert("ISO_8859-1:1987", "UTF-8", "\xE9"));
+    EXPECT_EQ("a", Convert("ANSI_X3.4-1968", "UTF-8", "a"));
+}
+
+TEST(CodeSetConvert, WhatComesBeforeTheNamesAreLookedAtStaysFirst) {
+    EXPECT_EQ("x", Convert("GBK ", "GBK ", "x"));
+    EXPECT_EQ("x", Convert("", "", "x"));
+    EXPECT_EQ("untouched", Convert("UNKOWN", "GBK//", "x"));
+    EXPECT_EQ("untouched", Convert(" ", "UNKOWN", "x"));
+}
+
 TEST(CodeSetConvertFailure, IsReportedFromSeveralThreadsAtOnce) {
     const test::CoreLogDir log;
     constexpr int kCalls = 40;
