@@ -219,8 +219,7 @@ public:
     explicit WideEncoder(ByteOrder order) : m_order(order) { WideEncoder::Reset(); }
 
     std::ptrdiff_t Put(std::uint32_t codePoint, unsigned char* out, std::size_t room) override {
-        // U+FFFE would read as a byte order mark.
-        if (!IsCodePoint(codePoint) || (kUnit == 2 && codePoint == 0xFFFE)) return kUnrepresentable;
+        if (!IsCodePoint(codePoint) || IsMisread(codePoint)) return kUnrepresentable;
         const bool pair = kUnit == 2 && codePoint >= 0x10000;
         const std::size_t length = ((m_markDue ? 1u : 0u) + (pair ? 2u : 1u)) * kUnit;
         if (room < length) return kNoRoom;
@@ -238,6 +237,11 @@ public:
     void Reset() override { m_markDue = m_order == ByteOrder::kMarked; }
 
 private:
+    /// Where a mark tells the order, U+FFFE would read as the mark of the other one.
+    bool IsMisread(std::uint32_t codePoint) const {
+        return kUnit == 2 && m_order == ByteOrder::kMarked && codePoint == 0xFFFE;
+    }
+
     unsigned char* Write(std::uint32_t unit, unsigned char* out) const {
         WriteUnit<kUnit>(unit, m_order == ByteOrder::kLittle, out);
         return out + kUnit;

@@ -424,6 +424,17 @@ TEST(IconvUtf16, IsReadBigEndianUnlessAMarkSaysOtherwise) {
     ExpectDone(ConvertMarked("UTF-8", "UTF-16BE", Bytes("\xFE\xFF\0a")), "\xEF\xBB\xBF\x61", 0);
 }
 
+TEST(IconvUtf16, AMarkOfTheOtherOrderIsWrittenWhereTheOrderIsNamed) {
+    ExpectDone(ConvertMarked("UTF-16BE", "UTF-8", "a\xEF\xBF\xBEz"), Bytes("\0a\xFF\xFE\0z"), 0);
+    ExpectDone(ConvertMarked("UTF-16LE", "UTF-8", "a\xEF\xBF\xBEz"), Bytes("a\0\xFE\xFFz\0"), 0);
+    ExpectDone(ConvertMarked("UTF-8", "UTF-16BE", "\xFF\xFE"), "\xEF\xBF\xBE", 0);
+    ExpectDone(ConvertMarked("UTF-32BE", "UTF-8", "\xEF\xBF\xBE"), Bytes("\0\0\xFF\xFE"), 0);
+}
+
+TEST(IconvUtf16, AMarkOfTheOtherOrderIsNotWrittenWhereTheMarkTellsTheOrder) {
+    ExpectDone(ConvertMarked("UTF-16", "UTF-8", "\xEF\xBF\xBE\x61"), "?\xFE\xFF" + Bytes("\0a"), 1);
+}
+
 TEST(IconvUtf16, InvalidInputIsReplacedUnitByUnit) {
     ExpectDone(ConvertMarked("UTF-8", "UTF-16BE", Bytes("\xDC\x00\0a")), "??a", 1);
     ExpectDone(ConvertMarked("UTF-8", "UTF-16BE", Bytes("\xD8\x00\0a")), "??a", 1);
