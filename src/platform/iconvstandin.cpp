@@ -17,12 +17,14 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <string>
 #include <type_traits>
 #include <utility>
 
 #include <iconv.h>
+#include <pthread.h>
 
 #ifdef _LIBICONV_VERSION
 #error "GNU libiconv's iconv.h is found, its library is not: install both or neither"
@@ -253,11 +255,26 @@ private:
 
 // ---- Every set of the C library ----
 
+// Opening and closing take a lock of the C library's that it does not release in a forked
+// child. Nobody of ours is inside when the process forks.
+std::mutex g_openMutex;
+
+const struct ForkHandlers {
+    ForkHandlers() { pthread_atfork(&Lock, &Unlock, &Unlock); }
+    static void Lock() { g_openMutex.lock(); }
+    static void Unlock() { g_openMutex.unlock(); }
+} g_forkHandlers;
+
 class CLibraryHandle {
 public:
-    CLibraryHandle(const char* to, const char* from) : m_handle(iconv_open(to, from)) {}
+    CLibraryHandle(const char* to, const char* from) {
+        const std::lock_guard<std::mutex> guard(g_openMutex);
+        m_handle = iconv_open(to, from);
+    }
     ~CLibraryHandle() {
-        if (IsOpen()) iconv_close(m_handle);
+        if (!IsOpen()) return;
+        const std::lock_guard<std::mutex> guard(g_openMutex);
+        iconv_close(m_handle);
     }
     CLibraryHandle(const CLibraryHandle&) = delete;
     CLibraryHandle& operator=(const CLibraryHandle&) = delete;
@@ -279,7 +296,7 @@ public:
     void Reset() { iconv(m_handle, nullptr, nullptr, nullptr, nullptr); }
 
 private:
-    void* const m_handle;
+    void* m_handle = NoIconv();
 };
 
 class CLibraryDecoder final : public Decoder {

@@ -12,6 +12,8 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "support/environment.h"
 #include "support/tempdir.h"
@@ -778,6 +780,36 @@ TEST(IconvSharing, EightThreadsMayOpenAtOnce) {
     go = true;
     for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(8, good);
+}
+
+// ---- fork ----
+
+bool OpensAnotherSet() {
+    const Handle handle("UTF-8", "EUC-JP");
+    return handle.IsOpen() && handle.Convert("\xB0\xA1").out == "\xE4\xBA\x9C";
+}
+
+TEST(IconvFork, AChildOpensASetWhileOtherThreadsWereOpeningTheirs) {
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 2; ++i) {
+        threads.emplace_back([&stop] {
+            while (!stop) Handle("CP1251", "KOI8-R");
+        });
+    }
+    int status = 0;
+    for (int i = 0; i < 200 && status == 0; ++i) {
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(30);
+            _exit(OpensAnotherSet() ? 0 : 1);
+        }
+        waitpid(child, &status, 0);
+    }
+    stop = true;
+    for (std::thread& thread : threads) thread.join();
+
+    EXPECT_EQ(0, status);
 }
 
 }  // namespace
