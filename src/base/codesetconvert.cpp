@@ -3,11 +3,13 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
+#include <list>
+#include <map>
 #include <memory>
 #include <mutex>
-#include <string_view>
-#include <utility>
+#include <new>
+
+#include <pthread.h>
 
 #include "bundlemgr/base.h"
 #include "log/logproxy.h"
@@ -50,175 +52,108 @@ bool IsCharsetName(const std::string& name) {
     return !name.empty() && std::all_of(name.begin(), name.end(), belongs);
 }
 
-/// @return an open handle that replaces what it cannot convert, or `NoIconv()`
-libiconv_t OpenHandle(const std::string& from, const std::string& to) {
-    libiconv_t handle = libiconv_open(to.c_str(), from.c_str());
-    if (handle == NoIconv()) return handle;
-    iconv_fallbacks fallbacks = {ReplaceEachByte, ReplaceCharacter, nullptr, nullptr, nullptr};
-    libiconvctl(handle, ICONV_SET_FALLBACKS, &fallbacks);
-    return handle;
-}
+// ---- Open handles ----
 
-// ---- Directions and their handles ----
-
-constexpr std::size_t kPlaces = 32;
-constexpr std::size_t kCacheLine = 64;
-
-/// Where a thread looks for a handle first; threads that run at once mostly differ.
-std::size_t HomePlace() {
-    static std::atomic<std::size_t> next{0};
-    thread_local const std::size_t home = next.fetch_add(1, std::memory_order_relaxed) % kPlaces;
-    return home;
-}
-
-/// The open handles of one pair of sets.
-///
-/// A handle that changes while it converts is lent to one thread at a time. Each thread
-/// leaves the one it had in its own place and takes it from there the next time, so that
-/// threads do not queue for a lock, nor pass a cache line to and fro. A thread without
-/// one looks for an idle one in the other places before it opens one more: a single
-/// thread always has the same, whose shift state goes on from call to call.
-///
-/// Once published it is kept until the process ends, static destructors included.
-class Direction {
+/// One open handle, which serves one thread at a time.
+class Converter {
 public:
-    Direction(std::string from, std::string to) : m_from(std::move(from)), m_to(std::move(to)) {}
-
-    /// Only for one that is not published, because another thread's came first.
-    ~Direction() {
-        if (m_shared != nullptr) libiconv_close(m_shared);
-        for (const Place& place : m_places) {
-            libiconv_t idle = place.idle.load(std::memory_order_relaxed);
-            if (idle != nullptr) libiconv_close(idle);
-        }
+    Converter(const std::string& from, const std::string& to) : m_handle(libiconv_open(to.c_str(), from.c_str())) {
+        if (!IsOpen()) return;
+        iconv_fallbacks fallbacks = {ReplaceEachByte, ReplaceCharacter, nullptr, nullptr, nullptr};
+        libiconvctl(m_handle, ICONV_SET_FALLBACKS, &fallbacks);
     }
+    ~Converter() {
+        if (IsOpen()) libiconv_close(m_handle);
+    }
+    Converter(const Converter&) = delete;
+    Converter& operator=(const Converter&) = delete;
 
-    Direction(const Direction&) = delete;
-    Direction& operator=(const Direction&) = delete;
+    bool IsOpen() const { return m_handle != NoIconv(); }
 
-    /// Opens the first handle; called before the direction is published.
-    /// @return whether the sets are known
-    bool Open() {
-        libiconv_t handle = OpenHandle(m_from, m_to);
-        if (handle == NoIconv()) return false;
-        if (IsSharableIconv(handle)) {
-            m_shared = handle;
-        } else {
-            GiveBack(handle);
-        }
+    /// @return whether all of the text was converted; if not, `out` is as it was
+    bool Run(const std::string& in, std::string& out) const {
+        const std::size_t size = (in.size() + 1) * 2;
+        const std::unique_ptr<char[]> buffer(new char[size]);
+        char* inNext = const_cast<char*>(in.data());
+        std::size_t inLeft = in.size();
+        char* outNext = buffer.get();
+        std::size_t outLeft = size;
+        if (libiconv(m_handle, &inNext, &inLeft, &outNext, &outLeft) == static_cast<std::size_t>(-1)) return false;
+        // The buffer may be full to the last byte, so the first NUL is looked for inside it.
+        const std::size_t written = size - outLeft;
+        const char* const nul = static_cast<const char*>(std::memchr(buffer.get(), '\0', written));
+        out.assign(buffer.get(), nul != nullptr ? static_cast<std::size_t>(nul - buffer.get()) : written);
         return true;
     }
 
-    bool Is(std::string_view from, std::string_view to) const { return m_from == from && m_to == to; }
-
-    /// @return a handle to be given back, or `NoIconv()` when one more cannot be opened
-    libiconv_t Take() {
-        if (m_shared != nullptr) return m_shared;
-        const std::size_t home = HomePlace();
-        for (std::size_t i = 0; i < kPlaces; ++i) {
-            std::atomic<libiconv_t>& idle = m_places[(home + i) % kPlaces].idle;
-            if (idle.load(std::memory_order_relaxed) == nullptr) continue;
-            libiconv_t handle = idle.exchange(nullptr, std::memory_order_acquire);
-            if (handle != nullptr) return handle;
-        }
-        return OpenHandle(m_from, m_to);
-    }
-
-    void GiveBack(libiconv_t handle) {
-        if (handle == m_shared) return;
-        const std::size_t home = HomePlace();
-        for (std::size_t i = 0; i < kPlaces; ++i) {
-            std::atomic<libiconv_t>& idle = m_places[(home + i) % kPlaces].idle;
-            libiconv_t none = nullptr;
-            if (idle.load(std::memory_order_relaxed) != nullptr) continue;
-            if (idle.compare_exchange_strong(none, handle, std::memory_order_release)) return;
-        }
-        libiconv_close(handle);  // more than are ever needed at once
-    }
-
-    Direction* m_next = nullptr;  ///< In its bucket; set before the direction is published.
-
 private:
-    struct alignas(kCacheLine) Place {
-        std::atomic<libiconv_t> idle{nullptr};
-    };
-
-    const std::string m_from;
-    const std::string m_to;
-    libiconv_t m_shared = nullptr;  ///< Serves all threads at once, where a handle can.
-    Place m_places[kPlaces];
+    libiconv_t const m_handle;
 };
 
-/// Gives a handle back when a conversion ends, also by an exception.
+/// Converters of one direction. They move from list to list without an allocation.
+using Converters = std::list<Converter>;
+
+// The converters that nobody uses at the moment, by source and target. Directions are
+// never removed, and the map itself is never destroyed: it serves static destructors, too.
+std::mutex g_mutex;
+std::map<std::string, std::map<std::string, Converters>>* g_pIdle = nullptr;
+
+// In a forked child the mutex is nobody's, and what it guards is whole.
+const struct ForkHandlers {
+    ForkHandlers() { pthread_atfork(&Lock, &Unlock, &Unlock); }
+    static void Lock() { g_mutex.lock(); }
+    static void Unlock() { g_mutex.unlock(); }
+} g_forkHandlers;
+
+/// A converter for as long as a conversion takes. The one that was given back last is the
+/// first to be lent again: a single thread always has the same, whose shift state goes on
+/// from call to call.
 class Loan {
 public:
-    Loan(Direction& direction, libiconv_t handle) : m_direction(direction), m_handle(handle) {}
-    ~Loan() { m_direction.GiveBack(m_handle); }
+    Loan(const std::string& from, const std::string& to) {
+        if (TakeIdle(from, to)) return;
+        // Opened outside the mutex: opening may load a library, and so wait for a thread
+        // that loads another one, whose static constructors convert.
+        m_converter.emplace_back(from, to);
+        if (m_converter.front().IsOpen()) MakeHome(from, to);
+    }
+    ~Loan() {
+        if (m_pHome == nullptr) return;
+        const std::lock_guard<std::mutex> guard(g_mutex);
+        m_pHome->splice(m_pHome->begin(), m_converter);
+    }
     Loan(const Loan&) = delete;
     Loan& operator=(const Loan&) = delete;
 
+    const Converter& operator*() const { return m_converter.front(); }
+
 private:
-    Direction& m_direction;
-    libiconv_t m_handle;
+    bool TakeIdle(const std::string& from, const std::string& to) {
+        const std::lock_guard<std::mutex> guard(g_mutex);
+        if (g_pIdle == nullptr) return false;
+        const auto targets = g_pIdle->find(from);
+        if (targets == g_pIdle->end()) return false;
+        const auto idle = targets->second.find(to);
+        if (idle == targets->second.end() || idle->second.empty()) return false;
+        m_pHome = &idle->second;
+        m_converter.splice(m_converter.begin(), *m_pHome, m_pHome->begin());
+        return true;
+    }
+
+    void MakeHome(const std::string& from, const std::string& to) {
+        const std::lock_guard<std::mutex> guard(g_mutex);
+        if (g_pIdle == nullptr) g_pIdle = new std::map<std::string, std::map<std::string, Converters>>;
+        m_pHome = &(*g_pIdle)[from][to];
+    }
+
+    Converters m_converter;         // the one
+    Converters* m_pHome = nullptr;  // where it goes afterwards; null when it did not open
 };
-
-// The cache of directions: a hash table whose lists only grow, so that looking one up
-// takes no lock. Constant-initialised and never destroyed: it serves static
-// constructors and destructors, too.
-constexpr std::size_t kBuckets = 64;
-std::atomic<Direction*> g_cache[kBuckets];
-std::mutex g_cacheMutex;  // Taken to insert.
-
-std::atomic<Direction*>& BucketOf(std::string_view from, std::string_view to) {
-    const std::hash<std::string_view> hash;
-    return g_cache[(hash(from) * 31 + hash(to)) % kBuckets];
-}
-
-Direction* Search(const std::atomic<Direction*>& bucket, std::string_view from, std::string_view to) {
-    Direction* direction = bucket.load(std::memory_order_acquire);
-    while (direction != nullptr && !direction->Is(from, to)) direction = direction->m_next;
-    return direction;
-}
-
-/// @return null when the sets cannot be opened. Reporting that is the caller's, who
-///         holds no lock: the record's time stamp is converted here, too.
-Direction* FindOrOpen(const std::string& from, const std::string& to) {
-    std::atomic<Direction*>& bucket = BucketOf(from, to);
-    Direction* const known = Search(bucket, from, to);
-    if (known != nullptr) return known;
-
-    // Opened outside the mutex: opening may load a library, and so wait for a thread that
-    // loads another one, whose static constructors convert.
-    auto direction = std::make_unique<Direction>(from, to);
-    if (!direction->Open()) return nullptr;
-
-    const std::lock_guard<std::mutex> guard(g_cacheMutex);
-    Direction* const opened = Search(bucket, from, to);
-    if (opened != nullptr) return opened;
-    direction->m_next = bucket.load(std::memory_order_relaxed);
-    bucket.store(direction.get(), std::memory_order_release);
-    return direction.release();
-}
 
 void ReportFailedOpen(const std::string& from, const std::string& to) {
     constexpr char kFormat[] = "[CodeSetConvert]:iconv_open(%s,%s) failed.\n";
     PrintOut(kFormat, to.c_str(), from.c_str());
     g_log.Print(__LINE__, LOG_LEVEL_ERROR, kFormat, to.c_str(), from.c_str());
-}
-
-bool Run(libiconv_t handle, const std::string& in, std::string& out) {
-    const std::size_t size = (in.size() + 1) * 2;
-    const std::unique_ptr<char[]> buffer(new char[size]);
-    char* inNext = const_cast<char*>(in.data());
-    std::size_t inLeft = in.size();
-    char* outNext = buffer.get();
-    std::size_t outLeft = size;
-    if (libiconv(handle, &inNext, &inLeft, &outNext, &outLeft) == static_cast<std::size_t>(-1)) return false;
-    // The buffer may be full to the last byte, so the first NUL is looked for inside it.
-    const std::size_t written = size - outLeft;
-    const char* const nul = static_cast<const char*>(std::memchr(buffer.get(), '\0', written));
-    out.assign(buffer.get(), nul != nullptr ? static_cast<std::size_t>(nul - buffer.get()) : written);
-    return true;
 }
 
 /// @return whether conversion from any local set to UTF-8 is the identity: every byte
@@ -299,44 +234,61 @@ const char* SwitchedCharset() {
     return nullptr;
 }
 
+/// Copies where one of the sets is null.
+bool ConvertOrCopy(const char* from, const char* to, const std::string& in, std::string& out) {
+    if (from != nullptr && to != nullptr) return CodeSetConvert(from, to, in, out);
+    out = in;
+    return true;
+}
+
+/// @return the action's result, or false when it finds no memory
+template <class Action>
+bool IfMemoryLasts(Action action) {
+    try {
+        return action();
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
+bool ConvertBetween(const std::string& from, const std::string& to, const std::string& in, std::string& out) {
+    if (IsCharsetName(from) && IsCharsetName(to)) {
+        const Loan converter(from, to);
+        if ((*converter).IsOpen()) return (*converter).Run(in, out);
+    }
+    // No lock is held here: the record's time stamp is converted, too.
+    ReportFailedOpen(from, to);
+    return false;
+}
+
 }  // namespace
 
 bool CodeSetConvert(const std::string& from, const std::string& to, const std::string& in, std::string& out) {
-    if (from == to) {
-        out = in;
-        return true;
-    }
-    if (to == kUnknownCharset || from == kUnknownCharset) return true;
-    Direction* const direction = IsCharsetName(from) && IsCharsetName(to) ? FindOrOpen(from, to) : nullptr;
-    libiconv_t handle = direction != nullptr ? direction->Take() : NoIconv();
-    if (handle == NoIconv()) {
-        ReportFailedOpen(from, to);
-        return false;
-    }
-    const Loan loan(*direction, handle);
-    return Run(handle, in, out);
+    return IfMemoryLasts([&] {
+        if (from == to) {
+            out = in;
+            return true;
+        }
+        if (to == kUnknownCharset || from == kUnknownCharset) return true;
+        return ConvertBetween(from, to, in, out);
+    });
 }
 
 bool Local2Utf(std::string& out, const std::string& in) {
-    const char* const local = SwitchedCharset();
-    if (local != nullptr) return CodeSetConvert(local, kUtf8, in, out);
-    out = in;
-    return true;
+    return IfMemoryLasts([&] { return ConvertOrCopy(SwitchedCharset(), kUtf8, in, out); });
 }
 
 bool Utf2Local(std::string& out, const std::string& in) {
-    const char* const local = SwitchedCharset();
-    if (local != nullptr) return CodeSetConvert(kUtf8, local, in, out);
-    out = in;
-    return true;
+    return IfMemoryLasts([&] { return ConvertOrCopy(kUtf8, SwitchedCharset(), in, out); });
 }
 
 void Convert2UTFforLog(const std::string& in, std::string& out) {
-    const char* const local = g_localCharsetIsGbk.Get(ReadLocalCharsetIsGbk) ? kGbk : kLatin1;
-    // Time stamps are plain, so writing a record opens no handle. Opening may load a
-    // library, and would then wait, under the log's locks, for a thread that logs while
-    // it loads another.
-    if (IsPlainAscii(in) || !CodeSetConvert(local, kUtf8, in, out)) out = in;
+    // Time stamps are plain, so writing a record mostly converts nothing.
+    const bool converted = IfMemoryLasts([&] {
+        const char* const local = g_localCharsetIsGbk.Get(ReadLocalCharsetIsGbk) ? kGbk : kLatin1;
+        return !IsPlainAscii(in) && CodeSetConvert(local, kUtf8, in, out);
+    });
+    if (!converted) out = in;
 }
 
 }  // namespace NS_BUNDLEMGR1

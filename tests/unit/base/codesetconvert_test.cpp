@@ -684,7 +684,7 @@ TEST(CodeSetThreads, NeverShareAHandleWithStateAtOnce) {
         }
     });
     EXPECT_EQ(0, wrong);
-    EXPECT_LE(marked, 40);
+    EXPECT_LE(marked, 8);
 }
 
 }  // namespace

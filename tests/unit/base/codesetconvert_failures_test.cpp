@@ -1,0 +1,237 @@
+// Code-set conversion when memory runs out, and in a process that forks.
+//
+// This program's own operators new come before the library's. They serve every request
+// until a test tells them otherwise.
+#include <pthread.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "bundlemgr/base.h"
+#include "support/capture.h"
+#include "support/environment.h"
+#include "support/tempdir.h"
+#include "support/wait.h"
+#include "unit/base/corelog.h"
+
+namespace {
+
+// How many more requests of this thread are served; negative for all.
+thread_local long t_requestsLeft = -1;
+
+void* Allocate(std::size_t size) {
+    if (t_requestsLeft == 0) return nullptr;
+    if (t_requestsLeft > 0) --t_requestsLeft;
+    return std::malloc(size > 0 ? size : 1);
+}
+
+void* AllocateOrThrow(std::size_t size) {
+    void* const memory = Allocate(size);
+    if (memory == nullptr) throw std::bad_alloc();
+    return memory;
+}
+
+}  // namespace
+
+#define ZO_REPLACES __attribute__((visibility("default")))
+
+ZO_REPLACES void* operator new(std::size_t size) {
+    return AllocateOrThrow(size);
+}
+ZO_REPLACES void* operator new[](std::size_t size) {
+    return AllocateOrThrow(size);
+}
+ZO_REPLACES void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return Allocate(size);
+}
+ZO_REPLACES void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    return Allocate(size);
+}
+ZO_REPLACES void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+ZO_REPLACES void operator delete[](void* memory) noexcept {
+    std::free(memory);
+}
+ZO_REPLACES void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+ZO_REPLACES void operator delete[](void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+ZO_REPLACES void operator delete(void* memory, const std::nothrow_t&) noexcept {
+    std::free(memory);
+}
+ZO_REPLACES void operator delete[](void* memory, const std::nothrow_t&) noexcept {
+    std::free(memory);
+}
+
+namespace NS_BUNDLEMGR1 {
+
+namespace {
+
+// ---- No memory ----
+
+/// Serves only so many requests of this thread while it lives.
+class ShortOfMemory {
+public:
+    explicit ShortOfMemory(long requests) { t_requestsLeft = requests; }
+    ~ShortOfMemory() { t_requestsLeft = -1; }
+    ShortOfMemory(const ShortOfMemory&) = delete;
+    ShortOfMemory& operator=(const ShortOfMemory&) = delete;
+};
+
+/// Runs an action with ever more memory until it succeeds; until then it must answer false
+/// and leave its output alone.
+/// @return how often it failed
+template <class Action>
+long FailuresUntilDone(Action action, const std::string& expected) {
+    for (long requests = 0; requests < 1000; ++requests) {
+        std::string out = "untouched";
+        bool done = false;
+        {
+            const ShortOfMemory shortage(requests);
+            done = action(out);
+        }
+        if (done) {
+            EXPECT_EQ(expected, out);
+            return requests;
+        }
+        EXPECT_EQ("untouched", out) << requests;
+    }
+    ADD_FAILURE() << "never done";
+    return 0;
+}
+
+const std::string kLongText(200, 'x');
+
+TEST(CodeSetFailures, WithoutMemoryAConversionIsFalse) {
+    const test::CoreLogDir log;
+    test::StdoutOf([] {
+        EXPECT_LT(1, FailuresUntilDone([](std::string& out) { return CodeSetConvert("GBK", "UTF-8", kLongText, out); },
+                                       kLongText));
+        EXPECT_LT(1,
+                  FailuresUntilDone([](std::string& out) { return CodeSetConvert("KOI8-R", "CP1251", kLongText, out); },
+                                    kLongText));
+        // Open by now: what is left is the buffer and the result.
+        EXPECT_EQ(2, FailuresUntilDone([](std::string& out) { return CodeSetConvert("GBK", "UTF-8", kLongText, out); },
+                                       kLongText));
+    });
+}
+
+TEST(CodeSetFailures, WithoutMemoryACopyIsFalse) {
+    EXPECT_EQ(
+        1, FailuresUntilDone([](std::string& out) { return CodeSetConvert("GBK", "GBK", kLongText, out); }, kLongText));
+}
+
+TEST(CodeSetFailures, WithoutMemoryTheFixedDirectionsAreFalse) {
+    const test::TempDir dir;
+    dir.Write("conf/corba_start.cfg", "CharacterSetSwitch=2\n");
+    const test::ScopedEnv shareDir("_APP_SHARE_DIR", dir.Path());
+    const test::CoreLogDir log;
+    test::StdoutOf([] {
+        EXPECT_LT(0, FailuresUntilDone([](std::string& out) { return Local2Utf(out, kLongText); }, kLongText));
+        EXPECT_LT(0, FailuresUntilDone([](std::string& out) { return Utf2Local(out, kLongText); }, kLongText));
+    });
+}
+
+TEST(CodeSetFailures, WithoutMemoryAnUnknownSetIsFalse) {
+    const test::CoreLogDir log;
+    test::StdoutOf([] {
+        std::string ignored;
+        CodeSetConvert("nonsense", "UTF-8", "x", ignored);
+        for (long requests = 0; requests < 100; ++requests) {
+            std::string out = "untouched";
+            bool done = true;
+            {
+                const ShortOfMemory shortage(requests);
+                done = CodeSetConvert("nonsense", "UTF-8", "x", out);
+            }
+            EXPECT_FALSE(done) << requests;
+            EXPECT_EQ("untouched", out);
+        }
+    });
+}
+
+// ---- fork ----
+
+/// Runs an action in a forked child.
+/// @return 0 when it was true, another number when it was not or did not end
+template <class Action>
+int InForkedChild(Action action) {
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(30);
+        _exit(action() ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    return status;
+}
+
+/// Threads that do the same over and over while it lives.
+class Busy {
+public:
+    template <class Action>
+    Busy(int threads, Action action) {
+        for (int i = 0; i < threads; ++i) {
+            m_threads.emplace_back([this, action] {
+                while (!m_stop) {
+                    action();
+                    ++m_rounds;
+                }
+            });
+        }
+        test::WaitFor([this] { return m_rounds > 0; });
+    }
+    ~Busy() {
+        m_stop = true;
+        for (std::thread& thread : m_threads) thread.join();
+    }
+    Busy(const Busy&) = delete;
+    Busy& operator=(const Busy&) = delete;
+
+private:
+    std::atomic<bool> m_stop{false};
+    std::atomic<long> m_rounds{0};
+    std::vector<std::thread> m_threads;
+};
+
+std::string Converted(const char* from, const char* to, const std::string& in) {
+    std::string out = "untouched";
+    return CodeSetConvert(from, to, in, out) ? out : "failed, " + out;
+}
+
+constexpr int kForks = 200;
+
+TEST(CodeSetFork, AChildConvertsWhateverOtherThreadsWereConverting) {
+    const Busy threads(2, [] {
+        Converted("GBK", "UTF-8", "\xD6\xD0");
+        Converted("KOI8-R", "UTF-8", "\xC1");
+    });
+    for (int i = 0; i < kForks; ++i) {
+        ASSERT_EQ(0, InForkedChild([] {
+                      return Converted("GBK", "UTF-8", "\xD6\xD0") == "\xE4\xB8\xAD" &&
+                             Converted("KOI8-R", "UTF-8", "\xC1") == "\xD0\xB0";
+                  }))
+            << i;
+    }
+}
+
+TEST(CodeSetFork, AChildGoesOnInTheShiftStateOfItsParent) {
+    EXPECT_EQ("\xFE\xFF\x04\x30", Converted("ISO-8859-5", "UTF-16", "\xD0"));
+    EXPECT_EQ(0, InForkedChild([] { return Converted("ISO-8859-5", "UTF-16", "\xD0") == "\x04\x30"; }));
+    EXPECT_EQ("\x04\x30", Converted("ISO-8859-5", "UTF-16", "\xD0"));
+}
+
+}  // namespace
+
+}  // namespace NS_BUNDLEMGR1
