@@ -20,5 +20,22 @@ if(ZO_HAVE_GNU_LIBICONV)
     target_compile_definitions(zo_bundlemgr_objects PUBLIC ZO_HAVE_GNU_LIBICONV)
     target_link_libraries(zo_bundlemgr_objects PUBLIC "${LIBICONV_LIBRARY}")
 else()
+    # Made while building, so that those who run the library need no part of the C library
+    # that some systems pack by itself.
+    set(ZO_GENERATED_DIR "${CMAKE_CURRENT_BINARY_DIR}/generated")
+    set(ZO_GBK_TABLE "${ZO_GENERATED_DIR}/platform/gbktable.inc")
+    file(MAKE_DIRECTORY "${ZO_GENERATED_DIR}/platform")
+    add_executable(zo_makegbktable platform/makegbktable.cpp)
+    target_compile_features(zo_makegbktable PRIVATE cxx_std_17)
+    add_custom_command(
+        OUTPUT "${ZO_GBK_TABLE}"
+        COMMAND zo_makegbktable "${ZO_GBK_TABLE}"
+        DEPENDS zo_makegbktable
+        COMMENT "Making the table of GBK"
+        VERBATIM)
+    add_custom_target(zo_gbk_table DEPENDS "${ZO_GBK_TABLE}")
+    add_dependencies(zo_generated_sources zo_gbk_table)
+    add_dependencies(zo_bundlemgr_objects zo_gbk_table)
     target_sources(zo_bundlemgr_objects PRIVATE platform/iconvstandin.cpp)
+    target_include_directories(zo_bundlemgr_objects PRIVATE "${ZO_GENERATED_DIR}")
 endif()

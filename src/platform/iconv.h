@@ -58,14 +58,4 @@ inline libiconv_t NoIconv() {
     return reinterpret_cast<libiconv_t>(-1);  // NOLINT(performance-no-int-to-ptr): GNU's convention
 }
 
-/// @return whether several threads may convert with the handle at once: nothing in it
-///         changes while it converts
-#ifdef ZO_HAVE_GNU_LIBICONV
-inline bool IsSharableIconv(libiconv_t) {
-    return false;
-}
-#else
-bool IsSharableIconv(libiconv_t handle);
-#endif
-
 }  // namespace NS_BUNDLEMGR1

@@ -6,16 +6,15 @@
 // character by character through Unicode here: a decoder reads one, an encoder writes
 // it, and what either cannot do is replaced in between.
 //
-// GBK, UTF-8 and ISO-8859-1 have codecs of our own, without any state; of the C library
-// only its GBK table is used. UTF-16 and UTF-32 are our own, too, since the byte orders
-// differ. For every other set two of the C library's handles do the reading and writing.
+// GBK, UTF-8, ISO-8859-1, UTF-16 and UTF-32 have codecs of our own, GBK with a table that
+// was made while building. For every other set two of the C library's handles do the
+// reading and writing.
 #include "platform/iconv.h"
 
-#include <array>
-#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -352,91 +351,41 @@ private:
 
 // ---- GBK ----
 
-/// The two-byte characters of GBK, both ways; 0 where there is none.
-class GbkTable {
-public:
-    /// @return whether the C library knows GBK
-    bool Fill() {
-        CLibraryDecoder decoder("GBK");
-        if (!decoder.IsOpen()) return false;
-        for (unsigned code = kFirst; code <= kLast; ++code) {
-            const unsigned char bytes[] = {static_cast<unsigned char>(code >> 8), static_cast<unsigned char>(code)};
-            const Decoded decoded = decoder.Next(bytes, sizeof bytes);
-            if (decoded.kind != Decoded::kCharacter || decoded.length != sizeof bytes) continue;
-            if (decoded.codePoint >= m_codes.size()) continue;
-            m_characters[code - kFirst] = static_cast<std::uint16_t>(decoded.codePoint);
-            m_codes[decoded.codePoint] = static_cast<std::uint16_t>(code);
-        }
-        return true;
-    }
-
-    static bool IsLead(unsigned char byte) { return byte >= kFirst >> 8 && byte <= kLast >> 8; }
-
-    /// @param lead one that `IsLead`
-    std::uint32_t CharacterOf(unsigned char lead, unsigned char trail) const {
-        const unsigned code = static_cast<unsigned>(lead) << 8 | trail;
-        return code >= kFirst && code <= kLast ? m_characters[code - kFirst] : 0u;
-    }
-
-    unsigned CodeOf(std::uint32_t codePoint) const { return codePoint < m_codes.size() ? m_codes[codePoint] : 0u; }
-
-private:
-    static constexpr unsigned kFirst = 0x8140;
-    static constexpr unsigned kLast = 0xFEFE;
-
-    std::array<std::uint16_t, kLast - kFirst + 1> m_characters{};
-    std::array<std::uint16_t, 0x10000> m_codes{};
-};
-
-/// @return the one table, made on the first call and kept for good, so that handles
-///         serve static destructors, too; null when the C library does not know GBK
-const GbkTable* SharedGbkTable() {
-    static std::atomic<const GbkTable*> shared{nullptr};
-    const GbkTable* known = shared.load(std::memory_order_acquire);
-    if (known != nullptr) return known;
-    auto made = std::make_unique<GbkTable>();
-    if (!made->Fill()) return nullptr;
-    // Two threads may get here at once; they made the same.
-    if (!shared.compare_exchange_strong(known, made.get(), std::memory_order_acq_rel)) return known;
-    return made.release();
-}
+// `kGbkCharacters` by code from `kGbkFirst` on, and `kGbkCodes` by code point; 0 where
+// there is none.
+#include "platform/gbktable.inc"
 
 class GbkDecoder final : public Decoder {
 public:
-    explicit GbkDecoder(const GbkTable& table) : m_table(table) {}
-
     Decoded Next(const unsigned char* in, std::size_t left) override {
         if (in[0] < 0x80) return Character(in[0], 1);
-        if (!GbkTable::IsLead(in[0])) return Invalid(1);
+        if (in[0] < kGbkFirst >> 8 || in[0] > kGbkLast >> 8) return Invalid(1);
         if (left < 2) return Incomplete();
-        const std::uint32_t codePoint = m_table.CharacterOf(in[0], in[1]);
+        const std::uint32_t codePoint = CharacterOf(static_cast<unsigned>(in[0]) << 8 | in[1]);
         return codePoint != 0 ? Character(codePoint, 2) : Invalid(1);
     }
 
 private:
-    const GbkTable& m_table;
+    static std::uint32_t CharacterOf(unsigned code) {
+        return code >= kGbkFirst && code <= kGbkLast ? kGbkCharacters[code - kGbkFirst] : 0u;
+    }
 };
 
 class GbkEncoder final : public Encoder {
 public:
-    explicit GbkEncoder(const GbkTable& table) : m_table(table) {}
-
     std::ptrdiff_t Put(std::uint32_t codePoint, unsigned char* out, std::size_t room) override {
         if (codePoint < 0x80) {
             if (room < 1) return kNoRoom;
             out[0] = static_cast<unsigned char>(codePoint);
             return 1;
         }
-        const unsigned code = m_table.CodeOf(codePoint);
+        const unsigned code = codePoint < std::size(kGbkCodes) ? kGbkCodes[codePoint] : 0u;
         if (code == 0) return kUnrepresentable;
         if (room < 2) return kNoRoom;
         out[0] = static_cast<unsigned char>(code >> 8);
         out[1] = static_cast<unsigned char>(code);
         return 2;
     }
-
-private:
-    const GbkTable& m_table;
 };
 
 // ---- Which set a name means ----
@@ -491,11 +440,8 @@ CharsetName Recognise(const char* name) {
 
 std::unique_ptr<Decoder> MakeDecoder(const CharsetName& name) {
     switch (name.charset) {
-        case Charset::kGbk: {
-            const GbkTable* const table = SharedGbkTable();
-            if (table == nullptr) return nullptr;
-            return std::make_unique<GbkDecoder>(*table);
-        }
+        case Charset::kGbk:
+            return std::make_unique<GbkDecoder>();
         case Charset::kUtf8:
             return std::make_unique<Utf8Decoder>();
         case Charset::kLatin1:
@@ -514,11 +460,8 @@ std::unique_ptr<Decoder> MakeDecoder(const CharsetName& name) {
 
 std::unique_ptr<Encoder> MakeEncoder(const CharsetName& name) {
     switch (name.charset) {
-        case Charset::kGbk: {
-            const GbkTable* const table = SharedGbkTable();
-            if (table == nullptr) return nullptr;
-            return std::make_unique<GbkEncoder>(*table);
-        }
+        case Charset::kGbk:
+            return std::make_unique<GbkEncoder>();
         case Charset::kUtf8:
             return std::make_unique<Utf8Encoder>();
         case Charset::kLatin1:
@@ -704,15 +647,10 @@ ConvertFunction ChooseConvert(Charset from, Charset to) {
     }
 }
 
-bool IsStateless(Charset charset) {
-    return charset == Charset::kGbk || charset == Charset::kUtf8 || charset == Charset::kLatin1;
-}
-
 struct Handle {
     std::unique_ptr<Decoder> decoder;
     std::unique_ptr<Encoder> encoder;
     ConvertFunction convert;
-    bool sharable;
     iconv_fallbacks fallbacks;
 };
 
@@ -726,9 +664,8 @@ std::unique_ptr<Handle> Open(const char* toCode, const char* fromCode) {
     std::unique_ptr<Decoder> decoder = MakeDecoder(from);
     std::unique_ptr<Encoder> encoder = MakeEncoder(to);
     if (decoder == nullptr || encoder == nullptr) return nullptr;
-    return std::make_unique<Handle>(Handle{std::move(decoder), std::move(encoder),
-                                           ChooseConvert(from.charset, to.charset),
-                                           IsStateless(from.charset) && IsStateless(to.charset), iconv_fallbacks()});
+    return std::make_unique<Handle>(
+        Handle{std::move(decoder), std::move(encoder), ChooseConvert(from.charset, to.charset), iconv_fallbacks()});
 }
 
 std::size_t Fail(int error) {
@@ -749,10 +686,6 @@ std::size_t ResetStates(Handle& handle, char** out, std::size_t* outLeft) {
 }
 
 }  // namespace
-
-bool IsSharableIconv(libiconv_t handle) {
-    return Of(handle).sharable;
-}
 
 }  // namespace NS_BUNDLEMGR1
 
