@@ -307,17 +307,29 @@ private:
 /// @name Code sets
 /// Input that is invalid becomes one "?" a byte, a character that the target lacks
 /// becomes one "?". Output ends at its first NUL byte.
+///
+/// GBK, UTF-8, the ISO-8859 family, KOI8-R, CP1250 to CP1257, UTF-16 and UTF-32 (also with
+/// LE or BE) and ASCII convert byte for byte as GNU libiconv does. All other sets are GNU
+/// libiconv's where the library was built with it, and elsewhere the C library's, which
+/// differ here and there. GBK, UTF-8, ISO-8859-1, UTF-16 and UTF-32 always work; every
+/// other set then needs the C library's converter of it where the library runs.
+///
+/// A forked child may convert, whatever other threads of its parent were converting. What
+/// can hang there is its first use of a set that needs a converter of the C library, if a
+/// thread of the parent was in the C library's own `iconv_open` or `iconv_close`.
 /// @{
 
-/// Converts between two character sets by their iconv names.
+/// Converts between two character sets by their iconv names, in upper or lower case. A
+/// name that is empty or holds anything but letters, digits and `_ . : + ( ) -` is that of
+/// an unknown set.
 /// @param from name of the set of `in`
 /// @param to   name of the set of `out`
 /// @param in   the text
 /// @param out  receives the result; untouched on failure. Equal names copy; the name
 ///             "UNKOWN" leaves it untouched and succeeds
 /// @return false for an unknown set (reported on the log and on standard output), an
-///         incomplete character at the end of `in`, or a result of more than
-///         (length of `in` + 1) x 2 bytes
+///         incomplete character at the end of `in`, a result of more than
+///         (length of `in` + 1) x 2 bytes, or where memory runs out
 ZO_EXPORT bool CodeSetConvert(const std::string& from, const std::string& to, const std::string& in, std::string& out);
 
 /// Local set to UTF-8. The item `CharacterSetSwitch` of `corba_start.cfg`, read once,
