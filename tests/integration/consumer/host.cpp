@@ -1,9 +1,11 @@
-// Loads the one configured bundle, asks it for its interface and shuts down. That the
-// shared library answers to its plain file name, it checks as well.
+// Loads the one configured bundle, asks it for its interface, converts a text and shuts
+// down. That the shared library answers to its plain file name, it checks as well.
 #include <dlfcn.h>
 
 #include <cstdio>
+#include <string>
 
+#include "bundlemgr/base.h"
 #include "bundlemgr/bundle.h"
 #include "bundlemgr/bundlemgr.h"
 
@@ -12,6 +14,15 @@ namespace {
 int Fail(const char* reason) {
     std::printf("consumer_host: %s\n", reason);
     return 1;
+}
+
+int Convert() {
+    std::string utf8;
+    if (!NS_BUNDLEMGR1::CodeSetConvert("GBK", "UTF-8", "\xD6\xD0", utf8)) return Fail("GBK is not converted");
+    std::printf("consumer_host: D6D0 is ");
+    for (const char c : utf8) std::printf("%02X", static_cast<unsigned char>(c));
+    std::printf("\n");
+    return 0;
 }
 
 int Run(NS_BUNDLEMGR1::BundleMgr& bundleMgr) {
@@ -31,7 +42,8 @@ int main() {
     if (library == nullptr) return Fail("libzo_bundlemgr.so is not the library that is linked");
     dlclose(library);
 
-    const int result = Run(*NS_BUNDLEMGR1::BundleMgr::Instance());
+    int result = Run(*NS_BUNDLEMGR1::BundleMgr::Instance());
+    if (result == 0) result = Convert();
     NS_BUNDLEMGR1::BundleMgr::Destroy();
     NS_BUNDLEMGR1::LogProxyDebugInfoBufMgr::Destroy();
     return result;

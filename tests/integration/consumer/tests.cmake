@@ -10,6 +10,8 @@ function(zo_add_consumer_test via)
             -D "WORK_DIR=${CMAKE_CURRENT_BINARY_DIR}/consumer/${via}"
             -D "GENERATOR=${CMAKE_GENERATOR}"
             -D "CXX_COMPILER=${CMAKE_CXX_COMPILER}"
+            -D "READELF=${CMAKE_READELF}"
+            -D "HARDENED=${ZO_HARDEN}"
             -P "${CMAKE_CURRENT_SOURCE_DIR}/consumer/consumer_test.cmake")
     # Installing writes its manifest into the one build directory. Slow, so started first.
     set_tests_properties("consumer/${via}" PROPERTIES TIMEOUT 600 RESOURCE_LOCK install COST 100)
