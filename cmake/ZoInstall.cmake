@@ -29,6 +29,11 @@ install(FILES
 # The prefix is told from where the file lies, so that the tree may be moved.
 file(RELATIVE_PATH ZO_PKGCONFIG_TO_PREFIX
     "${CMAKE_INSTALL_PREFIX}/${ZO_INSTALL_PKGCONFIGDIR}" "${CMAKE_INSTALL_PREFIX}")
+# What the library itself is linked with. A static libiconv has become a part of it.
+set(ZO_PKGCONFIG_LIBS_PRIVATE "-ljsoncpp -pthread -ldl")
+if(ZO_HAVE_GNU_LIBICONV AND LIBICONV_LIBRARY MATCHES "^(.+)/lib([^/]+)\\.so")
+    string(PREPEND ZO_PKGCONFIG_LIBS_PRIVATE "-L${CMAKE_MATCH_1} -l${CMAKE_MATCH_2} ")
+endif()
 configure_file("${PROJECT_SOURCE_DIR}/cmake/zo_bundlemgr.pc.in" "${PROJECT_BINARY_DIR}/zo_bundlemgr.pc" @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/zo_bundlemgr.pc" DESTINATION "${ZO_INSTALL_PKGCONFIGDIR}")
 

@@ -22,7 +22,7 @@ if(ZO_HAVE_GNU_LIBICONV)
 else()
     # Made while building, so that those who run the library need no part of the C library
     # that some systems pack by itself.
-    set(ZO_GENERATED_DIR "${CMAKE_CURRENT_BINARY_DIR}/generated")
+    set(ZO_GENERATED_DIR "${PROJECT_BINARY_DIR}/generated")
     set(ZO_GBK_TABLE "${ZO_GENERATED_DIR}/platform/gbktable.inc")
     file(MAKE_DIRECTORY "${ZO_GENERATED_DIR}/platform")
     add_executable(zo_makegbktable platform/makegbktable.cpp)
@@ -39,3 +39,12 @@ else()
     target_sources(zo_bundlemgr_objects PRIVATE platform/iconvstandin.cpp)
     target_include_directories(zo_bundlemgr_objects PRIVATE "${ZO_GENERATED_DIR}")
 endif()
+
+# zo_hide_static_libiconv(<target>): a static libiconv stays inside the library that it was
+# linked into. Exported, its functions would come before those of another copy that the
+# process has.
+function(zo_hide_static_libiconv target)
+    if(ZO_HAVE_GNU_LIBICONV AND LIBICONV_LIBRARY MATCHES "/([^/]+\\.a)$")
+        target_link_options(${target} PRIVATE "LINKER:--exclude-libs,${CMAKE_MATCH_1}")
+    endif()
+endfunction()
