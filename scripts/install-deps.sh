@@ -62,7 +62,10 @@ want_group() {
         want_package omniorb omnievents libomniorb4-dev libomnievents-dev
         ;;
     coverage) want_command gcovr gcovr ;;
-    package) want_command dpkg-shlibdeps dpkg-dev ;;
+    package)
+        want_command dpkg-shlibdeps dpkg-dev
+        want_command file file  # cpack asks it which files are libraries
+        ;;
     bench) want_package libbenchmark-dev ;;
     docs) want_command doxygen doxygen ;;
     *) fail "unknown group '$1' (build test check corba coverage package bench docs)" ;;
