@@ -2,10 +2,6 @@
 //
 // This program's own operators new come before the library's. They serve every request
 // until a test tells them otherwise.
-#include <pthread.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <cstdlib>
 #include <new>
@@ -18,6 +14,7 @@
 #include "bundlemgr/base.h"
 #include "support/capture.h"
 #include "support/environment.h"
+#include "support/forkedchild.h"
 #include "support/tempdir.h"
 #include "support/wait.h"
 #include "unit/base/corelog.h"
@@ -163,20 +160,6 @@ TEST(CodeSetFailures, WithoutMemoryAnUnknownSetIsFalse) {
 
 // ---- fork ----
 
-/// Runs an action in a forked child.
-/// @return 0 when it was true, another number when it was not or did not end
-template <class Action>
-int InForkedChild(Action action) {
-    const pid_t child = fork();
-    if (child == 0) {
-        alarm(30);
-        _exit(action() ? 0 : 1);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    return status;
-}
-
 /// Threads that do the same over and over while it lives.
 class Busy {
 public:
@@ -213,12 +196,13 @@ std::string Converted(const char* from, const char* to, const std::string& in) {
 constexpr int kForks = 200;
 
 TEST(CodeSetFork, AChildConvertsWhateverOtherThreadsWereConverting) {
+    if (!test::kForkedChildMayAllocate) GTEST_SKIP() << "a forked child may not allocate here";
     const Busy threads(2, [] {
         Converted("GBK", "UTF-8", "\xD6\xD0");
         Converted("KOI8-R", "UTF-8", "\xC1");
     });
     for (int i = 0; i < kForks; ++i) {
-        ASSERT_EQ(0, InForkedChild([] {
+        ASSERT_EQ(0, test::InForkedChild([] {
                       return Converted("GBK", "UTF-8", "\xD6\xD0") == "\xE4\xB8\xAD" &&
                              Converted("KOI8-R", "UTF-8", "\xC1") == "\xD0\xB0";
                   }))
@@ -228,7 +212,7 @@ TEST(CodeSetFork, AChildConvertsWhateverOtherThreadsWereConverting) {
 
 TEST(CodeSetFork, AChildGoesOnInTheShiftStateOfItsParent) {
     EXPECT_EQ("\xFE\xFF\x04\x30", Converted("ISO-8859-5", "UTF-16", "\xD0"));
-    EXPECT_EQ(0, InForkedChild([] { return Converted("ISO-8859-5", "UTF-16", "\xD0") == "\x04\x30"; }));
+    EXPECT_EQ(0, test::InForkedChild([] { return Converted("ISO-8859-5", "UTF-16", "\xD0") == "\x04\x30"; }));
     EXPECT_EQ("\x04\x30", Converted("ISO-8859-5", "UTF-16", "\xD0"));
 }
 
