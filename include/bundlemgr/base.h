@@ -285,6 +285,10 @@ public:
     /// `GetStrItemInfo` on the object if there is one; creates none, waits for no
     /// lock that is held while user code runs.
     static bool PeekStrItem(const std::string& name, std::string& value);
+
+    /// Around fork: keep the items, so that the child finds them whole and unlocked.
+    static void BeforeFork();
+    static void AfterFork();
     /// @endcond
 
 protected:

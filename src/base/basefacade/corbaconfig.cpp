@@ -11,6 +11,7 @@
 #include <ace/Recursive_Thread_Mutex.h>
 #include <ace/Static_Object_Lock.h>
 #include <json/json.h>
+#include <pthread.h>
 
 #include "log/logproxy.h"
 #include "platform/openfile.h"
@@ -30,6 +31,13 @@ CoreLog g_log("basefacade");
 // Keeps the instance alive while PeekStrItem looks into it. Destroy takes it after
 // the static-object lock; whoever holds it takes nothing but an object's own mutex.
 std::mutex g_peekMutex;
+CorbaConfigItems* g_pKeptOverFork = nullptr;  // guarded by it
+
+const struct ForkHandlers {
+    ForkHandlers() {
+        pthread_atfork(&CorbaConfigItems::BeforeFork, &CorbaConfigItems::AfterFork, &CorbaConfigItems::AfterFork);
+    }
+} g_forkHandlers;
 
 using Json::Value;
 
@@ -149,6 +157,17 @@ bool CorbaConfigItems::PeekStrItem(const std::string& name, std::string& value) 
     const std::lock_guard<std::mutex> peekGuard(g_peekMutex);
     CorbaConfigItems* const instance = m_pInstance.load(std::memory_order_acquire);
     return instance != nullptr && instance->GetStrItemInfo(name, value);
+}
+
+void CorbaConfigItems::BeforeFork() {
+    g_peekMutex.lock();
+    g_pKeptOverFork = m_pInstance.load(std::memory_order_acquire);
+    if (g_pKeptOverFork != nullptr) g_pKeptOverFork->m_mutex.acquire();
+}
+
+void CorbaConfigItems::AfterFork() {
+    if (g_pKeptOverFork != nullptr) g_pKeptOverFork->m_mutex.release();
+    g_peekMutex.unlock();
 }
 
 void CorbaConfigItems::init() {

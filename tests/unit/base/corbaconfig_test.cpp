@@ -18,6 +18,7 @@
 #include "support/capture.h"
 #include "support/elsewhere.h"
 #include "support/environment.h"
+#include "support/forkedchild.h"
 #include "support/tempdir.h"
 #include "support/wait.h"
 #include "unit/base/corelog.h"
@@ -675,6 +676,35 @@ TEST_F(CorbaConfig, PeekingNeverTouchesADestroyedObject) {
     stop = true;
     for (std::thread& peeker : peekers) peeker.join();
     EXPECT_EQ(0, wrong);
+}
+
+TEST_F(CorbaConfig, AForkedChildReadsItemsThatOtherThreadsWereReading) {
+    WriteStart("A=1\n");
+    Read();
+    std::atomic<bool> stop{false};
+    std::atomic<int> rounds{0};
+    const auto readUntilStopped = [&](auto read) {
+        const std::string name = "A";
+        std::string value;
+        for (; !stop; ++rounds) read(name, value);
+    };
+    std::thread reader(readUntilStopped, [](const std::string& name, std::string& value) {
+        CorbaConfigItems::Instance()->GetStrItemInfo(name, value);
+    });
+    std::thread peeker(readUntilStopped, &CorbaConfigItems::PeekStrItem);
+    EXPECT_TRUE(test::WaitFor([&rounds] { return rounds > 0; }));
+    int status = 0;
+    for (int i = 0; i < 200 && status == 0; ++i) {
+        status = test::InForkedChild([] {
+            std::string value;
+            return CorbaConfigItems::PeekStrItem("A", value) && value == "1";
+        });
+    }
+    stop = true;
+    reader.join();
+    peeker.join();
+
+    EXPECT_EQ(0, status);
 }
 
 }  // namespace
