@@ -31,3 +31,6 @@ function(zo_add_agent_corba_test name)
 endfunction()
 
 zo_add_agent_corba_test(agent_corba_test)
+if(TARGET zo_alarm_idl)
+    zo_add_agent_corba_test(agent_corba_runs_test)
+endif()

@@ -56,9 +56,33 @@ CORBA::Object_ptr Resolve(CosNaming::NamingContext_ptr root, const CosNaming::Na
     }
 }
 
+/// @return host, port and key of a reference; "" when it has none
+std::string AddressOf(CORBA::Object_ptr object) {
+    const omniIOR_var ior = object->_PR_getobj()->_getIOR();
+    const IOP::TaggedProfileList& profiles = ior->iopProfiles();
+    for (CORBA::ULong i = 0; i < profiles.length(); ++i) {
+        if (profiles[i].tag != IOP::TAG_INTERNET_IOP) continue;
+        IIOP::ProfileBody profile;
+        IIOP::unmarshalProfile(profiles[i], profile);
+        const CORBA::Octet* const key = profile.object_key.get_buffer();
+        return std::string(profile.address.host) + ":" + std::to_string(profile.address.port) + "/" +
+               std::string(key, key + profile.object_key.length());
+    }
+    return "";
+}
+
+/// Whether two references say the same. The ORB alone does not tell: it goes by where
+/// calls have been forwarded to. The channel's well-known address is one that forwards,
+/// so a reference that was called differs from its copy in the naming service.
+bool IsSame(CORBA::Object_ptr left, CORBA::Object_ptr right) {
+    if (left->_is_equivalent(right)) return true;
+    const std::string address = AddressOf(left);
+    return !address.empty() && address == AddressOf(right);
+}
+
 bool IsBound(CosNaming::NamingContext_ptr root, const CosNaming::Name& name, CORBA::Object_ptr object) {
     const CORBA::Object_var bound = Resolve(root, name);
-    return !CORBA::is_nil(bound) && bound->_is_equivalent(object);
+    return !CORBA::is_nil(bound) && IsSame(bound, object);
 }
 
 bool Answers(CORBA::Object_ptr object) {
@@ -74,7 +98,7 @@ bool Answers(CORBA::Object_ptr object) {
 /// has left behind is not.
 bool IsTaken(CosNaming::NamingContext_ptr root, const CosNaming::Name& name, CORBA::Object_ptr object) {
     const CORBA::Object_var bound = Resolve(root, name);
-    return !CORBA::is_nil(bound) && !bound->_is_equivalent(object) && Answers(bound);
+    return !CORBA::is_nil(bound) && !IsSame(bound, object) && Answers(bound);
 }
 
 void MakeContexts(CosNaming::NamingContext_ptr root, const CosNaming::Name& name) {
