@@ -46,4 +46,11 @@ void AgentServant::acknowledge(const char* id, const char* user) {
     if (!m_table.Acknowledge(id, user)) throw NbiAlarm::NoSuchAlarm(id);
 }
 
+CORBA::Boolean AgentServant::_dispatch(omniCallHandle& call) {
+    IteratorPool::Reply reply(m_iterators);
+    const CORBA::Boolean known = POA_NbiAlarm::Agent::_dispatch(call);
+    reply.Sent();
+    return known;
+}
+
 }  // namespace corba_bundle

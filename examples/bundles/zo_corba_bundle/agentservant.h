@@ -20,6 +20,9 @@ public:
     NbiAlarm::Alarm* getAlarm(const char* id) override;
     void acknowledge(const char* id, const char* user) override;
 
+    /// All calls come through here, and return when the reply is on its way.
+    CORBA::Boolean _dispatch(omniCallHandle& call) override;
+
 private:
     alarms::AlarmTable& m_table;
     IteratorPool& m_iterators;

@@ -11,6 +11,8 @@ namespace {
 
 constexpr std::size_t kMostIterators = 100;
 
+thread_local IteratorPool::Reply* t_reply = nullptr;
+
 }  // namespace
 
 /// One client's place in a list. The POA counts the references to it, so that it is
@@ -41,6 +43,19 @@ private:
     std::size_t m_next;
 };
 
+IteratorPool::Reply::Reply(IteratorPool& pool) : m_pool(pool) {
+    t_reply = this;
+}
+
+IteratorPool::Reply::~Reply() {
+    t_reply = nullptr;
+    if (m_made.in() != nullptr) m_pool.Destroy(m_made.in());
+}
+
+void IteratorPool::Reply::Sent() {
+    m_made = nullptr;
+}
+
 IteratorPool::IteratorPool(PortableServer::POA_ptr poa, std::chrono::seconds longestIdle)
     : m_poa(PortableServer::POA::_duplicate(poa)), m_longestIdle(longestIdle) {}
 
@@ -56,6 +71,7 @@ NbiAlarm::AlarmIterator_ptr IteratorPool::Make(std::shared_ptr<const alarms::Ala
         m_active[servant] = Clock::now();
     }
     if (tooMany != nullptr) Deactivate(tooMany);
+    if (t_reply != nullptr) t_reply->m_made = servant;
     return reference._retn();
 }
 

@@ -24,6 +24,24 @@ class IteratorServant;
 /// Thread-safe. Must live until the ORB is shut down, which takes what is left.
 class IteratorPool {
 public:
+    /// An iterator is of use only to who learns of it: one that is made by this thread
+    /// while a `Reply` lives is destroyed with it, unless the reply was sent. It is not
+    /// where the client's code set lacks a character, or where the client has gone.
+    class Reply {
+    public:
+        explicit Reply(IteratorPool& pool);
+        ~Reply();
+        Reply(const Reply&) = delete;
+        Reply& operator=(const Reply&) = delete;
+
+        void Sent();
+
+    private:
+        friend class IteratorPool;
+        IteratorPool& m_pool;
+        PortableServer::Servant_var<IteratorServant> m_made;
+    };
+
     IteratorPool(PortableServer::POA_ptr poa, std::chrono::seconds longestIdle);
 
     /// @param list   kept until the iterator is gone
