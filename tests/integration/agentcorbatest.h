@@ -191,7 +191,7 @@ protected:
         return m_agent->Stop();
     }
 
-    void StartAgent() {
+    virtual void StartAgent() {
         m_agent = std::make_unique<Agent>(m_root);
         ASSERT_TRUE(m_agent->WaitUntilReady()) << m_agent->Err() << m_root.Log();
     }

@@ -12,6 +12,7 @@
 #include "alarmtable.h"
 #include "bundlemgr/base.h"
 #include "bundlemgr/bundle.h"
+#include "connectionlimit.h"
 #include "corbainterfaces.h"
 #include "iteratorpool.h"
 #include "peer.h"
@@ -31,7 +32,7 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr milliseconds kReapEvery{1000};
+constexpr milliseconds kLookEvery{1000};
 
 // No call that the agent makes takes longer than this, and none that it answers. By
 // default an ORB waits for ever for a server that does not answer and for a client that
@@ -86,13 +87,15 @@ private:
     OrbOptions m_options;
     std::string m_endPoint;
     seconds m_longestIdle{60};
+    std::size_t m_mostConnections = 0;
 
+    ConnectionLimit m_limit{m_log};
     CORBA::ORB_var m_orb;
     std::unique_ptr<IteratorPool> m_iterators;
     PortableServer::Servant_var<AgentServant> m_servant;
     NbiAlarm::Agent_var m_agent;
     std::thread m_orbThread;
-    alarms::ServiceThread m_reaper{m_log};
+    alarms::ServiceThread m_watch{m_log};
 };
 
 /// What the other services of the bundle see.
@@ -141,6 +144,7 @@ bool OrbSvc::ReadSettings() {
     const int port = alarms::IntSetting("CorbaAgentPort", 0, 0, 65535, m_log);
     m_endPoint = "giop:tcp:" + host + ":" + (port != 0 ? std::to_string(port) : "");
     m_longestIdle = seconds(alarms::IntSetting("CorbaIteratorIdleSeconds", 60, 1, 86400, m_log));
+    m_mostConnections = static_cast<std::size_t>(alarms::IntSetting("CorbaMaxConnections", 200, 1, 4096, m_log));
     m_options.Add("endPoint", m_endPoint);
     m_options.Add("nativeCharCodeSet", "UTF-8");  // what the alarms are in, see alarm.idl
     m_options.Add("clientCallTimeOutPeriod", std::to_string(kCallTimeout.count()));
@@ -161,6 +165,7 @@ void OrbSvc::Start() {
     alarms::AlarmTable& table = *ServiceInterfaceProxy<alarms::AlarmTable>(alarms::ALARM_SERVICE).GetInterface();
 
     m_orb = m_options.InitOrb();
+    m_limit.Begin(m_mostConnections);
     const CORBA::Object_var object = m_orb->resolve_initial_references("RootPOA");
     const PortableServer::POA_var poa = PortableServer::POA::_narrow(object);
     m_iterators = std::make_unique<IteratorPool>(poa, m_longestIdle);
@@ -171,10 +176,11 @@ void OrbSvc::Start() {
     manager->activate();
 
     m_orbThread = std::thread([orb = m_orb] { orb->run(); });
-    m_reaper.Start([this] {
+    m_watch.Start([this] {
         const std::size_t reaped = m_iterators->Reap();
         if (reaped != 0) m_log.Info(__LINE__, "reaped %zu iterators that were left alone", reaped);
-        return kReapEvery;
+        m_limit.CheckDescriptors();
+        return kLookEvery;
     });
 }
 
@@ -187,12 +193,13 @@ void OrbSvc::Withdraw() {
 
 void OrbSvc::Stop() {
     Withdraw();
-    m_reaper.Stop();
+    m_watch.Stop();
     if (CORBA::is_nil(m_orb)) return;
     // After this no call is under way any more and nothing of this library is called by
     // the ORB: the library may go. The ORB's own libraries stay, see zo_alarm_idl.
     m_orb->shutdown(true);
     if (m_orbThread.joinable()) m_orbThread.join();
+    m_limit.End();
     m_orb->destroy();
     m_orb = CORBA::ORB::_nil();
     m_log.Info(__LINE__, "the ORB has ended");

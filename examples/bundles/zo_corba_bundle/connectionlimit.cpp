@@ -1,0 +1,116 @@
+#include "connectionlimit.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <iterator>
+#include <system_error>
+
+#include <sys/resource.h>
+
+#include <omniORB4/internal/giopStrand.h>
+
+#include "settings.h"
+
+namespace corba_bundle {
+
+namespace {
+
+// What the agent opens besides the connections of clients: files, its own connections.
+constexpr std::size_t kOwnDescriptors = 32;
+
+// A client that finds the limit reached tends to try again and again.
+constexpr std::chrono::minutes kReportEvery{1};
+
+// In the part of the flags that omniORB leaves to us: a connection that counts.
+constexpr CORBA::ULong kAdmitted = 1U << 31;
+static_assert((kAdmitted & GIOPSTRAND_APPLICATION_MASK) != 0);
+
+// What an interceptor is called with does not tell whose it is.
+std::atomic<ConnectionLimit*> g_limit{nullptr};
+
+std::size_t DescriptorLimit() {
+    rlimit limit{};
+    return getrlimit(RLIMIT_NOFILE, &limit) == 0 ? limit.rlim_cur : RLIM_INFINITY;
+}
+
+std::size_t OpenDescriptors() {
+    std::error_code ignored;
+    const std::filesystem::directory_iterator handles("/proc/self/fd", ignored);
+    return static_cast<std::size_t>(std::distance(begin(handles), end(handles)));
+}
+
+}  // namespace
+
+void ConnectionLimit::Begin(std::size_t most) {
+    m_most = most;
+    const std::size_t limit = DescriptorLimit();
+    const std::size_t open = OpenDescriptors();
+    // The clients of the text server come when they like.
+    const int textClients = alarms::IntSetting("AsciiMaxClients", 32, 1, 512, m_log);
+    const std::size_t others = open + kOwnDescriptors + static_cast<std::size_t>(textClients);
+    if (others + most > limit) {
+        m_most = others < limit ? limit - others : 1;
+        m_log.Error(__LINE__,
+                    "%zu connections (CorbaMaxConnections) need more descriptors than the %zu of this process (ulimit "
+                    "-n), of which %zu are in use; taking %zu connections",
+                    most, limit, open, m_most);
+    }
+    g_limit = this;
+    omniORB::getInterceptors()->serverAcceptConnection.add(OnConnection);
+}
+
+void ConnectionLimit::End() {
+    if (g_limit.exchange(nullptr) == nullptr) return;
+    omniORB::getInterceptors()->serverAcceptConnection.remove(OnConnection);
+}
+
+void ConnectionLimit::CheckDescriptors() {
+    switch (m_spare.Check()) {
+        case SpareDescriptor::RUN_OUT:
+            m_log.Error(__LINE__, "no file descriptor is left; closing new connections (ulimit -n raises the limit)");
+            break;
+        case SpareDescriptor::THERE_AGAIN:
+            m_log.Info(__LINE__, "there are file descriptors again");
+            break;
+        case SpareDescriptor::AS_BEFORE:
+            break;
+    }
+}
+
+CORBA::Boolean ConnectionLimit::OnConnection(Connection& connection) {
+    ConnectionLimit* const limit = g_limit;
+    if (limit != nullptr) limit->Judge(connection);
+    return true;  // whoever else intercepts connections is asked as well
+}
+
+void ConnectionLimit::Judge(Connection& connection) {
+    if (m_spare.HasRunOut()) {
+        connection.reject = true;
+        connection.why = "no file descriptor is left";
+    } else if (!Admit(connection.strand)) {
+        connection.reject = true;
+        connection.why = "too many connections";
+        ReportTooMany();
+    }
+}
+
+bool ConnectionLimit::Admit(omni::giopStrand& strand) const {
+    const omni_tracedmutex_lock guard(*omni::omniTransportLock);
+    const omni::StrandList& all = omni::giopStrand::passive;
+    std::size_t admitted = 0;
+    for (const omni::StrandList* it = all.next; it != &all; it = it->next) {
+        if ((static_cast<const omni::giopStrand*>(it)->flags & kAdmitted) != 0) ++admitted;
+    }
+    if (admitted >= m_most) return false;
+    strand.flags |= kAdmitted;
+    return true;
+}
+
+void ConnectionLimit::ReportTooMany() {
+    const Clock::time_point now = Clock::now();
+    Clock::time_point next = m_nextReport;
+    if (now < next || !m_nextReport.compare_exchange_strong(next, now + kReportEvery)) return;
+    m_log.Error(__LINE__, "more than %zu connections (CorbaMaxConnections); closing the latest", m_most);
+}
+
+}  // namespace corba_bundle

@@ -1,0 +1,131 @@
+// More CORBA clients than the agent takes, or can take.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <filesystem>
+#include <list>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include <sys/resource.h>
+
+#include "alarm.hh"
+#include "integration/agentcorbatest.h"
+#include "support/giop.h"
+#include "support/wait.h"
+
+namespace {
+
+using test::GiopClient;
+using test::GiopRequest;
+using test::GiopTarget;
+using test::WaitFor;
+
+class AgentCorbaLoadTest : public test::AgentCorbaTest {
+protected:
+    void StartAgentAndTarget() {
+        ASSERT_NO_FATAL_FAILURE(StartAgentAndClient());
+        m_target = std::make_unique<GiopTarget>(m_service);
+        EXPECT_TRUE(IsServed());  // has a connection from now on
+    }
+
+    bool IsServed() {
+        try {
+            return List()->length() == 0;
+        } catch (const CORBA::SystemException&) {
+            return false;
+        }
+    }
+
+    std::string Call(GiopClient& client) const {
+        return client.Call(GiopRequest(m_target->key, "getActiveAlarms").Number(1));
+    }
+
+    /// How many of these many new clients are served; the others are closed.
+    std::size_t ServedOf(std::size_t count) {
+        std::size_t served = 0;
+        for (std::size_t i = 0; i < count; ++i) {
+            const std::string answer = Call(m_clients.emplace_back(m_target->port));
+            if (answer == "Reply") ++served;
+        }
+        return served;
+    }
+
+    /// The agent's, apart from those that it has from this process.
+    std::size_t HighestDescriptor() const {
+        namespace fs = std::filesystem;
+        std::size_t highest = 0;
+        for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(m_agent->Process().Pid()) + "/fd")) {
+            const std::string number = entry.path().filename().string();
+            std::error_code none;
+            const fs::path ours = fs::read_symlink("/proc/self/fd/" + number, none);
+            if (none || ours != fs::read_symlink(entry)) highest = std::max<std::size_t>(highest, std::stoul(number));
+        }
+        return highest;
+    }
+
+    std::unique_ptr<GiopTarget> m_target;
+    std::list<GiopClient> m_clients;
+};
+
+TEST_F(AgentCorbaLoadTest, ClosesTheConnectionsBeyondTheLimitAndServesTheOthers) {
+    m_root.SetItem("CorbaMaxConnections", "4");
+    ASSERT_NO_FATAL_FAILURE(StartAgentAndTarget());
+
+    EXPECT_EQ(ServedOf(10), 3u);
+
+    EXPECT_EQ(Call(m_clients.front()), "Reply");
+    EXPECT_TRUE(IsServed());
+    EXPECT_TRUE(m_root.WaitForLog("more than 4 connections (CorbaMaxConnections); closing the latest"));
+    EXPECT_EQ(LogCount("(CorbaMaxConnections)"), 1u);
+    m_clients.clear();
+    EXPECT_TRUE(WaitFor([this] { return ServedOf(1) == 1; }));
+}
+
+TEST_F(AgentCorbaLoadTest, ClosesConnectionsForWhichThereIsNoDescriptorUntilThereAreSome) {
+    ASSERT_NO_FATAL_FAILURE(StartAgentAndTarget());
+    const pid_t agent = m_agent->Process().Pid();
+    rlimit before{};
+    ASSERT_EQ(prlimit(agent, RLIMIT_NOFILE, nullptr, &before), 0);
+    const std::size_t highest = HighestDescriptor();
+    const rlimit exhausted{highest + 1, before.rlim_max};
+    ASSERT_EQ(prlimit(agent, RLIMIT_NOFILE, &exhausted, nullptr), 0);
+
+    // Not each is told that it is: one that nobody accepts would wait for ever.
+    EXPECT_LE(ServedOf(highest + 10), highest);
+
+    EXPECT_TRUE(m_root.WaitForLog("no file descriptor is left"));
+    EXPECT_TRUE(IsServed());
+    ASSERT_EQ(prlimit(agent, RLIMIT_NOFILE, &before, nullptr), 0);
+    EXPECT_TRUE(WaitFor([this] { return ServedOf(1) == 1; }));
+    EXPECT_TRUE(m_root.WaitForLog("there are file descriptors again"));
+    EXPECT_EQ(LogCount("no file descriptor is left"), 1u);
+}
+
+class FewDescriptorsTest : public AgentCorbaLoadTest {
+protected:
+    void StartAgent() override {
+        m_agent = std::make_unique<test::Agent>(
+            m_root, std::vector<std::string>(), test::Agent::Environment(),
+            std::vector<std::string>{"/bin/sh", "-c", "ulimit -Sn 100 && exec \"$@\"", "sh"});
+        ASSERT_TRUE(m_agent->WaitUntilReady()) << m_agent->Err() << m_root.Log();
+    }
+};
+
+TEST_F(FewDescriptorsTest, TakeFewerConnectionsAndAreReported) {
+    ASSERT_NO_FATAL_FAILURE(StartAgentAndTarget());
+
+    EXPECT_TRUE(
+        m_root.WaitForLog("200 connections (CorbaMaxConnections) need more descriptors than the 100 of this "
+                          "process (ulimit -n), of which "));
+    const std::size_t served = ServedOf(150);
+    EXPECT_GT(served, 5u);
+    EXPECT_LT(served, 68u);
+    EXPECT_TRUE(IsServed());
+    EXPECT_EQ(LogCount("no file descriptor is left"), 0u);
+}
+
+}  // namespace
