@@ -72,6 +72,64 @@ want_group() {
     esac
 }
 
+# The packages of omniNames and omniEvents bring services of the system that would start
+# at once and with each boot, for whoever connects. Here the programs are needed only.
+policy=/usr/sbin/policy-rc.d
+new_servers=
+
+find_new_servers() {
+    for package in omniorb-nameserver omnievents; do
+        case "$missing " in *" $package "*) new_servers="$new_servers $package" ;; esac
+    done
+}
+
+# While they are installed the system's policy for services, if there is one, is asked
+# about all others only.
+deny_servers() {
+    if { [ -e "$policy" ] || [ -L "$policy" ]; } && [ ! -e "$policy.kept" ]; then
+        $as_root mv "$policy" "$policy.kept"
+    fi
+    trap restore_policy EXIT
+    trap 'exit 130' INT
+    trap 'exit 143' TERM HUP
+    patterns=
+    case "$new_servers " in *" omniorb-nameserver "*) patterns="*' omniorb'*nameserver*" ;; esac
+    case "$new_servers " in *" omnievents "*) patterns="${patterns:+$patterns | }*' omniorb'*eventservice*" ;; esac
+    $as_root tee "$policy" >/dev/null <<EOF
+#!/bin/sh
+# By install-deps.sh of zo_bundlemgr, while it installs packages.
+case " \$*" in $patterns) exit 101 ;; esac
+[ ! -x $policy.kept ] || exec $policy.kept "\$@"
+EOF
+    $as_root chmod 755 "$policy"
+}
+
+restore_policy() {
+    if [ -e "$policy.kept" ] || [ -L "$policy.kept" ]; then
+        $as_root mv "$policy.kept" "$policy"
+    else
+        $as_root rm -f "$policy"
+    fi
+}
+
+services_of() {
+    dpkg --listfiles "$1" |
+        sed -n -e 's|^/.*lib/systemd/system/\(.*\)\.service$|\1|p' -e 's|^/etc/init\.d/||p' | sort -u
+}
+
+# As a package that removes itself does it: deb-systemd-helper works for packages only, but
+# also where systemd is not installed yet.
+disable_servers() {
+    for package in $new_servers; do
+        for service in $(services_of "$package"); do
+            $as_root env DPKG_MAINTSCRIPT_PACKAGE="$package" deb-systemd-helper disable "$service.service" || true
+            [ ! -e "/etc/init.d/$service" ] || $as_root update-rc.d "$service" disable 2>/dev/null || true
+            printf '==> %s: the service of the system is neither started nor enabled\n' "$service"
+        done
+    done
+    if [ -n "$new_servers" ] && [ -d /run/systemd/system ]; then $as_root systemctl daemon-reload || true; fi
+}
+
 install_missing() {
     command -v apt-get >/dev/null 2>&1 ||
         fail "missing:$missing, and there is no apt-get; install them, then set ZO_SKIP_DEPS=1"
@@ -84,9 +142,12 @@ install_missing() {
     printf '==> installing%s\n' "$missing"
     # An index that cannot be refreshed may still be good enough.
     $as_root apt-get update -q || printf 'install-deps.sh: apt-get update failed, trying the known packages\n' >&2
+    find_new_servers
+    [ -z "$new_servers" ] || deny_servers
     # shellcheck disable=SC2086  # a list of words
     $as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends $missing ||
         fail "apt-get could not install:$missing"
+    disable_servers
 }
 
 [ "${ZO_SKIP_DEPS:-}" != 1 ] || exit 0
