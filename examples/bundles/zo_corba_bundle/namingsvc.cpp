@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -150,6 +151,7 @@ private:
     std::unique_ptr<Peer> m_peer;
     milliseconds m_pause = kCheckEvery;  // used by the thread only
     bool m_leftToOther = false;          // used by the thread only
+    std::set<std::string> m_seen;        // names known to be bound; used by the thread only
     alarms::ServiceThread m_thread{m_log};
 };
 
@@ -239,14 +241,18 @@ milliseconds NamingSvc::Round() {
     return m_pause;
 }
 
-/// Binds whatever is not bound, or not to us.
+/// Binds whatever is not bound, or not to us. A name that a run before this one has left
+/// behind may still be right; who reads the log of this run wants to know of it as well.
 void NamingSvc::BindAll(CosNaming::NamingContext_ptr root) {
     for (const auto& [text, object] : CopyOfNames()) {
         if (m_thread.Stopping()) return;
         const CosNaming::Name name = ToName(text);
-        if (IsBound(root, name, object)) continue;
-        MakeContexts(root, name);
-        root->rebind(name, object);
+        if (!IsBound(root, name, object)) {
+            MakeContexts(root, name);
+            root->rebind(name, object);
+            m_seen.erase(text);
+        }
+        if (!m_seen.insert(text).second) continue;
         m_log.Info(__LINE__, "%s is bound at %s", text.c_str(), m_address.c_str());
     }
 }
