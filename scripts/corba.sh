@@ -1,6 +1,7 @@
 # shellcheck shell=sh
 # Sourced by run.sh: the naming service and the event service that the CORBA side of the
-# agent needs, on free ports of 127.0.0.1, with their data in build/run.
+# agent needs, on free ports of 127.0.0.1, with their data in build/run; or such as run
+# already.
 
 # Whether the agent was built with its CORBA side and the two services are installed.
 have_corba() {
@@ -57,10 +58,19 @@ set_item() {
     sed -i "s/^$1=.*/$1=$2/" "$prefix/share/conf/corba_start.cfg"
 }
 
+# ZO_CORBA_PORTS="<naming service> <event service>": ports of 127.0.0.1 where they run
+# already. A run with these leaves them as it has found them.
 start_corba() {
-    on_free_port serve_names
-    names_port=$port
-    on_free_port serve_events
+    if [ -n "${ZO_CORBA_PORTS:-}" ]; then
+        step "using the naming and event service on ports $ZO_CORBA_PORTS"
+        names_port=${ZO_CORBA_PORTS%% *}
+        port=${ZO_CORBA_PORTS##* }
+    else
+        step "starting omniNames and omniEvents"
+        on_free_port serve_names
+        names_port=$port
+        on_free_port serve_events
+    fi
     set_item NamingServicePort "$names_port"
     set_item NotifyServicePort "$port"
     sed -i 's/^#\(Bundle.*=zo_corba_bundle\)/\1/' "$prefix/etc/oss_cfg/nbi/conf/bundlemgr.cfg"

@@ -2,7 +2,7 @@
 # Runs the example agent for a few seconds on an installation root of its own,
 # build/run/root, feeds it alarms, and shows what its clients saw and what it logged.
 # With its CORBA side if omniORB is there; --corba installs it. ZO_RUN_SECONDS sets how
-# long.
+# long, ZO_CORBA_PORTS with which naming and event service (see corba.sh).
 . "$(dirname "$0")/common.sh"
 . "$root/scripts/corba.sh"
 
@@ -108,7 +108,6 @@ export LD_LIBRARY_PATH="$build/bundles:$build/lib${LD_LIBRARY_PATH:+:$LD_LIBRARY
 
 if have_corba; then
     corba=yes
-    step "starting omniNames and omniEvents"
     start_corba
 else
     corba=no
