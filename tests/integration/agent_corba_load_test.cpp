@@ -86,6 +86,10 @@ TEST_F(AgentCorbaLoadTest, ClosesTheConnectionsBeyondTheLimitAndServesTheOthers)
 }
 
 TEST_F(AgentCorbaLoadTest, ClosesConnectionsForWhichThereIsNoDescriptorUntilThereAreSome) {
+    if (std::string(ZO_SANITIZE).find("undefined") != std::string::npos) {
+        GTEST_SKIP() << "this sanitizer checks types with the help of a pipe, for which there is no descriptor";
+    }
+    m_root.SetItem("CorbaMaxConnections", "1000");  // not what is to be reached here
     ASSERT_NO_FATAL_FAILURE(StartAgentAndTarget());
     const pid_t agent = m_agent->Process().Pid();
     rlimit before{};
@@ -94,7 +98,7 @@ TEST_F(AgentCorbaLoadTest, ClosesConnectionsForWhichThereIsNoDescriptorUntilTher
     const rlimit exhausted{highest + 1, before.rlim_max};
     ASSERT_EQ(prlimit(agent, RLIMIT_NOFILE, &exhausted, nullptr), 0);
 
-    // Not each is told that it is: one that nobody accepts would wait for ever.
+    // One that nobody accepts would wait for ever.
     EXPECT_LE(ServedOf(highest + 10), highest);
 
     EXPECT_TRUE(m_root.WaitForLog("no file descriptor is left"));

@@ -15,6 +15,7 @@ function(zo_add_agent_corba_test name)
             ZO_HAVE_CORBA=1
             ZO_AGENT="$<TARGET_FILE:zo_agent>"
             ZO_NMS="$<TARGET_FILE:zo_nms>"
+            ZO_SANITIZE="${ZO_SANITIZE}"
             ZO_EXAMPLES_DIR="${PROJECT_SOURCE_DIR}/examples"
             ZO_OMNINAMES="$<$<BOOL:${ZO_OMNINAMES}>:${ZO_OMNINAMES}>"
             ZO_OMNIEVENTS="$<$<BOOL:${ZO_OMNIEVENTS}>:${ZO_OMNIEVENTS}>")
