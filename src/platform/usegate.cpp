@@ -1,19 +1,12 @@
 #include "platform/usegate.h"
 
-#include <chrono>
-#include <thread>
 #include <type_traits>
+
+#include "platform/waituntil.h"
 
 namespace NS_BUNDLEMGR1 {
 
 static_assert(std::is_trivially_destructible_v<UseGate>, "serves static destructors");
-
-namespace {
-
-constexpr int kYields = 64;
-constexpr std::chrono::milliseconds kPause(1);
-
-}  // namespace
 
 void UseGate::Open(const void* object) {
     const std::lock_guard<std::mutex> guard(m_mutex);
@@ -31,33 +24,41 @@ void UseGate::Close(const void* object) {
         const void* latest = object;
         m_pLatest.compare_exchange_strong(latest, nullptr);
     }
-    // Who enters from now on is turned away. So a counter that is seen at zero once has
-    // nobody behind it who came before, whatever it says later.
+    WaitForThoseInside();
+}
+
+// Who entered before is counted on either side: on the one that was left last time by a
+// thread that was slow to count. Whoever comes meanwhile counts on the side that is not
+// being waited for, so that a stream of newcomers does not keep this thread waiting.
+void UseGate::WaitForThoseInside() {
+    WaitUntil([this] { return !m_isWaitedFor.exchange(true); });
+    const int side = m_side.load();
+    WaitUntilEmpty(1 - side);
+    m_side.store(1 - side);
+    WaitUntilEmpty(side);
+    m_isWaitedFor.store(false);
+}
+
+void UseGate::WaitUntilEmpty(int side) {
     for (const Counter& counter : m_counters) {
-        for (int i = 0; counter.inside.load() != 0; ++i) {
-            if (i < kYields) {
-                std::this_thread::yield();
-            } else {
-                std::this_thread::sleep_for(kPause);
-            }
-        }
+        WaitUntil([&counter, side] { return counter.inside[side].load() == 0; });
     }
 }
 
 // Counted before the look-up: either the one who closes sees the count, or this thread
 // sees that it has been closed.
 std::atomic<long>* UseGate::Enter(const void* object) {
-    std::atomic<long>& inside = MyCounter();
+    std::atomic<long>& inside = MyCounter().inside[m_side.load()];
     inside.fetch_add(1);
     if (object != nullptr && (m_pLatest.load() == object || IsOpen(object))) return &inside;
     inside.fetch_sub(1);
     return nullptr;
 }
 
-std::atomic<long>& UseGate::MyCounter() {
+UseGate::Counter& UseGate::MyCounter() {
     static std::atomic<std::size_t> s_next{0};
     thread_local const std::size_t t_mine = s_next.fetch_add(1, std::memory_order_relaxed) % kCounters;
-    return m_counters[t_mine].inside;
+    return m_counters[t_mine];
 }
 
 bool UseGate::IsOpen(const void* object) {
@@ -75,7 +76,10 @@ void UseGate::AfterForkInParent() {
 }
 
 void UseGate::AfterForkInChild() {
-    for (Counter& counter : m_counters) counter.inside.store(0);
+    for (Counter& counter : m_counters) {
+        for (std::atomic<long>& inside : counter.inside) inside.store(0);
+    }
+    m_isWaitedFor.store(false);
     m_mutex.unlock();
 }
 

@@ -57,6 +57,12 @@ public:
     /// Threads that are inside do not exist in the child, and never leave.
     /// @{
     void BeforeFork();
+    /// Calls `action` with each open object; between `BeforeFork` and one of the others only.
+    template <class Action>
+    void ForEachOpen(Action action) const {
+        if (m_pOpen == nullptr) return;
+        for (const void* object : *m_pOpen) action(object);
+    }
     void AfterForkInParent();
     void AfterForkInChild();
     /// @}
@@ -65,18 +71,23 @@ private:
     static constexpr std::size_t kCounters = 8;
     static constexpr std::size_t kCacheLine = 64;
 
-    // Threads that run at once mostly count on different lines.
+    // Threads that run at once mostly count on different lines. Of the two counts of a line
+    // newcomers take the one that nobody waits for.
     struct alignas(kCacheLine) Counter {
-        std::atomic<long> inside{0};
+        std::atomic<long> inside[2] = {};
     };
 
     std::atomic<long>* Enter(const void* object);
-    std::atomic<long>& MyCounter();
+    Counter& MyCounter();
     bool IsOpen(const void* object);
+    void WaitForThoseInside();
+    void WaitUntilEmpty(int side);
 
     std::atomic<const void*> m_pLatest{nullptr};  // of the open ones; looked at first
     std::atomic<std::size_t> m_nOpen{0};
     Counter m_counters[kCounters];
+    std::atomic<int> m_side{0};                // which of the two counts newcomers take
+    std::atomic<bool> m_isWaitedFor{false};    // claimed by the one who may change the side
     std::mutex m_mutex;                        // guards the set
     std::set<const void*>* m_pOpen = nullptr;  // made once, never deleted
 };

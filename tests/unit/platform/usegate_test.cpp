@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include "support/elsewhere.h"
 #include "support/wait.h"
 
 namespace {
@@ -87,6 +88,43 @@ TEST(UseGateTest, WaitsForThoseInside) {
     closer.join();
 
     EXPECT_TRUE(closed);
+}
+
+// Who comes and goes all the time must not keep an object from being closed.
+TEST(UseGateTest, DoesNotWaitForThoseWhoCameLater) {
+    const Counter other;
+    auto counter = std::make_unique<Counter>();
+    std::atomic<bool> stop{false};
+    std::thread user([&] {
+        auto stay = std::make_unique<UseGate::Use>(g_gate, &other);
+        while (!stop) stay = std::make_unique<UseGate::Use>(g_gate, &other);  // in before it is out
+    });
+
+    const test::Elsewhere closing([&] { counter.reset(); });
+
+    EXPECT_TRUE(closing.Finishes());
+    stop = true;
+    user.join();
+}
+
+TEST(UseGateTest, ClosesManyAtOnceUnderUse) {
+    const Counter other;
+    std::atomic<bool> stop{false};
+    std::thread user([&] {
+        while (!stop) UseGate::Use(g_gate, &other);
+    });
+    std::vector<std::thread> closers;
+    for (int i = 0; i < 4; ++i) {
+        closers.emplace_back([] {
+            for (int n = 0; n < 500; ++n) {
+                Counter counter;
+                EXPECT_TRUE(Counter::Next(&counter));
+            }
+        });
+    }
+    for (std::thread& closer : closers) closer.join();
+    stop = true;
+    user.join();
 }
 
 TEST(UseGateTest, SurvivesThousandsOfEndsUnderUse) {
