@@ -41,8 +41,12 @@ public:
     bool m_bAutoDelete;
 };
 
-/// Receives events. The event manager keeps only the pointer: unregister a handler
-/// before it dies, and not while its event may be under way.
+/// Receives events. The event manager keeps only the pointer: unregister a handler before
+/// it dies, and its library before that is unloaded.
+///
+/// `UnRegisterHandler` does not wait for an event that is under way, which may still reach
+/// the handler. It is safe to delete one on the worker itself (after the event that it is
+/// handling), or when the worker has ended.
 class ZO_EXPORT LightEventHandler : public ACE_Event_Handler {
 public:
     ~LightEventHandler() override;
@@ -60,15 +64,27 @@ public:
 /// The host starts it with `Init` and ends it with `Fini` and `Destroy`; it is not
 /// meant to be started again. Posting never waits for a handler.
 ///
-/// Thread safety: everything but `Destroy` may be called from any thread, handlers
-/// included.
+/// Thread safety: everything may be called from any thread, handlers included, also while
+/// another thread destroys the event manager.
+///
+/// A pointer from `Instance` may be out of date when it is used. The operations below that
+/// are not virtual (`Init` to `process_msg`) notice that and do nothing: `Push_Msg` does not
+/// take the event nor free its parameter, `find` finds nothing, `Init` returns 0. What is
+/// inherited from ACE (`activate`, `msg_queue`, ...) does not notice; nor does anything of a
+/// derived class's object that is gone. Rather than to keep the pointer, ask `Instance`.
 class ZO_EXPORT LightEventMgr : public ACE_Task<ACE_MT_SYNCH> {
 public:
-    /// @return the one event manager, created (not started) on the first call
+    /// @return the one event manager, created (not started) on the first call and on the
+    ///         first one after `Destroy` has begun. A handler of the one that is being
+    ///         destroyed gets that one, unless there is a new one already
     static LightEventMgr* Instance();
 
-    /// Stops the worker if it runs and deletes the event manager. Called from a
-    /// handler it only stops the worker, which cannot outlive itself.
+    /// Ends the event manager: nobody gets at it any more, who is inside leaves, its workers
+    /// end, its handlers are forgotten. Returns when all that is done, also when another
+    /// thread does it. Called from a handler it only stops the worker, which cannot outlive
+    /// itself. A handler that a thread calls through `process_msg` is not waited for.
+    ///
+    /// The caller must hold no lock that a handler may wait for.
     static void Destroy();
 
     /// Starts the worker thread.
@@ -102,23 +118,25 @@ public:
     /// @return 0
     int Push_Msg(const int& eventId, LightEventParam* param, int extra);
 
-    /// Ends the worker and returns when it has ended; called by the worker itself,
-    /// it returns at once and the worker ends after the current event. Events still
-    /// queued are dropped, their parameters not deleted.
+    /// Ends the worker, and others that were started by `activate`, and returns when they
+    /// have ended; called by a worker itself, it returns at once and the worker ends after
+    /// the current event. Events still queued are dropped, their parameters not deleted.
     void ExitThreads();
 
     /// Waits for one event and dispatches it; returns at once when the queue is closed.
     void process_msg();
 
     int open(void* args = nullptr) override;
+    /// ACE's last call on a worker. A class that overrides it calls this one, too.
     int close(u_long flags = 0) override;
-    /// The worker's body. @return 0
+    /// A worker's body. @return 0
     int svc() override;
 
     LightEventMgr(const LightEventMgr&) = delete;
     LightEventMgr& operator=(const LightEventMgr&) = delete;
 
-    /// Stops the worker first, if it still runs.
+    /// Stops the worker first, if it still runs. A derived class whose members the worker
+    /// uses calls `ExitThreads` in its own destructor.
     ~LightEventMgr() override;
 
 protected:
@@ -127,13 +145,34 @@ protected:
     static std::atomic<LightEventMgr*> m_pInstance;
 
 private:
-    void Dispatch(int eventId, LightEventParam* param);
+    class Stay;
+    struct Event;
+
+    static LightEventMgr* Make();
+    void Shelve();
+    void TakeOffShelf();
+    void MakeQueue();
+    void CloseQueue();
+    bool Stop(bool isInside);
+    void JoinWorkers();
+    bool HasThreads() const;
+    void EndUse();
+    bool IsSingleton() const;
+    Event NextEvent();
+    static void Dispatch(const Event& event);
+    std::list<LightEventHandler*> HandlersOf(int eventId);
 
     ACE_RW_Mutex m_handlerLock;
     std::map<int, std::list<LightEventHandler*>> m_mapHandlers;
     std::atomic<bool> m_bExit;
-    ACE_Thread_Mutex m_waitMutex;  ///< One thread at a time joins the worker.
-    std::atomic<bool> m_bStarted;  ///< There may be a worker to join.
+    ACE_Thread_Mutex m_waitMutex;             ///< One thread at a time joins the workers.
+    std::atomic<unsigned long> m_nStarts{0};  ///< Workers that ever began.
+    unsigned long m_nJoined = 0;              ///< How many of them have been waited for.
+    std::atomic<long> m_nDetached{0};         ///< Workers that nobody can join.
+    std::atomic<long> m_nStaying{0};          ///< Threads that are inside for long.
+    std::atomic<bool> m_bUnpublished{false};  ///< `Destroy` has begun.
+    bool m_bFromShelf = false;                ///< Made by `Instance`.
+    LightEventMgr* m_pNextOnShelf = nullptr;
 };
 
 }  // namespace NS_BUNDLEMGR1

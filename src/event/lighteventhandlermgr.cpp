@@ -1,19 +1,25 @@
 #include "bundlemgr/event.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <exception>
 #include <memory>
 #include <new>
+#include <type_traits>
 
 #include <ace/Guard_T.h>
 #include <ace/Malloc_Base.h>
+#include <ace/Object_Manager.h>
 #include <ace/Recursive_Thread_Mutex.h>
 #include <ace/Static_Object_Lock.h>
 #include <ace/Thread_Manager.h>
 
 #include "event/lightinternalmessage.h"
 #include "log/logproxy.h"
+#include "platform/usegate.h"
+#include "platform/waituntil.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -24,38 +30,44 @@ CoreLog g_log("lighteventhandlermgr");
 // The position that operators know this failure by.
 constexpr unsigned long kActivateFailedLine = 73;
 
-// Claimed by the one Destroy that is under way. No mutex: Destroy waits for the worker
-// before it takes the static-object lock, which its caller may hold already.
-std::atomic<bool> g_isDestroying{false};
+using Queue = ACE_Message_Queue<ACE_MT_SYNCH>;
 
-class DestroyClaim {
-public:
-    DestroyClaim() : m_isMine(!g_isDestroying.exchange(true)) {}
-    ~DestroyClaim() {
-        if (m_isMine) g_isDestroying.store(false);
-    }
-    DestroyClaim(const DestroyClaim&) = delete;
-    DestroyClaim& operator=(const DestroyClaim&) = delete;
+// Turns away who calls a manager that is gone.
+UseGate g_gate;
 
-    bool IsMine() const { return m_isMine; }
+// Managers that Destroy has ended and Instance will use again. They are not deleted: who
+// has a pointer to one may still look at it, as a checking compiler does before each call.
+std::atomic<LightEventMgr*> g_pShelf{nullptr};
 
-private:
-    const bool m_isMine;
-};
+// Each Destroy that ends a manager has a number, and they are over in this order. So one
+// look tells whether all are that had begun by a certain time. No mutex: a caller may hold
+// the static-object lock, which the one who would have the mutex needs.
+std::atomic<unsigned long> g_nDestroysBegun{0};  // changed under the static-object lock
+std::atomic<unsigned long> g_nDestroysOver{0};
+
+void WaitForDestroys(unsigned long number) {
+    WaitUntil([number] { return g_nDestroysOver.load() >= number; });
+}
 
 // The event manager whose worker the current thread is.
-thread_local const LightEventMgr* t_workerOf = nullptr;
+thread_local LightEventMgr* t_workerOf = nullptr;
+// The same, for a worker that nobody can join; until ACE has done with the manager.
+thread_local const LightEventMgr* t_detachedFrom = nullptr;
+// Whether the current thread carries out a Destroy.
+thread_local bool t_isDestroying = false;
 
-// Marks the current thread as the worker, also when the thread is ended by unwinding.
-class WorkerScope {
+// Sets a variable of the thread, also when the thread is ended by unwinding.
+template <class Value>
+class ThreadScope {
 public:
-    explicit WorkerScope(const LightEventMgr* mgr) : m_outer(t_workerOf) { t_workerOf = mgr; }
-    ~WorkerScope() { t_workerOf = m_outer; }
-    WorkerScope(const WorkerScope&) = delete;
-    WorkerScope& operator=(const WorkerScope&) = delete;
+    ThreadScope(Value& variable, Value value) : m_variable(variable), m_outer(variable) { m_variable = value; }
+    ~ThreadScope() { m_variable = m_outer; }
+    ThreadScope(const ThreadScope&) = delete;
+    ThreadScope& operator=(const ThreadScope&) = delete;
 
 private:
-    const LightEventMgr* const m_outer;
+    Value& m_variable;
+    const Value m_outer;
 };
 
 struct Release {
@@ -69,6 +81,15 @@ struct DeleteParamAndRelease {
     }
 };
 
+bool IsThisThreadDetached() {
+    pthread_attr_t attributes;
+    if (pthread_getattr_np(pthread_self(), &attributes) != 0) return false;
+    int state = PTHREAD_CREATE_JOINABLE;
+    pthread_attr_getdetachstate(&attributes, &state);
+    pthread_attr_destroy(&attributes);
+    return state == PTHREAD_CREATE_DETACHED;
+}
+
 }  // namespace
 
 std::atomic<LightEventMgr*> LightEventMgr::m_pInstance{nullptr};
@@ -77,88 +98,263 @@ LightEventParam::~LightEventParam() = default;
 
 LightEventHandler::~LightEventHandler() = default;
 
+// A stay inside that may be long. The gate's own count is for short ones: who closes it for
+// one manager waits for those inside all others, too.
+class LightEventMgr::Stay {
+public:
+    explicit Stay(LightEventMgr* mgr) {
+        const UseGate::Use use(g_gate, mgr);
+        if (!use) return;
+        mgr->m_nStaying.fetch_add(1);
+        m_pMgr = mgr;
+    }
+    ~Stay() {
+        if (m_pMgr != nullptr) m_pMgr->m_nStaying.fetch_sub(1);
+    }
+    Stay(const Stay&) = delete;
+    Stay& operator=(const Stay&) = delete;
+
+    explicit operator bool() const { return m_pMgr != nullptr; }
+
+private:
+    LightEventMgr* m_pMgr = nullptr;
+};
+
+// An event off the queue and those who are to get it: all that dispatching needs, so that a
+// handler may end the manager.
+struct LightEventMgr::Event {
+    std::unique_ptr<LightInternalMessage, DeleteParamAndRelease> message;
+    std::list<LightEventHandler*> handlers;
+};
+
+// ---- the one instance ----------------------------------------------------------------
+
 LightEventMgr* LightEventMgr::Instance() {
     LightEventMgr* const instance = m_pInstance.load(std::memory_order_acquire);
     if (instance != nullptr) return instance;
+    // A handler that only wants to unregister must not bring a new manager to life.
+    if (t_workerOf != nullptr && t_workerOf->IsSingleton()) return t_workerOf;
 
     ACE_GUARD_RETURN(ACE_Recursive_Thread_Mutex, guard, *ACE_Static_Object_Lock::instance(), m_pInstance.load());
-    if (m_pInstance.load() == nullptr) m_pInstance.store(new LightEventMgr, std::memory_order_release);
+    if (m_pInstance.load() == nullptr) m_pInstance.store(Make(), std::memory_order_release);
     return m_pInstance.load();
 }
 
 void LightEventMgr::Destroy() {
-    LightEventMgr* const running = m_pInstance.load(std::memory_order_acquire);
-    if (running == nullptr) return;
-    if (running == t_workerOf) {
+    if (t_workerOf != nullptr && t_workerOf->IsSingleton()) {
         g_log.Print(__LINE__, LOG_LEVEL_ERROR,
                     "[LightEventMgr::Destroy] Called from a handler: the worker is stopped, nothing is deleted.\n");
-        running->ExitThreads();
+        t_workerOf->ExitThreads();
         return;
     }
+    if (t_isDestroying) return;  // a destructor that goes round in a circle
+    if (m_pInstance.load() == nullptr && g_nDestroysOver.load() == g_nDestroysBegun.load()) return;
 
-    const DestroyClaim claim;
-    if (!claim.IsMine()) return;
-    LightEventMgr* const doomed = m_pInstance.load(std::memory_order_acquire);
-    if (doomed == nullptr) return;
-    doomed->ExitThreads();
+    unsigned long number = 0;
+    LightEventMgr* doomed = nullptr;
+    {
+        ACE_GUARD(ACE_Recursive_Thread_Mutex, guard, *ACE_Static_Object_Lock::instance());
+        doomed = m_pInstance.load();
+        if (doomed != nullptr) {
+            doomed->m_bUnpublished.store(true);
+            g_nDestroysBegun.fetch_add(1);
+            m_pInstance.store(nullptr);
+        }
+        number = g_nDestroysBegun.load();
+    }
+    if (doomed == nullptr) {
+        WaitForDestroys(number);
+        return;
+    }
+    // Without the lock, which a handler may need that is waited for.
+    const ThreadScope<bool> scope(t_isDestroying, true);
+    doomed->EndUse();
+    if (doomed->m_bFromShelf) {
+        doomed->Shelve();
+    } else {
+        delete doomed;
+    }
+    WaitForDestroys(number - 1);
+    g_nDestroysOver.store(number);
+}
 
-    ACE_GUARD(ACE_Recursive_Thread_Mutex, guard, *ACE_Static_Object_Lock::instance());
-    delete doomed;
-    m_pInstance.store(nullptr, std::memory_order_release);
+// Whether it is, or was until its Destroy began, the one instance.
+bool LightEventMgr::IsSingleton() const {
+    return m_pInstance.load() == this || m_bUnpublished.load();
+}
+
+// Under the static-object lock: two who took off the shelf at once might take the same.
+LightEventMgr* LightEventMgr::Make() {
+    LightEventMgr* mgr = g_pShelf.load();
+    while (mgr != nullptr && !g_pShelf.compare_exchange_weak(mgr, mgr->m_pNextOnShelf)) {
+    }
+    if (mgr == nullptr) {
+        mgr = new LightEventMgr;
+        mgr->m_bFromShelf = true;
+        return mgr;
+    }
+    try {
+        mgr->TakeOffShelf();
+    } catch (...) {
+        mgr->Shelve();
+        throw;
+    }
+    return mgr;
+}
+
+void LightEventMgr::Shelve() {
+    m_mapHandlers.clear();
+    msg_queue(nullptr);  // deletes it
+    m_pNextOnShelf = g_pShelf.load();
+    while (!g_pShelf.compare_exchange_weak(m_pNextOnShelf, this)) {
+    }
+}
+
+void LightEventMgr::TakeOffShelf() {
+    thr_mgr(ACE_Thread_Manager::instance());
+    grp_id_ = -1;
+    MakeQueue();
+    m_bExit.store(false);
+    m_bUnpublished.store(false);
+    g_gate.Open(this);
 }
 
 // Everything that posting and waiting need from ACE under its static-object lock is
 // created here, since an event may be posted under a lock that comes later in order.
-LightEventMgr::LightEventMgr()
-    : ACE_Task<ACE_MT_SYNCH>(ACE_Thread_Manager::instance()), m_bExit(false), m_bStarted(false) {
+LightEventMgr::LightEventMgr() : ACE_Task<ACE_MT_SYNCH>(ACE_Thread_Manager::instance()), m_bExit(false) {
     ACE_Allocator::instance();
+    g_gate.Open(this);
 }
 
 LightEventMgr::~LightEventMgr() {
-    ExitThreads();
+    // For a host that deletes the one instance itself.
+    LightEventMgr* expected = this;
+    m_pInstance.compare_exchange_strong(expected, nullptr);
+    EndUse();
 }
 
-int LightEventMgr::Init() {
-    // Before a handler needs it: the host may wait for the worker while it holds
-    // the static-object lock, under which the log is created.
-    g_log.Prepare();
+// In this order: who waits for an event leaves, nobody comes any more, all have left, and a
+// worker that one of them has started meanwhile ends, too.
+void LightEventMgr::EndUse() {
+    CloseQueue();
+    g_gate.Close(this);
+    if (t_workerOf == this) return;
+    WaitUntil([this] { return m_nStaying.load() == 0; });
+    JoinWorkers();
+}
 
-    m_bStarted.store(true);
-    // An answer of 1 says that the worker runs already.
-    const int result = activate(THR_NEW_LWP | THR_JOINABLE, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, -1);
+// ---- start and stop ------------------------------------------------------------------
+
+int LightEventMgr::Init() {
+    int result = -1;
+    {
+        const Stay stay(this);
+        if (!stay) return 0;
+        // An answer of 1 says that the worker runs already.
+        if (msg_queue() != nullptr) {
+            result = activate(THR_NEW_LWP | THR_JOINABLE, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, -1);
+        }
+    }
     if (result != -1) return 1;
     g_log.Print(kActivateFailedLine, LOG_LEVEL_ERROR, "[LightEventMgr::Init] Failed to activate svc,errCode is %d",
                 result);
     return 0;
 }
 
+void LightEventMgr::ExitThreads() {
+    const Stay stay(this);
+    Stop(static_cast<bool>(stay));
+}
+
 void LightEventMgr::Fini() {
-    ExitThreads();
+    const Stay stay(this);
+    if (!Stop(static_cast<bool>(stay))) return;
     ACE_Write_Guard<ACE_RW_Mutex> guard(m_handlerLock);
     m_mapHandlers.clear();
 }
 
-void LightEventMgr::ExitThreads() {
-    // In this order: the worker that the closing wakes must see the flag.
-    m_bExit.store(true);
-    msg_queue()->close();
-    if (t_workerOf == this) return;
-
-    // Two threads that wait at once would both join the worker. Nobody to wait for, no
-    // look at ACE's thread manager: the host may have finalised ACE already.
-    ACE_Guard<ACE_Thread_Mutex> onlyOne(m_waitMutex);
-    if (!m_bStarted.load()) return;
-    wait();
-    m_bStarted.store(false);
+// Whether the manager is there; a worker keeps it alive.
+bool LightEventMgr::Stop(bool isInside) {
+    const bool isWorker = t_workerOf == this;
+    if (!isInside && !isWorker) {
+        // Its workers may still be running if it is being destroyed just now.
+        if (t_workerOf == nullptr && !t_isDestroying) WaitForDestroys(g_nDestroysBegun.load());
+        return false;
+    }
+    CloseQueue();
+    if (!isWorker) JoinWorkers();
+    return true;
 }
 
+// In this order: the worker that the closing wakes must see the flag.
+void LightEventMgr::CloseQueue() {
+    m_bExit.store(true);
+    if (msg_queue() != nullptr) msg_queue()->close();
+}
+
+// Two threads that wait at once would both join a worker. Nobody to wait for, no look at
+// ACE's thread manager: the host may have finalised ACE already.
+void LightEventMgr::JoinWorkers() {
+    const ACE_Guard<ACE_Thread_Mutex> onlyOne(m_waitMutex);
+    for (unsigned long starts = m_nStarts.load(); HasThreads() || starts != m_nJoined; starts = m_nStarts.load()) {
+        const bool isAceThere = ACE_Object_Manager::shutting_down() == 0;
+        if (isAceThere && wait() == -1 && errno == EDEADLK) return;  // a worker with a body of its own
+        // Those whom ACE cannot join.
+        WaitUntil([this] { return !HasThreads() && m_nDetached.load() == 0; });
+        m_nJoined = starts;
+    }
+}
+
+// ACE's count goes below zero when it could start some of several threads only.
+bool LightEventMgr::HasThreads() const {
+    return static_cast<std::make_signed_t<std::size_t>>(thr_count()) > 0;
+}
+
+int LightEventMgr::svc() {
+    const Stay stay(this);
+    if (!stay) return 0;
+    const ThreadScope<LightEventMgr*> scope(t_workerOf, this);
+    m_nStarts.fetch_add(1);
+    if (IsThisThreadDetached()) {
+        t_detachedFrom = this;
+        m_nDetached.fetch_add(1);
+    }
+    try {
+        while (!m_bExit.load() && msg_queue() != nullptr) Dispatch(NextEvent());
+    } catch (...) {
+        // A handler has ended its thread. ACE would take the worker off its books at
+        // the thread's very end, with its own two locks in the wrong order.
+        if (thr_mgr()->at_exit(this, nullptr, nullptr) == 0) cleanup(this, nullptr);
+        throw;
+    }
+    return 0;
+}
+
+int LightEventMgr::open(void*) {
+    return 0;
+}
+
+int LightEventMgr::close(u_long) {
+    if (t_detachedFrom == this) {
+        t_detachedFrom = nullptr;
+        m_nDetached.fetch_sub(1);
+    }
+    return 0;
+}
+
+// ---- handlers and events -------------------------------------------------------------
+
 int LightEventMgr::RegisterHandler(const int& eventId, LightEventHandler* handler) {
+    const UseGate::Use use(g_gate, this);
+    if (!use) return 0;
     ACE_Write_Guard<ACE_RW_Mutex> guard(m_handlerLock);
     m_mapHandlers[eventId].push_back(handler);
     return 0;
 }
 
 int LightEventMgr::UnRegisterHandler(const int& eventId, LightEventHandler* handler) {
+    const UseGate::Use use(g_gate, this);
+    if (!use) return 0;
     ACE_Write_Guard<ACE_RW_Mutex> guard(m_handlerLock);
     const auto entry = m_mapHandlers.find(eventId);
     if (entry == m_mapHandlers.end()) return 0;
@@ -170,6 +366,11 @@ int LightEventMgr::UnRegisterHandler(const int& eventId, LightEventHandler* hand
 }
 
 std::list<LightEventHandler*> LightEventMgr::find(const int& eventId) {
+    const UseGate::Use use(g_gate, this);
+    return use ? HandlersOf(eventId) : std::list<LightEventHandler*>();
+}
+
+std::list<LightEventHandler*> LightEventMgr::HandlersOf(int eventId) {
     ACE_Read_Guard<ACE_RW_Mutex> guard(m_handlerLock);
     const auto entry = m_mapHandlers.find(eventId);
     return entry != m_mapHandlers.end() ? entry->second : std::list<LightEventHandler*>();
@@ -182,42 +383,46 @@ int LightEventMgr::Push_Msg(const int& eventId, LightEventParam* param, int extr
     // no data block.
     if (message == nullptr || message->data_block() == nullptr) return 0;
 
+    const UseGate::Use use(g_gate, this);
+    if (!use || msg_queue() == nullptr) return 0;
     const bool refused = msg_queue()->enqueue_tail(message.get()) == -1 && errno == ESHUTDOWN;
     if (!refused) static_cast<void>(message.release());
     return 0;
 }
 
-int LightEventMgr::svc() {
-    const WorkerScope scope(this);
-    try {
-        while (!m_bExit.load()) process_msg();
-    } catch (...) {
-        // A handler has ended its thread. ACE would take the worker off its books at
-        // the thread's very end, with its own two locks in the wrong order.
-        if (thr_mgr()->at_exit(this, nullptr, nullptr) == 0) cleanup(this, nullptr);
-        throw;
-    }
-    return 0;
-}
-
 void LightEventMgr::process_msg() {
-    ACE_Message_Block* block = nullptr;
-    msg_queue()->dequeue_head(block);
-    if (block == nullptr) return;
-
-    const std::unique_ptr<LightInternalMessage, DeleteParamAndRelease> message(
-        dynamic_cast<LightInternalMessage*>(block));
-    if (message == nullptr) {
-        block->release();  // Not an event: the task's queue is within everybody's reach.
-        return;
+    Event event;
+    {
+        const Stay stay(this);
+        if (stay) event = NextEvent();
     }
-    Dispatch(message->m_nEventId, message->m_pParam);
+    Dispatch(event);
 }
 
-void LightEventMgr::Dispatch(int eventId, LightEventParam* param) {
+LightEventMgr::Event LightEventMgr::NextEvent() {
+    Event event;
+    ACE_Message_Block* block = nullptr;
+    if (msg_queue() != nullptr) msg_queue()->dequeue_head(block);
+    if (block == nullptr) return event;
+
+    event.message.reset(dynamic_cast<LightInternalMessage*>(block));
+    if (event.message == nullptr) {
+        block->release();  // Not an event: the task's queue is within everybody's reach.
+        return event;
+    }
     try {
-        for (LightEventHandler* const handler : find(eventId)) {
-            if (handler != nullptr) handler->HandleLightEvent(eventId, param);
+        event.handlers = HandlersOf(event.message->m_nEventId);
+    } catch (const std::bad_alloc&) {
+        // The event reaches nobody.
+    }
+    return event;
+}
+
+// Touches no manager: a handler may have destroyed it.
+void LightEventMgr::Dispatch(const Event& event) {
+    try {
+        for (LightEventHandler* const handler : event.handlers) {
+            if (handler != nullptr) handler->HandleLightEvent(event.message->m_nEventId, event.message->m_pParam);
         }
     } catch (...) {
         // A handler ended its thread: no exception, and the process would not survive
@@ -227,12 +432,9 @@ void LightEventMgr::Dispatch(int eventId, LightEventParam* param) {
     }
 }
 
-int LightEventMgr::open(void*) {
-    return 0;
-}
-
-int LightEventMgr::close(u_long) {
-    return 0;
+void LightEventMgr::MakeQueue() {
+    msg_queue_ = new (std::nothrow) Queue;
+    delete_msg_queue_ = msg_queue_ != nullptr;
 }
 
 }  // namespace NS_BUNDLEMGR1

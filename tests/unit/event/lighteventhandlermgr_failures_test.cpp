@@ -312,6 +312,66 @@ TEST_F(LightEventMgrFailures, AnEventForWhichThereIsNoMemoryIsLost) {
     EXPECT_EQ(0, deletions);
 }
 
+void UseWithoutQueue(LightEventMgr& mgr) {
+    Handler handler([](int, LightEventParam*) {});
+    LightEventParam param(true);  // would crash if it were deleted
+    EXPECT_EQ(0, mgr.Push_Msg(1, &param, 0));
+    EXPECT_EQ(0, mgr.RegisterHandler(1, &handler));
+    EXPECT_THAT(mgr.find(1), ElementsAre(&handler));
+    mgr.process_msg();
+    EXPECT_EQ(0, mgr.Init());
+    EXPECT_EQ(0, mgr.activate());  // its worker ends by itself
+    EXPECT_EQ(0, mgr.svc());
+    mgr.ExitThreads();
+    mgr.Fini();
+}
+
+// One allocation after the other fails while managers are made, until none is left that
+// could. Returns how many managers were made without a queue.
+template <class Make, class End>
+int MakeWithoutMemory(Make make, End end) {
+    int withoutQueue = 0;
+    bool failed = true;
+    for (int n = 1; failed; ++n) {
+        LightEventMgr* mgr = nullptr;
+        t_failingAllocation = n;
+        try {
+            mgr = make();
+        } catch (const std::bad_alloc&) {
+        }
+        failed = t_failingAllocation == 0;
+        t_failingAllocation = 0;
+        if (mgr == nullptr) continue;
+        if (mgr->msg_queue() == nullptr) {
+            ++withoutQueue;
+            UseWithoutQueue(*mgr);
+        }
+        end(mgr);
+    }
+    return withoutQueue;
+}
+
+class OwnMgr : public LightEventMgr {
+public:
+    OwnMgr() = default;
+};
+
+TEST_F(LightEventMgrFailures, AManagerWithoutMemoryForItsQueueLosesEventsOnly) {
+    Mgr();  // what ACE makes once
+    LightEventMgr::Destroy();
+
+    EXPECT_EQ(1, MakeWithoutMemory([] { return new OwnMgr; }, [](LightEventMgr* mgr) { delete mgr; }));
+    EXPECT_EQ(1, MakeWithoutMemory([] { return LightEventMgr::Instance(); },
+                                   [](LightEventMgr*) { LightEventMgr::Destroy(); }));
+
+    std::atomic<int> calls{0};
+    Handler counting([&](int, LightEventParam*) { ++calls; });
+    Mgr().RegisterHandler(1, &counting);
+    Mgr().Push_Msg(1, nullptr, 0);
+    Mgr().process_msg();
+    EXPECT_EQ(1, calls);
+}
+
 TEST_F(LightEventMgrFailures, WithoutMemoryToDispatchTheParameterIsStillDeleted) {
     std::atomic<int> deletions{0};
     Record<int> calls;

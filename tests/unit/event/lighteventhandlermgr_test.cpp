@@ -668,6 +668,24 @@ TEST_F(LightEventMgrTest, AHandlerThatEndsItsThreadEndsTheWorkerCleanly) {
 
 // ---- start and stop ------------------------------------------------------------------
 
+// Know the singletons without creating them.
+struct ExistingBundleMgr : BundleMgr {
+    static bool IsThere() { return m_pInstance.load() != nullptr; }
+};
+struct ExistingLogBuffer : LogProxyDebugInfoBufMgr {
+    static bool IsThere() { return m_pInstance.load() != nullptr; }
+};
+
+TEST_F(LightEventMgrTest, InitCreatesNothingButTheWorker) {
+    EXPECT_EQ(1, Mgr().Init());
+    WaitUntilDispatched();
+
+    EXPECT_EQ(1U, Mgr().thr_count());
+    EXPECT_FALSE(ExistingBundleMgr::IsThere());
+    EXPECT_FALSE(ExistingLogBuffer::IsThere());
+    EXPECT_TRUE(std::filesystem::is_empty(m_dir.Path()));
+}
+
 TEST_F(LightEventMgrTest, InitOfARunningManagerSucceedsWithoutASecondWorker) {
     EXPECT_EQ(1, Mgr().Init());
     EXPECT_EQ(1, Mgr().Init());
@@ -917,7 +935,7 @@ TEST_F(LightEventMgrTest, OpenAndCloseDoNothing) {
 }
 
 TEST_F(LightEventMgrTest, NothingAfterInitTakesTheStaticObjectLock) {
-    BundleMgr::Instance();  // As in every host.
+    ProxyNamed("First")->Write(LOG_LEVEL_INFO, "");  // The log is its users' to create.
     std::atomic<bool> dispatched{false};
     std::atomic<int> deletions{0};
     Handler a([&](int, LightEventParam*) {
@@ -928,8 +946,7 @@ TEST_F(LightEventMgrTest, NothingAfterInitTakesTheStaticObjectLock) {
     ACE_Guard<ACE_Recursive_Thread_Mutex> guard(*ACE_Static_Object_Lock::instance());
     ASSERT_TRUE(guard.locked());
 
-    // The first event of the process, then the worker and its first record, while this
-    // thread keeps the lock.
+    // The first event of the process, then the worker, while this thread keeps the lock.
     std::thread poster([&] {
         LightEventMgr::Instance()->RegisterHandler(1, &a);
         LightEventMgr::Instance()->Push_Msg(1, new CountedParam(true, deletions), 0);
