@@ -72,6 +72,10 @@ public:
 /// take the event nor free its parameter, `find` finds nothing, `Init` returns 0. What is
 /// inherited from ACE (`activate`, `msg_queue`, ...) does not notice; nor does anything of a
 /// derived class's object that is gone. Rather than to keep the pointer, ask `Instance`.
+///
+/// A child of `fork` has no worker. Handlers stay registered there, events that waited at
+/// the fork are the parent's. The child may post, destroy the event manager, and start a
+/// worker of its own with `Init`.
 class ZO_EXPORT LightEventMgr : public ACE_Task<ACE_MT_SYNCH> {
 public:
     /// @return the one event manager, created (not started) on the first call and on the
@@ -161,6 +165,11 @@ private:
     Event NextEvent();
     static void Dispatch(const Event& event);
     std::list<LightEventHandler*> HandlersOf(int eventId);
+
+    static void BeforeFork();
+    static void AfterForkInParent();
+    static void AfterForkInChild();
+    void StartAnewInChild();
 
     ACE_RW_Mutex m_handlerLock;
     std::map<int, std::list<LightEventHandler*>> m_mapHandlers;

@@ -90,6 +90,36 @@ bool IsThisThreadDetached() {
     return state == PTHREAD_CREATE_DETACHED;
 }
 
+// In a child of fork ACE's own thread manager lists threads that are not there, and may be
+// locked by one of them.
+ACE_Thread_Manager* g_pThreadsOfChild = nullptr;
+
+ACE_Thread_Manager* Threads() {
+    return g_pThreadsOfChild != nullptr ? g_pThreadsOfChild : ACE_Thread_Manager::instance();
+}
+
+// What a child of fork can neither use nor delete; kept in sight of leak checkers.
+struct Abandoned {
+    const void* object;
+    const Abandoned* next;
+};
+const Abandoned* g_pAbandoned = nullptr;
+
+void Abandon(const void* object) {
+    const auto* const abandoned = new (std::nothrow) Abandoned{object, g_pAbandoned};
+    if (abandoned != nullptr) g_pAbandoned = abandoned;
+}
+
+// In a child of fork: its holder may be a thread that is not there, and never lets go.
+void FreeStaticObjectLock() {
+    ACE_Recursive_Thread_Mutex* const lock = ACE_Static_Object_Lock::instance();
+    if (lock->tryacquire() == 0) {
+        lock->release();
+    } else {
+        new (lock) ACE_Recursive_Thread_Mutex;
+    }
+}
+
 }  // namespace
 
 std::atomic<LightEventMgr*> LightEventMgr::m_pInstance{nullptr};
@@ -211,7 +241,7 @@ void LightEventMgr::Shelve() {
 }
 
 void LightEventMgr::TakeOffShelf() {
-    thr_mgr(ACE_Thread_Manager::instance());
+    thr_mgr(Threads());
     grp_id_ = -1;
     MakeQueue();
     m_bExit.store(false);
@@ -221,8 +251,10 @@ void LightEventMgr::TakeOffShelf() {
 
 // Everything that posting and waiting need from ACE under its static-object lock is
 // created here, since an event may be posted under a lock that comes later in order.
-LightEventMgr::LightEventMgr() : ACE_Task<ACE_MT_SYNCH>(ACE_Thread_Manager::instance()), m_bExit(false) {
+LightEventMgr::LightEventMgr() : ACE_Task<ACE_MT_SYNCH>(Threads()), m_bExit(false) {
     ACE_Allocator::instance();
+    static const int s_forkHandlers = pthread_atfork(BeforeFork, AfterForkInParent, AfterForkInChild);
+    static_cast<void>(s_forkHandlers);
     g_gate.Open(this);
 }
 
@@ -430,6 +462,56 @@ void LightEventMgr::Dispatch(const Event& event) {
         if (std::current_exception() == nullptr) throw;
         // An exception ends this event; the next one is not its concern.
     }
+}
+
+// ---- fork ----------------------------------------------------------------------------
+
+namespace {
+
+// Between the handlers before and after a fork.
+template <class Action>
+void ForEachManager(Action action) {
+    g_gate.ForEachOpen([&action](const void* open) { action(*static_cast<LightEventMgr*>(const_cast<void*>(open))); });
+}
+
+}  // namespace
+
+// No handler table is in the middle of a change when the child is made. Of the other locks
+// the child gets new ones, since they may be held for long, as that of the static objects.
+void LightEventMgr::BeforeFork() {
+    g_gate.BeforeFork();
+    ForEachManager([](LightEventMgr& mgr) { mgr.m_handlerLock.acquire_read(); });
+}
+
+void LightEventMgr::AfterForkInParent() {
+    ForEachManager([](LightEventMgr& mgr) { mgr.m_handlerLock.release(); });
+    g_gate.AfterForkInParent();
+}
+
+void LightEventMgr::AfterForkInChild() {
+    FreeStaticObjectLock();
+    Abandon(g_pThreadsOfChild);
+    g_pThreadsOfChild = new (std::nothrow) ACE_Thread_Manager;
+    g_nDestroysOver.store(g_nDestroysBegun.load());
+    ForEachManager([](LightEventMgr& mgr) { mgr.StartAnewInChild(); });
+    g_gate.AfterForkInChild();
+}
+
+// Only the thread that forked is left, perhaps a worker in a handler. Nobody will let go of
+// a lock nor leave the queue's condition variables, so they are not even destroyed.
+void LightEventMgr::StartAnewInChild() {
+    const bool isWorker = t_workerOf == this;
+    new (&m_handlerLock) ACE_RW_Mutex;
+    new (&m_waitMutex) ACE_Thread_Mutex;
+    new (&lock_) ACE_Thread_Mutex;
+    Abandon(msg_queue());
+    MakeQueue();
+    if (m_bExit.load()) CloseQueue();
+    m_nStaying.store(isWorker ? 1 : 0);
+    m_nDetached.store(t_detachedFrom == this ? 1 : 0);
+    m_nJoined = m_nStarts.load();
+    thr_count_ = isWorker ? 1 : 0;
+    if (!isWorker) thr_mgr(g_pThreadsOfChild);
 }
 
 void LightEventMgr::MakeQueue() {
