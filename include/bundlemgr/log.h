@@ -10,6 +10,11 @@
 /// A proxy stamps each record with the time, its level, the thread and the names
 /// above, and hands it to the process-wide buffer, which writes it to
 /// `$_APP_LOG_DIR/Develop/nbi/Agent_CORBA/pnbi_sys_<time>_<pid>.log`.
+///
+/// Logging throws nothing: a record for which there is no memory, no file or no room on
+/// the disk is lost, and counted (`GetLogLoss`).
+///
+/// Signal handlers must not log: a log call takes locks and memory.
 #pragma once
 
 #include <atomic>
@@ -54,6 +59,8 @@ struct DebugInfo {
 };
 
 /// A named source of log records.
+///
+/// No operation throws, but `GetName` for want of memory.
 ///
 /// Thread safety: every operation may be called from any thread. The position is
 /// kept in the proxy and read by the next record, so two threads that share one
@@ -167,6 +174,20 @@ public:
     virtual ~LogProxyMgr();
 };
 
+/// Records that did not reach a log file.
+struct LogLoss {
+    /// Lost since the process began. Records of disabled levels that nobody asked for
+    /// in time do not count.
+    unsigned long long records = 0;
+    /// When the present loss began: the time of the first record lost after the last one
+    /// that was written. Zero while records are kept.
+    ACE_Time_Value since;
+};
+
+/// @return how many records were lost, and since when. The log itself does not tell of
+///         lost records. Thread-safe
+ZO_EXPORT LogLoss GetLogLoss();
+
 class LogFile;
 
 /// The process-wide sink of all log records and the owner of the log file.
@@ -181,7 +202,7 @@ class ZO_EXPORT LogProxyDebugInfoBufMgr {
 public:
     /// @return the one buffer, created on the first call with the log directory of
     ///         that moment (`GetNBILogPath`); null only when ACE's static-object lock
-    ///         cannot be taken
+    ///         cannot be taken or there is no memory
     static LogProxyDebugInfoBufMgr* Instance();
 
     /// Writes the waiting records, closes the file (an empty one is removed) and
@@ -223,7 +244,8 @@ protected:
 private:
     using Records = std::list<DebugInfo>;
 
-    void ChooseDirectory();
+    bool EnsureDirectory();
+    void Append(Records& record);
     bool WriteList(const Records& records);
     void WriteMerged(const Records& enabled, const Records& disabled);
     void WriteCacheFullNotice(bool hadFile);

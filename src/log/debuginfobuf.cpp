@@ -1,3 +1,6 @@
+#include <exception>
+#include <new>
+
 #include <ace/Guard_T.h>
 #include <ace/Object_Manager.h>
 #include <ace/Recursive_Thread_Mutex.h>
@@ -6,6 +9,7 @@
 #include "bundlemgr/base.h"
 #include "bundlemgr/log.h"
 #include "log/logfile.h"
+#include "log/losscounter.h"
 #include "log/recordstamp.h"
 #include "log/writingscope.h"
 
@@ -19,14 +23,28 @@ constexpr std::uint64_t kMaxFiles = 100;
 constexpr std::size_t kOutputCapacity = 8192;   // records
 constexpr std::size_t kFilteredCapacity = 128;  // records
 
+/// @return false, and the record is lost, where there is no memory
+bool Copy(const DebugInfo& info, std::list<DebugInfo>& copy) {
+    try {
+        copy.push_back(info);
+        return true;
+    } catch (const std::exception&) {
+        LossCounter::Lost(1, info.time);
+        return false;
+    }
+}
+
+void Lose(const std::list<DebugInfo>& records) {
+    if (!records.empty()) LossCounter::Lost(records.size(), records.front().time);
+}
+
 }  // namespace
 
 std::atomic<LogProxyDebugInfoBufMgr*> LogProxyDebugInfoBufMgr::m_pInstance{nullptr};
 
 LogProxyDebugInfoBufMgr* LogProxyDebugInfoBufMgr::Instance() {
     LogProxyDebugInfoBufMgr* const instance = Prepare();
-    if (instance != nullptr) instance->ChooseDirectory();
-    return instance;
+    return instance != nullptr && instance->EnsureDirectory() ? instance : nullptr;
 }
 
 LogProxyDebugInfoBufMgr* LogProxyDebugInfoBufMgr::Prepare() {
@@ -35,7 +53,7 @@ LogProxyDebugInfoBufMgr* LogProxyDebugInfoBufMgr::Prepare() {
     ACE_GUARD_RETURN(ACE_Recursive_Thread_Mutex, guard, *ACE_Static_Object_Lock::instance(), m_pInstance.load());
     instance = m_pInstance.load(std::memory_order_acquire);
     if (instance == nullptr) {
-        instance = new LogProxyDebugInfoBufMgr;
+        instance = new (std::nothrow) LogProxyDebugInfoBufMgr;
         m_pInstance.store(instance, std::memory_order_release);
     }
     return instance;
@@ -56,14 +74,20 @@ LogProxyDebugInfoBufMgr::LogProxyDebugInfoBufMgr()
 
 LogProxyDebugInfoBufMgr::~LogProxyDebugInfoBufMgr() {
     if (m_bHasDirectory.load()) Output();  // or nobody has used it
+    Lose(m_listKept);
 }
 
-void LogProxyDebugInfoBufMgr::ChooseDirectory() {
-    if (m_bHasDirectory.load(std::memory_order_acquire)) return;
+bool LogProxyDebugInfoBufMgr::EnsureDirectory() {
+    if (m_bHasDirectory.load(std::memory_order_acquire)) return true;
     ACE_Guard<ACE_Thread_Mutex> guard(m_fileMutex);
-    if (m_pLogFile != nullptr) return;
-    m_pLogFile = std::make_unique<LogFile>(GetNBILogPath(), kFilePrefix, kMaxFileBytes, kMaxFiles);
+    if (m_pLogFile != nullptr) return true;
+    try {
+        m_pLogFile = std::make_unique<LogFile>(GetNBILogPath(), kFilePrefix, kMaxFileBytes, kMaxFiles);
+    } catch (const std::exception&) {
+        return false;  // the next record tries again
+    }
     m_bHasDirectory.store(true, std::memory_order_release);
+    return true;
 }
 
 bool LogProxyDebugInfoBufMgr::SetOutputMode(const int& mode) {
@@ -77,7 +101,13 @@ void LogProxyDebugInfoBufMgr::AppendOutputInfo(const DebugInfo& info) {
         KeepForNextBatch(info);
         return;
     }
-    Records record(1, info);  // copied before the lock is taken
+    Records record;
+    if (!Copy(info, record)) return;  // before any lock is taken
+    Append(record);
+}
+
+void LogProxyDebugInfoBufMgr::Append(Records& record) {
+    const int level = record.front().level;
     ACE_Guard<ACE_Thread_Mutex> guard(m_listMutex);
     m_listOutput.splice(m_listOutput.end(), record);
     // Taken out before they are written: no record is written twice, whatever happens.
@@ -85,7 +115,7 @@ void LogProxyDebugInfoBufMgr::AppendOutputInfo(const DebugInfo& info) {
     if (m_nOutputMode.load(std::memory_order_relaxed) == LOG_OUTPUT_IMMEDIATE) {
         batch.swap(m_listOutput);
         WriteList(batch);
-    } else if (info.level == LOG_LEVEL_CRITICAL) {
+    } else if (level == LOG_LEVEL_CRITICAL) {
         Records filtered;
         batch.swap(m_listOutput);
         filtered.swap(m_listFiltered);
@@ -98,7 +128,8 @@ void LogProxyDebugInfoBufMgr::AppendOutputInfo(const DebugInfo& info) {
 
 void LogProxyDebugInfoBufMgr::AppendFiltered(const DebugInfo& info) {
     if (WritingScope::IsActive()) return;  // its level is switched off, and the lock may be ours
-    Records record(1, info);
+    Records record;
+    if (!Copy(info, record)) return;
     ACE_Guard<ACE_Thread_Mutex> guard(m_listMutex);
     m_listFiltered.splice(m_listFiltered.end(), record);
     if (m_listFiltered.size() > m_nFilteredCapacity) m_listFiltered.pop_front();
@@ -117,7 +148,10 @@ void LogProxyDebugInfoBufMgr::Output() {
 bool LogProxyDebugInfoBufMgr::WriteList(const Records& records) {
     ACE_Guard<ACE_Thread_Mutex> guard(m_fileMutex);
     const WritingScope scope;
-    if (!m_pLogFile->EnsureOpen()) return false;
+    if (!m_pLogFile->EnsureOpen()) {
+        Lose(records);
+        return false;
+    }
     WriteKeptRecords();
     for (const DebugInfo& info : records) m_pLogFile->WriteRecord(info);
     m_pLogFile->Flush();
@@ -129,7 +163,11 @@ bool LogProxyDebugInfoBufMgr::WriteList(const Records& records) {
 void LogProxyDebugInfoBufMgr::WriteMerged(const Records& enabled, const Records& disabled) {
     ACE_Guard<ACE_Thread_Mutex> guard(m_fileMutex);
     const WritingScope scope;
-    if (!m_pLogFile->EnsureOpen()) return;
+    if (!m_pLogFile->EnsureOpen()) {
+        Lose(enabled);
+        Lose(disabled);
+        return;
+    }
     WriteKeptRecords();
     auto filtered = disabled.cbegin();
     for (const DebugInfo& info : enabled) {
@@ -146,10 +184,15 @@ void LogProxyDebugInfoBufMgr::WriteCacheFullNotice(bool hadFile) {
     DebugInfo notice;
     notice.level = LOG_LEVEL_ERROR;
     notice.time = RecordTime();
-    notice.thread = RecordThread();
-    notice.bundle = "debug";
-    notice.service = "debug";
-    notice.text = "Debug cache is full, force output excuted.";
+    try {
+        notice.thread = RecordThread();
+        notice.bundle = "debug";
+        notice.service = "debug";
+        notice.text = "Debug cache is full, force output excuted.";
+    } catch (const std::exception&) {
+        LossCounter::Lost(1, notice.time);
+        return;
+    }
     ACE_Guard<ACE_Thread_Mutex> guard(m_fileMutex);
     const WritingScope scope;
     // The batch may have failed at its end; the notice then goes to the next file.
@@ -161,7 +204,11 @@ void LogProxyDebugInfoBufMgr::WriteCacheFullNotice(bool hadFile) {
 // One a batch: were every record to give birth to another, they would never end.
 void LogProxyDebugInfoBufMgr::KeepForNextBatch(const DebugInfo& info) {
     ACE_Guard<ACE_Thread_Mutex> guard(m_keptMutex);
-    if (m_listKept.empty()) m_listKept.push_back(info);
+    if (m_listKept.empty()) {
+        Copy(info, m_listKept);
+    } else {
+        LossCounter::Lost(1, info.time);
+    }
 }
 
 void LogProxyDebugInfoBufMgr::WriteKeptRecords() {

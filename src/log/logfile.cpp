@@ -1,8 +1,11 @@
 #include "log/logfile.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <ctime>
+#include <exception>
 #include <filesystem>
+#include <utility>
 
 #include <ace/OS_NS_stdio.h>
 #include <ace/OS_NS_time.h>
@@ -12,6 +15,7 @@
 #include <unistd.h>
 
 #include "bundlemgr/base.h"
+#include "log/losscounter.h"
 #include "platform/umask.h"
 
 namespace NS_BUNDLEMGR1 {
@@ -24,6 +28,9 @@ constexpr mode_t kFileUmask = 037;       // files end up 0640
 
 // The default buffer would cost a system call for each 4 KiB of a batch.
 constexpr std::size_t kStreamBufferSize = 64 * 1024;
+
+// Flushed then, so that no memory need be found for their ends.
+constexpr std::size_t kMaxUnflushed = 1024;  // records
 
 std::string WithoutTrailingSeparator(const std::string& directory) {
     const bool trailing = !directory.empty() && (directory.back() == '/' || directory.back() == '\\');
@@ -61,7 +68,9 @@ LogFile::LogFile(const std::string& directory, const std::string& prefix, std::u
       m_strDirectory(WithoutTrailingSeparator(directory)),
       m_nFlushed(0),
       m_bGaveUp(false),
-      m_streamBuffer(kStreamBufferSize) {}
+      m_streamBuffer(kStreamBufferSize) {
+    m_vecUnflushed.reserve(kMaxUnflushed);
+}
 
 LogFile::~LogFile() {
     Close();
@@ -72,11 +81,22 @@ bool LogFile::EnsureOpen() {
     return m_pStream != nullptr;
 }
 
+// Twice where memory is short: the rest of a batch may depend on it.
 void LogFile::OpenNewFile() {
     Close();
-    const std::string path = NextPath();
-    CreateDirectory();
-    Open(path);
+    if (!OpenNext()) OpenNext();
+}
+
+// False for want of memory only.
+bool LogFile::OpenNext() {
+    try {
+        std::string path = NextPath();
+        CreateDirectory();
+        Open(std::move(path));
+        return m_pStream != nullptr || errno != ENOMEM;
+    } catch (const std::exception&) {
+        return false;
+    }
 }
 
 std::string LogFile::NextPath() const {
@@ -99,16 +119,17 @@ void LogFile::CreateDirectory() const {
     mkdir(directory.c_str(), kDirectoryMode);
 }
 
-void LogFile::Open(const std::string& path) {
+void LogFile::Open(std::string path) {
     const bool continued = path == m_strContinuePath;
     const char* const mode = continued ? "ae" : "we";
+    m_strContinuePath.reserve(path.size());  // no memory is needed when it fails one day
     {
         const ScopedUmask mask(kFileUmask);
         m_pStream = AwayFromStandardStreams(std::fopen(path.c_str(), mode), mode);
     }
     if (m_pStream == nullptr) return;
     std::setvbuf(m_pStream, m_streamBuffer.data(), _IOFBF, m_streamBuffer.size());
-    m_strPath = path;
+    m_strPath = std::move(path);
     m_strContinuePath.clear();
     struct stat status {};
     if (continued && fstat(fileno(m_pStream), &status) == 0) m_nBytes = static_cast<std::uint64_t>(status.st_size);
@@ -117,21 +138,35 @@ void LogFile::Open(const std::string& path) {
 
 void LogFile::WriteRecord(const DebugInfo& info) {
     ++m_nSequence;
-    if (m_pStream == nullptr) return;
-    const std::string& timeStamp = m_timeStamps.Get(info.time);
+    if (m_pStream == nullptr || !Print(info)) {
+        LossCounter::Lost(1, info.time);
+        return;
+    }
+    m_vecUnflushed.push_back(Unflushed{m_nBytes, info.time});
+    const bool isFull = m_nBytes >= m_nMaxBytes;
+    if (isFull || (m_vecUnflushed.size() == kMaxUnflushed && !FlushStream())) OpenNewFile();
+}
+
+// False where the record is not in the stream.
+bool LogFile::Print(const DebugInfo& info) {
+    const std::string* timeStamp = nullptr;
+    try {
+        timeStamp = &m_timeStamps.Get(info.time);
+    } catch (const std::exception&) {
+        return false;  // no memory, and no fault of the file
+    }
     const unsigned long sequence = m_nSequence;
     const int written = ACE_OS::fprintf(
         m_pStream, "<%lu>\n%s, %s, Level = %d, Bundle = %s, Service = %s \nfilename = %s, lineno = %lu\n%s\n</%lu>\n\n",
-        sequence, timeStamp.c_str(), info.thread.c_str(), info.level, info.bundle.c_str(), info.service.c_str(),
+        sequence, timeStamp->c_str(), info.thread.c_str(), info.level, info.bundle.c_str(), info.service.c_str(),
         info.file.c_str(), info.line, info.text.c_str(), sequence);
-    if (written <= 0) {
-        GiveUpUnwritten();
-        OpenNewFile();
-        return;
+    if (written > 0) {
+        m_nBytes += static_cast<std::uint64_t>(written);
+        return true;
     }
-    m_nBytes += static_cast<std::uint64_t>(written);
-    m_vecUnflushedEnds.push_back(m_nBytes);
-    if (m_nBytes >= m_nMaxBytes) OpenNewFile();
+    GiveUpUnwritten();
+    OpenNewFile();
+    return false;
 }
 
 void LogFile::Flush() {
@@ -147,14 +182,23 @@ bool LogFile::FlushStream() {
         GiveUpUnwritten();
         return false;
     }
-    m_nFlushed = m_nBytes;
-    m_vecUnflushedEnds.clear();
+    CountKept();
     return m_nBytes > 0 || !m_bGaveUp;
+}
+
+void LogFile::CountKept() {
+    if (!m_vecUnflushed.empty()) LossCounter::Kept();
+    m_nFlushed = m_nBytes;
+    m_vecUnflushed.clear();
 }
 
 void LogFile::Close() {
     if (m_pStream == nullptr) return;
-    if (std::fflush(m_pStream) != 0) GiveUpUnwritten();
+    if (std::fflush(m_pStream) == 0) {
+        CountKept();
+    } else {
+        GiveUpUnwritten();
+    }
     std::fclose(m_pStream);
     m_pStream = nullptr;
     if (m_nBytes == 0) std::remove(m_strPath.c_str());
@@ -168,10 +212,17 @@ void LogFile::GiveUpUnwritten() {
     struct stat status {};
     if (fstat(fileno(m_pStream), &status) != 0) status.st_size = static_cast<off_t>(m_nFlushed);
     const auto onDisk = static_cast<std::uint64_t>(status.st_size);
-    const auto beyond = std::upper_bound(m_vecUnflushedEnds.begin(), m_vecUnflushedEnds.end(), onDisk);
-    m_nBytes = beyond == m_vecUnflushedEnds.begin() ? m_nFlushed : *(beyond - 1);
-    m_nFlushed = m_nBytes;
-    m_vecUnflushedEnds.clear();
+    const auto lost = std::find_if(m_vecUnflushed.begin(), m_vecUnflushed.end(),
+                                   [onDisk](const Unflushed& record) { return record.end > onDisk; });
+    if (lost != m_vecUnflushed.begin()) {
+        m_nFlushed = (lost - 1)->end;
+        LossCounter::Kept();
+    }
+    if (lost != m_vecUnflushed.end()) {
+        LossCounter::Lost(static_cast<std::uint64_t>(m_vecUnflushed.end() - lost), lost->time);
+    }
+    m_nBytes = m_nFlushed;
+    m_vecUnflushed.clear();
     // Where half a record cannot be cut off, it stays.
     [[maybe_unused]] const bool isCut =
         onDisk <= m_nBytes || ftruncate(fileno(m_pStream), static_cast<off_t>(m_nBytes)) == 0;
@@ -183,7 +234,7 @@ void LogFile::Forget() {
     m_strPath.clear();
     m_nBytes = 0;
     m_nFlushed = 0;
-    m_vecUnflushedEnds.clear();
+    m_vecUnflushed.clear();
 }
 
 }  // namespace NS_BUNDLEMGR1

@@ -39,7 +39,8 @@ public:
     /// Opens a file if none is open. @return whether one is open now
     bool EnsureOpen();
 
-    /// Writes one record, or only counts it when no file is open.
+    /// Writes one record, or only counts it when no file is open. One that cannot be
+    /// written is lost (see `LossCounter`); throws nothing.
     void WriteRecord(const DebugInfo& info);
 
     /// Brings what was written to the disk. Where that fails, what did not get there
@@ -52,8 +53,11 @@ public:
 private:
     std::string NextPath() const;
     void CreateDirectory() const;
-    void Open(const std::string& path);
+    bool OpenNext();
+    void Open(std::string path);
+    bool Print(const DebugInfo& info);
     bool FlushStream();
+    void CountKept();
     void GiveUpUnwritten();
     void Forget();
 
@@ -68,7 +72,11 @@ private:
 
     // After a failed write the file is cut back to the last record that reached it
     // whole: one of these ends, or what an earlier flush made safe.
-    std::vector<std::uint64_t> m_vecUnflushedEnds;
+    struct Unflushed {
+        std::uint64_t end;
+        ACE_Time_Value time;
+    };
+    std::vector<Unflushed> m_vecUnflushed;
     std::uint64_t m_nFlushed;
     bool m_bGaveUp;  // on a record since the last flush
     // A file that failed with records in it: opened again in the same second, it is

@@ -1,10 +1,12 @@
 #include "log/logproxyimpl.h"
 
 #include <cstddef>
+#include <exception>
 
 #include <ace/Guard_T.h>
 #include <ace/OS_NS_stdio.h>
 
+#include "log/losscounter.h"
 #include "log/recordstamp.h"
 #include "platform/bounded.h"
 #include "platform/filesizesignal.h"
@@ -23,9 +25,9 @@ bool IsValidLevel(int level) {
 }
 
 // Standard output may be a file, and full.
-void Echo(const std::string& text) {
+void Echo(const char* text) {
     const FileSizeSignalBlock block;
-    ACE_OS::printf("%s", text.c_str());
+    ACE_OS::printf("%s", text);
 }
 
 std::uint64_t LevelBit(int level) {
@@ -40,29 +42,36 @@ LogProxyImpl::LogProxyImpl(const std::string& name)
 LogProxyImpl::~LogProxyImpl() = default;
 
 void LogProxyImpl::Write(int level, const char* text) {
-    const DebugInfo info = MakeRecord(IsValidLevel(level) ? level : LOG_LEVEL_INFO, text != nullptr ? text : "");
-    if (m_bEcho) Echo(info.text);
-    LogProxyDebugInfoBufMgr* const buffer = LogProxyDebugInfoBufMgr::Instance();
-    if (buffer == nullptr) return;
-    if (IsLevelEnabled(info.level)) {
+    const char* const message = text != nullptr ? text : "";
+    DebugInfo info;
+    const bool isMade = MakeRecord(IsValidLevel(level) ? level : LOG_LEVEL_INFO, message, info);
+    if (m_bEcho) Echo(message);
+    LogProxyDebugInfoBufMgr* const buffer = isMade ? LogProxyDebugInfoBufMgr::Instance() : nullptr;
+    if (buffer == nullptr) {
+        LossCounter::Lost(1, info.time);
+    } else if (IsLevelEnabled(info.level)) {
         buffer->AppendOutputInfo(info);
     } else {
         buffer->AppendFiltered(info);
     }
 }
 
-DebugInfo LogProxyImpl::MakeRecord(int level, const char* text) {
-    DebugInfo info;
+// False where there is no memory for it.
+bool LogProxyImpl::MakeRecord(int level, const char* text, DebugInfo& info) {
     info.level = level;
     info.time = RecordTime();
-    info.thread = RecordThread();
-    info.text = text;
-    ACE_Guard<ACE_Thread_Mutex> guard(m_positionMutex);
-    info.bundle = m_strBundleName;
-    info.service = m_strServiceName;
-    info.file = m_strFileName;
-    info.line = m_nLine;
-    return info;
+    try {
+        info.thread = RecordThread();
+        info.text = text;
+        const ACE_Guard<ACE_Thread_Mutex> guard(m_positionMutex);
+        info.bundle = m_strBundleName;
+        info.service = m_strServiceName;
+        info.file = m_strFileName;
+        info.line = m_nLine;
+        return true;
+    } catch (const std::exception&) {
+        return false;
+    }
 }
 
 void LogProxyImpl::WriteText(const char* text) {
@@ -134,19 +143,28 @@ bool LogProxyImpl::SetDebugOutputMode(int mode) {
 }
 
 void LogProxyImpl::SetPosition(const char* file, unsigned long line) {
-    ACE_Guard<ACE_Thread_Mutex> guard(m_positionMutex);
-    m_strFileName.assign(file != nullptr ? file : "");
+    const ACE_Guard<ACE_Thread_Mutex> guard(m_positionMutex);
+    Replace(m_strFileName, file);
     m_nLine = line;
 }
 
 void LogProxyImpl::SetBundleName(const char* name) {
-    ACE_Guard<ACE_Thread_Mutex> guard(m_positionMutex);
-    m_strBundleName.assign(name != nullptr ? name : "");
+    const ACE_Guard<ACE_Thread_Mutex> guard(m_positionMutex);
+    Replace(m_strBundleName, name);
 }
 
 void LogProxyImpl::SetServiceName(const char* name) {
-    ACE_Guard<ACE_Thread_Mutex> guard(m_positionMutex);
-    m_strServiceName.assign(name != nullptr ? name : "");
+    const ACE_Guard<ACE_Thread_Mutex> guard(m_positionMutex);
+    Replace(m_strServiceName, name);
+}
+
+// Without memory there is no text, rather than a former one that means something else.
+void LogProxyImpl::Replace(std::string& text, const char* newText) {
+    try {
+        text.assign(newText != nullptr ? newText : "");
+    } catch (const std::exception&) {
+        text.clear();
+    }
 }
 
 std::string LogProxyImpl::GetName() const {

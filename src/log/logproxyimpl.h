@@ -15,8 +15,8 @@ namespace NS_BUNDLEMGR1 {
 /// Turns each call into a `DebugInfo` record and hands it to the process-wide
 /// `LogProxyDebugInfoBufMgr`, printing its text on standard output as well.
 ///
-/// Thread safety: as `LogProxy`. The names and the position are copied under a lock of
-/// their own, so a record carries an old or a new value, never a torn one.
+/// Thread safety: as `LogProxy`. The names and the position are copied under a lock, so a
+/// record carries an old or a new value, never a torn one.
 class LogProxyImpl : public LogProxy {
 public:
     explicit LogProxyImpl(const std::string& name);
@@ -39,7 +39,8 @@ public:
     std::string GetName() const override;
 
 private:
-    DebugInfo MakeRecord(int level, const char* text);
+    bool MakeRecord(int level, const char* text, DebugInfo& info);
+    void Replace(std::string& text, const char* newText);
     void Format(char* buffer, const char* format, va_list args);
 
     const std::string m_strName;
