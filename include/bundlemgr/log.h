@@ -196,8 +196,10 @@ class LogFile;
 /// records and writes them in one batch; a record of level 0 writes out everything
 /// at once, merged by time with the last 128 records of disabled levels.
 ///
-/// Thread safety: everything but `Destroy` may be called from any thread; `Destroy`
-/// is for the host, once nothing logs any more.
+/// Thread safety: everything may be called from any thread. `Destroy` is meant for the
+/// end, but may come while others log: it waits for those who are inside, and whoever
+/// comes later, also through a pointer that `Instance` returned before, has a new buffer,
+/// in immediate mode and with records numbered from 1.
 class ZO_EXPORT LogProxyDebugInfoBufMgr {
 public:
     /// @return the one buffer, created on the first call with the log directory of
@@ -205,8 +207,10 @@ public:
     ///         cannot be taken or there is no memory
     static LogProxyDebugInfoBufMgr* Instance();
 
-    /// Writes the waiting records, closes the file (an empty one is removed) and
-    /// deletes the buffer. Does nothing when there is none.
+    /// Writes the waiting records, closes the file (an empty one is removed) and ends the
+    /// buffer. Does nothing when there is none; while another thread does this, returns
+    /// when that is done. Records that a new buffer writes within the same second go to
+    /// the end of the same file.
     static void Destroy();
 
     /// @param mode a `LogOutputMode`; takes effect with the next record
@@ -243,9 +247,13 @@ protected:
 
 private:
     using Records = std::list<DebugInfo>;
+    class Stay;
+
+    static LogProxyDebugInfoBufMgr* Create();
 
     bool EnsureDirectory();
     void Append(Records& record);
+    void WriteWaiting();
     bool WriteList(const Records& records);
     void WriteMerged(const Records& enabled, const Records& disabled);
     void WriteCacheFullNotice(bool hadFile);

@@ -1,5 +1,9 @@
+#include <climits>
+#include <cstdio>
 #include <exception>
+#include <mutex>
 #include <new>
+#include <optional>
 
 #include <ace/Guard_T.h>
 #include <ace/Object_Manager.h>
@@ -12,6 +16,7 @@
 #include "log/losscounter.h"
 #include "log/recordstamp.h"
 #include "log/writingscope.h"
+#include "platform/usegate.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -22,6 +27,22 @@ constexpr std::uint64_t kMaxFileBytes = 20971520;  // 20 MiB
 constexpr std::uint64_t kMaxFiles = 100;
 constexpr std::size_t kOutputCapacity = 8192;   // records
 constexpr std::size_t kFilteredCapacity = 128;  // records
+
+// Where the one buffer lives. The place stays when the buffer is gone: a pointer that is
+// out of date still leads to memory that may be looked at.
+alignas(LogProxyDebugInfoBufMgr) unsigned char g_place[sizeof(LogProxyDebugInfoBufMgr)];
+
+UseGate g_gate;
+
+// Held while a buffer comes or goes; taken after ACE's static-object lock, before the
+// locks of the buffer.
+std::mutex g_lifeMutex;
+
+// Whether the present buffer knows its directory; asked without touching it.
+std::atomic<bool> g_hasDirectory{false};
+
+// The file of the buffer that was there before, for the next one to continue.
+char g_lastPath[PATH_MAX] = "";
 
 /// @return false, and the record is lost, where there is no memory
 bool Copy(const DebugInfo& info, std::list<DebugInfo>& copy) {
@@ -42,39 +63,83 @@ void Lose(const std::list<DebugInfo>& records) {
 
 std::atomic<LogProxyDebugInfoBufMgr*> LogProxyDebugInfoBufMgr::m_pInstance{nullptr};
 
+/// One stay inside a buffer, which does not end meanwhile: the one it is given or, where
+/// that is gone, the present one. A thread that is writing records is inside already.
+class LogProxyDebugInfoBufMgr::Stay {
+public:
+    explicit Stay(LogProxyDebugInfoBufMgr* buffer) : m_buffer(buffer) {
+        if (WritingScope::IsActive()) {
+            m_buffer = WritingScope::Buffer();
+            return;
+        }
+        while (m_buffer != nullptr && !m_use.emplace(g_gate, m_buffer)) m_buffer = Prepare();
+        if (m_buffer != nullptr && !m_buffer->EnsureDirectory()) m_buffer = nullptr;
+    }
+
+    /// @return null where there is none to be had
+    LogProxyDebugInfoBufMgr* Buffer() const { return m_buffer; }
+
+    explicit operator bool() const { return m_buffer != nullptr; }
+    LogProxyDebugInfoBufMgr* operator->() const { return m_buffer; }
+
+private:
+    std::optional<UseGate::Use> m_use;
+    LogProxyDebugInfoBufMgr* m_buffer;
+};
+
+// ---- Life ----
+
 LogProxyDebugInfoBufMgr* LogProxyDebugInfoBufMgr::Instance() {
     LogProxyDebugInfoBufMgr* const instance = Prepare();
-    return instance != nullptr && instance->EnsureDirectory() ? instance : nullptr;
+    if (instance == nullptr || g_hasDirectory.load(std::memory_order_acquire)) return instance;
+    return Stay(instance).Buffer();  // which asks for the directory
 }
 
 LogProxyDebugInfoBufMgr* LogProxyDebugInfoBufMgr::Prepare() {
-    LogProxyDebugInfoBufMgr* instance = m_pInstance.load(std::memory_order_acquire);
+    if (WritingScope::IsActive()) return WritingScope::Buffer();
+    LogProxyDebugInfoBufMgr* const instance = m_pInstance.load(std::memory_order_acquire);
     if (instance != nullptr) return instance;
     ACE_GUARD_RETURN(ACE_Recursive_Thread_Mutex, guard, *ACE_Static_Object_Lock::instance(), m_pInstance.load());
-    instance = m_pInstance.load(std::memory_order_acquire);
-    if (instance == nullptr) {
-        instance = new (std::nothrow) LogProxyDebugInfoBufMgr;
-        m_pInstance.store(instance, std::memory_order_release);
-    }
-    return instance;
+    const std::lock_guard<std::mutex> life(g_lifeMutex);
+    if (m_pInstance.load(std::memory_order_acquire) == nullptr) m_pInstance.store(Create(), std::memory_order_release);
+    return m_pInstance.load(std::memory_order_acquire);
 }
 
+LogProxyDebugInfoBufMgr* LogProxyDebugInfoBufMgr::Create() {
+    try {
+        return new (g_place) LogProxyDebugInfoBufMgr;
+    } catch (const std::exception&) {
+        return nullptr;
+    }
+}
+
+// The static-object lock stays held while those inside finish: none of them takes it.
 void LogProxyDebugInfoBufMgr::Destroy() {
-    if (m_pInstance.load(std::memory_order_acquire) == nullptr) return;
+    if (m_pInstance.load(std::memory_order_acquire) == nullptr) {
+        const std::lock_guard<std::mutex> life(g_lifeMutex);  // until a Destroy on another thread is through
+        return;
+    }
     ACE_GUARD(ACE_Recursive_Thread_Mutex, guard, *ACE_Static_Object_Lock::instance());
-    delete m_pInstance.load(std::memory_order_acquire);
-    m_pInstance.store(nullptr, std::memory_order_release);
+    const std::lock_guard<std::mutex> life(g_lifeMutex);
+    LogProxyDebugInfoBufMgr* const instance = m_pInstance.exchange(nullptr);
+    if (instance != nullptr) instance->~LogProxyDebugInfoBufMgr();
 }
 
 LogProxyDebugInfoBufMgr::LogProxyDebugInfoBufMgr()
     : m_bHasDirectory(false),
       m_nOutputCapacity(kOutputCapacity),
       m_nFilteredCapacity(kFilteredCapacity),
-      m_nOutputMode(LOG_OUTPUT_IMMEDIATE) {}
+      m_nOutputMode(LOG_OUTPUT_IMMEDIATE) {
+    g_gate.Open(this);
+}
 
 LogProxyDebugInfoBufMgr::~LogProxyDebugInfoBufMgr() {
-    if (m_bHasDirectory.load()) Output();  // or nobody has used it
+    g_gate.Close(this);
+    g_hasDirectory.store(false, std::memory_order_release);
+    if (m_pLogFile == nullptr) return;  // nobody has used it
+    WriteWaiting();
     Lose(m_listKept);
+    std::snprintf(g_lastPath, sizeof g_lastPath, "%s", m_pLogFile->PathToContinue().c_str());
 }
 
 bool LogProxyDebugInfoBufMgr::EnsureDirectory() {
@@ -82,28 +147,39 @@ bool LogProxyDebugInfoBufMgr::EnsureDirectory() {
     ACE_Guard<ACE_Thread_Mutex> guard(m_fileMutex);
     if (m_pLogFile != nullptr) return true;
     try {
-        m_pLogFile = std::make_unique<LogFile>(GetNBILogPath(), kFilePrefix, kMaxFileBytes, kMaxFiles);
+        auto file = std::make_unique<LogFile>(GetNBILogPath(), kFilePrefix, kMaxFileBytes, kMaxFiles);
+        file->ContinueAt(g_lastPath);
+        m_pLogFile = std::move(file);
     } catch (const std::exception&) {
         return false;  // the next record tries again
     }
     m_bHasDirectory.store(true, std::memory_order_release);
+    g_hasDirectory.store(true, std::memory_order_release);
     return true;
 }
 
+// ---- Records ----
+
 bool LogProxyDebugInfoBufMgr::SetOutputMode(const int& mode) {
     if (mode != LOG_OUTPUT_BUFFERED && mode != LOG_OUTPUT_IMMEDIATE) return false;
-    m_nOutputMode.store(mode, std::memory_order_relaxed);
-    return true;
+    const Stay stay(this);
+    if (stay) stay->m_nOutputMode.store(mode, std::memory_order_relaxed);
+    return static_cast<bool>(stay);
 }
 
 void LogProxyDebugInfoBufMgr::AppendOutputInfo(const DebugInfo& info) {
     if (WritingScope::IsActive()) {
-        KeepForNextBatch(info);
+        WritingScope::Buffer()->KeepForNextBatch(info);
         return;
     }
     Records record;
     if (!Copy(info, record)) return;  // before any lock is taken
-    Append(record);
+    const Stay stay(this);
+    if (stay) {
+        stay->Append(record);
+    } else {
+        Lose(record);
+    }
 }
 
 void LogProxyDebugInfoBufMgr::Append(Records& record) {
@@ -130,13 +206,23 @@ void LogProxyDebugInfoBufMgr::AppendFiltered(const DebugInfo& info) {
     if (WritingScope::IsActive()) return;  // its level is switched off, and the lock may be ours
     Records record;
     if (!Copy(info, record)) return;
-    ACE_Guard<ACE_Thread_Mutex> guard(m_listMutex);
-    m_listFiltered.splice(m_listFiltered.end(), record);
-    if (m_listFiltered.size() > m_nFilteredCapacity) m_listFiltered.pop_front();
+    const Stay stay(this);
+    if (!stay) {
+        Lose(record);
+        return;
+    }
+    ACE_Guard<ACE_Thread_Mutex> guard(stay->m_listMutex);
+    stay->m_listFiltered.splice(stay->m_listFiltered.end(), record);
+    if (stay->m_listFiltered.size() > stay->m_nFilteredCapacity) stay->m_listFiltered.pop_front();
 }
 
 void LogProxyDebugInfoBufMgr::Output() {
     if (WritingScope::IsActive()) return;
+    const Stay stay(this);
+    if (stay) stay->WriteWaiting();
+}
+
+void LogProxyDebugInfoBufMgr::WriteWaiting() {
     Records batch;
     {
         ACE_Guard<ACE_Thread_Mutex> guard(m_listMutex);
@@ -147,7 +233,7 @@ void LogProxyDebugInfoBufMgr::Output() {
 
 bool LogProxyDebugInfoBufMgr::WriteList(const Records& records) {
     ACE_Guard<ACE_Thread_Mutex> guard(m_fileMutex);
-    const WritingScope scope;
+    const WritingScope scope(*this);
     if (!m_pLogFile->EnsureOpen()) {
         Lose(records);
         return false;
@@ -162,7 +248,7 @@ bool LogProxyDebugInfoBufMgr::WriteList(const Records& records) {
 // goes first.
 void LogProxyDebugInfoBufMgr::WriteMerged(const Records& enabled, const Records& disabled) {
     ACE_Guard<ACE_Thread_Mutex> guard(m_fileMutex);
-    const WritingScope scope;
+    const WritingScope scope(*this);
     if (!m_pLogFile->EnsureOpen()) {
         Lose(enabled);
         Lose(disabled);
@@ -194,7 +280,7 @@ void LogProxyDebugInfoBufMgr::WriteCacheFullNotice(bool hadFile) {
         return;
     }
     ACE_Guard<ACE_Thread_Mutex> guard(m_fileMutex);
-    const WritingScope scope;
+    const WritingScope scope(*this);
     // The batch may have failed at its end; the notice then goes to the next file.
     if (hadFile) m_pLogFile->EnsureOpen();
     m_pLogFile->WriteRecord(notice);

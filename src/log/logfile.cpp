@@ -99,6 +99,14 @@ bool LogFile::OpenNext() {
     }
 }
 
+const std::string& LogFile::PathToContinue() const {
+    return m_strPath.empty() ? m_strContinuePath : m_strPath;
+}
+
+void LogFile::ContinueAt(const char* path) {
+    m_strContinuePath = path;
+}
+
 std::string LogFile::NextPath() const {
     const std::time_t now = std::time(nullptr);
     std::tm local{};

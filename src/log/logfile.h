@@ -50,6 +50,15 @@ public:
     /// Closes the current file and removes it when it is empty.
     void Close();
 
+    /// @name Files that go from hand to hand
+    /// @{
+    /// @return the current file or, where it could be opened again, the latest one
+    const std::string& PathToContinue() const;
+
+    /// A file of this path, when it is the next to be opened, keeps what is in it.
+    void ContinueAt(const char* path);
+    /// @}
+
 private:
     std::string NextPath() const;
     void CreateDirectory() const;
@@ -79,8 +88,8 @@ private:
     std::vector<Unflushed> m_vecUnflushed;
     std::uint64_t m_nFlushed;
     bool m_bGaveUp;  // on a record since the last flush
-    // A file that failed with records in it: opened again in the same second, it is
-    // continued, where a full one would be overwritten.
+    // A file that failed with records in it, or that a former writer left: opened again in
+    // the same second, it is continued, where a full one would be overwritten.
     std::string m_strContinuePath;
     std::vector<char> m_streamBuffer;
     TimeStampCache m_timeStamps;

@@ -457,6 +457,12 @@ TEST_F(LogFailuresTest, WithoutStaticObjectLockDestroyLeavesTheBuffer) {
 
 // ---- Writing logs ----
 
+// Knows the buffer without creating one.
+class ExistingLog : public LogProxyDebugInfoBufMgr {
+public:
+    static bool IsThere() { return m_pInstance != nullptr; }
+};
+
 class LoggingWriteTest : public LogFailuresTest {
 protected:
     LoggingWriteTest() : m_proxy(*BundleMgr::Instance()->GetLogProxyMgr()->GetLogProxy("name")) {
@@ -559,6 +565,60 @@ TEST_F(LoggingWriteTest, DestroyMayLogToo) {
     });
     EXPECT_THAT(Texts(ParseLog(Log())), ElementsAre("1"));
     EXPECT_EQ(1, m_born);
+}
+
+TEST_F(LoggingWriteTest, DestroyWaitsForARecordThatIsBeingWritten) {
+    std::atomic<bool> isWriting{false};
+    std::atomic<bool> goOn{false};
+    g_onTimeStamp = [&] {
+        isWriting = true;
+        test::WaitFor([&] { return goOn.load(); });
+    };
+    Quietly([&] {
+        std::thread writer([&] { m_proxy.Write(1, "first"); });
+        EXPECT_TRUE(test::WaitFor([&] { return isWriting.load(); }));
+        std::atomic<bool> isGone{false};
+        std::thread ender([&] {
+            LogProxyDebugInfoBufMgr::Destroy();
+            isGone = true;
+        });
+        EXPECT_TRUE(test::WaitFor([] { return !ExistingLog::IsThere(); }));
+        EXPECT_FALSE(isGone);
+        // Who comes now waits for the end, and then starts anew.
+        std::thread late([&] { m_proxy.Write(1, "second"); });
+        goOn = true;
+        for (std::thread* const thread : {&writer, &ender, &late}) thread->join();
+    });
+    const std::vector<LogRecord> records = ParseLog(Log());
+    EXPECT_THAT(Texts(records), ElementsAre("first", "second"));
+    EXPECT_EQ(1U, records.back().sequence);
+}
+
+TEST_F(LoggingWriteTest, EachOfTwoDestroysReturnsWhenTheBufferIsGone) {
+    std::atomic<bool> isWriting{false};
+    std::atomic<bool> goOn{false};
+    g_onTimeStamp = [&] {
+        isWriting = true;
+        test::WaitFor([&] { return goOn.load(); });
+    };
+    std::string onDisk = "nothing";
+    Quietly([&] {
+        m_proxy.SetDebugOutputMode(LOG_OUTPUT_BUFFERED);
+        m_proxy.Write(1, "waits");
+        std::thread first([] { LogProxyDebugInfoBufMgr::Destroy(); });
+        EXPECT_TRUE(test::WaitFor([&] { return isWriting.load(); }));
+        std::atomic<bool> isCalled{false};
+        std::thread second([&] {
+            isCalled = true;
+            LogProxyDebugInfoBufMgr::Destroy();
+            onDisk = Log();
+        });
+        EXPECT_TRUE(test::WaitFor([&] { return isCalled.load(); }));
+        goOn = true;
+        first.join();
+        second.join();
+    });
+    EXPECT_THAT(Texts(ParseLog(onDisk)), ElementsAre("waits"));
 }
 
 // Knows the bundle manager without creating one.
