@@ -228,6 +228,11 @@ public:
     /// Writes and forgets the waiting records, opening the file if none is open.
     void Output();
 
+    /// Goes on in a new log file, as after the file was moved away; waiting records go to
+    /// the old one first. Within the second in which that was opened, the new one would
+    /// have its name: then it is continued. Without an open file there is nothing to do.
+    void OpenNewFile();
+
     LogProxyDebugInfoBufMgr(const LogProxyDebugInfoBufMgr&) = delete;
     LogProxyDebugInfoBufMgr& operator=(const LogProxyDebugInfoBufMgr&) = delete;
 

@@ -306,4 +306,19 @@ void LogProxyDebugInfoBufMgr::WriteKeptRecords() {
     for (const DebugInfo& info : kept) m_pLogFile->WriteRecord(info);
 }
 
+void LogProxyDebugInfoBufMgr::OpenNewFile() {
+    if (WritingScope::IsActive()) return;
+    const Stay stay(this);
+    if (!stay) return;
+    Records batch;
+    {
+        ACE_Guard<ACE_Thread_Mutex> guard(stay->m_listMutex);
+        batch.swap(stay->m_listOutput);
+    }
+    if (!batch.empty()) stay->WriteList(batch);
+    ACE_Guard<ACE_Thread_Mutex> guard(stay->m_fileMutex);
+    const WritingScope scope(*stay.Buffer());
+    stay->m_pLogFile->GoOnInNewFile();
+}
+
 }  // namespace NS_BUNDLEMGR1

@@ -99,6 +99,12 @@ bool LogFile::OpenNext() {
     }
 }
 
+void LogFile::GoOnInNewFile() {
+    if (m_pStream == nullptr) return;
+    ContinueAt(m_strPath.c_str());
+    OpenNewFile();
+}
+
 const std::string& LogFile::PathToContinue() const {
     return m_strPath.empty() ? m_strContinuePath : m_strPath;
 }

@@ -39,6 +39,10 @@ public:
     /// Opens a file if none is open. @return whether one is open now
     bool EnsureOpen();
 
+    /// Goes on in the next file. One that would have the present name is no other: the
+    /// present file is continued. Does nothing when no file is open.
+    void GoOnInNewFile();
+
     /// Writes one record, or only counts it when no file is open. One that cannot be
     /// written is lost (see `LossCounter`); throws nothing.
     void WriteRecord(const DebugInfo& info);

@@ -114,6 +114,13 @@ TEST_F(DebugInfoBufEndTest, ManyMayEndItAtOnce) {
     EXPECT_TRUE(logged == SortedTexts());
 }
 
+TEST_F(DebugInfoBufEndTest, NothingIsLostWhileNewFilesAreOpened) {
+    const Strings logged = LogDuring([] { LogProxyDebugInfoBufMgr::Instance()->OpenNewFile(); },
+                                     [&](const std::string& text) { m_proxy.Write(1, text.c_str()); });
+
+    EXPECT_TRUE(logged == SortedTexts());
+}
+
 TEST_F(DebugInfoBufEndTest, APointerThatIsOutOfDateLeadsToTheNewBuffer) {
     LogProxyDebugInfoBufMgr* const buffer = LogProxyDebugInfoBufMgr::Instance();
     LogProxyDebugInfoBufMgr::Destroy();

@@ -88,6 +88,8 @@ protected:
         m_proxy.Printf(2, "%s", kLong);
         m_proxy.FlushDebugInfo();
         NextSecond();
+        LogProxyDebugInfoBufMgr* const buffer = LogProxyDebugInfoBufMgr::Instance();
+        if (buffer != nullptr) buffer->OpenNewFile();
         m_proxy.WriteText(kLong);
         m_proxy.PrintfText("%s", kLong);
         LogProxyDebugInfoBufMgr::Destroy();
