@@ -15,6 +15,10 @@
 /// the disk is lost, and counted (`GetLogLoss`).
 ///
 /// Signal handlers must not log: a log call takes locks and memory.
+///
+/// A child made by `fork` may log at once, whatever other threads did at that moment. Its
+/// records go to a file of its own, numbered on from those of its parent; what waited in
+/// the parent is left to the parent. A child made by `vfork` must not log.
 #pragma once
 
 #include <atomic>
@@ -176,8 +180,8 @@ public:
 
 /// Records that did not reach a log file.
 struct LogLoss {
-    /// Lost since the process began. Records of disabled levels that nobody asked for
-    /// in time do not count.
+    /// Lost since the process began; in a forked child, since that was made. Records of
+    /// disabled levels that nobody asked for in time do not count.
     unsigned long long records = 0;
     /// When the present loss began: the time of the first record lost after the last one
     /// that was written. Zero while records are kept.
@@ -251,10 +255,15 @@ protected:
     static std::atomic<LogProxyDebugInfoBufMgr*> m_pInstance;
 
 private:
+    friend class LogFork;
+
     using Records = std::list<DebugInfo>;
     class Stay;
 
     static LogProxyDebugInfoBufMgr* Create();
+    static void BeforeFork();
+    static void AfterForkInParent();
+    static void AfterForkInChild();
 
     bool EnsureDirectory();
     void Append(Records& record);
@@ -264,6 +273,9 @@ private:
     void WriteCacheFullNotice(bool hadFile);
     void KeepForNextBatch(const DebugInfo& info);
     void WriteKeptRecords();
+    void LockAll();
+    void UnlockAll();
+    void LeaveToParent();
 
     Records m_listOutput;
     Records m_listFiltered;

@@ -321,4 +321,51 @@ void LogProxyDebugInfoBufMgr::OpenNewFile() {
     stay->m_pLogFile->GoOnInNewFile();
 }
 
+// ---- Fork ----
+
+// Nobody is amid a record, nor amid the birth or death of a buffer, when the child is made.
+void LogProxyDebugInfoBufMgr::BeforeFork() {
+    g_lifeMutex.lock();
+    LogProxyDebugInfoBufMgr* const instance = m_pInstance.load(std::memory_order_acquire);
+    if (instance != nullptr) instance->LockAll();
+    g_gate.BeforeFork();
+}
+
+void LogProxyDebugInfoBufMgr::AfterForkInParent() {
+    g_gate.AfterForkInParent();
+    LogProxyDebugInfoBufMgr* const instance = m_pInstance.load(std::memory_order_acquire);
+    if (instance != nullptr) instance->UnlockAll();
+    g_lifeMutex.unlock();
+}
+
+void LogProxyDebugInfoBufMgr::AfterForkInChild() {
+    g_gate.AfterForkInChild();
+    LogProxyDebugInfoBufMgr* const instance = m_pInstance.load(std::memory_order_acquire);
+    if (instance != nullptr) {
+        instance->LeaveToParent();
+        instance->UnlockAll();
+    }
+    LossCounter::Reset();
+    g_lifeMutex.unlock();
+}
+
+void LogProxyDebugInfoBufMgr::LockAll() {
+    m_listMutex.acquire();
+    m_fileMutex.acquire();
+    m_keptMutex.acquire();
+}
+
+void LogProxyDebugInfoBufMgr::UnlockAll() {
+    m_keptMutex.release();
+    m_fileMutex.release();
+    m_listMutex.release();
+}
+
+void LogProxyDebugInfoBufMgr::LeaveToParent() {
+    m_listOutput.clear();
+    m_listFiltered.clear();
+    m_listKept.clear();
+    if (m_pLogFile != nullptr) m_pLogFile->LeaveToParent();
+}
+
 }  // namespace NS_BUNDLEMGR1

@@ -113,6 +113,14 @@ void LogFile::ContinueAt(const char* path) {
     m_strContinuePath = path;
 }
 
+void LogFile::LeaveToParent() {
+    if (m_pStream == nullptr) return;
+    __fpurge(m_pStream);
+    std::fclose(m_pStream);
+    m_pStream = nullptr;
+    Forget();
+}
+
 std::string LogFile::NextPath() const {
     const std::time_t now = std::time(nullptr);
     std::tm local{};

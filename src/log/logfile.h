@@ -61,6 +61,10 @@ public:
 
     /// A file of this path, when it is the next to be opened, keeps what is in it.
     void ContinueAt(const char* path);
+
+    /// In a forked child: the file is the parent's. Nothing is written to it, nor is it
+    /// removed; the next record opens another.
+    void LeaveToParent();
     /// @}
 
 private:

@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <exception>
 
-#include <ace/Guard_T.h>
 #include <ace/OS_NS_stdio.h>
 
 #include "log/losscounter.h"
@@ -18,6 +17,21 @@ namespace {
 constexpr unsigned kHighestLevel = LOG_LEVEL_INFO;
 constexpr std::uint64_t kAllLevels = 15;
 constexpr std::size_t kFormatBufferSize = 4096;
+
+// Threads that log through different proxies mostly take different ones.
+constexpr std::size_t kPositionMutexes = 16;
+constexpr std::size_t kCacheLine = 64;
+
+struct alignas(kCacheLine) PositionMutex {
+    std::mutex mutex;
+};
+
+PositionMutex g_positionMutexes[kPositionMutexes];
+std::atomic<std::size_t> g_proxies{0};  // made so far
+
+std::mutex& NextPositionMutex() {
+    return g_positionMutexes[g_proxies.fetch_add(1, std::memory_order_relaxed) % kPositionMutexes].mutex;
+}
 
 // Compared as unsigned, so that a negative level is out of range as well.
 bool IsValidLevel(int level) {
@@ -37,7 +51,7 @@ std::uint64_t LevelBit(int level) {
 }  // namespace
 
 LogProxyImpl::LogProxyImpl(const std::string& name)
-    : m_strName(name), m_nLine(0), m_nLevelMask(kAllLevels), m_bEcho(true) {}
+    : m_strName(name), m_nLine(0), m_nLevelMask(kAllLevels), m_bEcho(true), m_positionMutex(NextPositionMutex()) {}
 
 LogProxyImpl::~LogProxyImpl() = default;
 
@@ -63,7 +77,7 @@ bool LogProxyImpl::MakeRecord(int level, const char* text, DebugInfo& info) {
     try {
         info.thread = RecordThread();
         info.text = text;
-        const ACE_Guard<ACE_Thread_Mutex> guard(m_positionMutex);
+        const std::lock_guard<std::mutex> guard(m_positionMutex);
         info.bundle = m_strBundleName;
         info.service = m_strServiceName;
         info.file = m_strFileName;
@@ -121,13 +135,11 @@ bool LogProxyImpl::EnableLevel(int level) {
 }
 
 bool LogProxyImpl::DisableAllLevels() {
-    ACE_Guard<ACE_Thread_Mutex> guard(m_mutex);
     m_nLevelMask.fetch_and(~kAllLevels, std::memory_order_relaxed);
     return true;
 }
 
 bool LogProxyImpl::EnableAllLevels() {
-    ACE_Guard<ACE_Thread_Mutex> guard(m_mutex);
     m_nLevelMask.fetch_or(kAllLevels, std::memory_order_relaxed);
     return true;
 }
@@ -143,18 +155,18 @@ bool LogProxyImpl::SetDebugOutputMode(int mode) {
 }
 
 void LogProxyImpl::SetPosition(const char* file, unsigned long line) {
-    const ACE_Guard<ACE_Thread_Mutex> guard(m_positionMutex);
+    const std::lock_guard<std::mutex> guard(m_positionMutex);
     Replace(m_strFileName, file);
     m_nLine = line;
 }
 
 void LogProxyImpl::SetBundleName(const char* name) {
-    const ACE_Guard<ACE_Thread_Mutex> guard(m_positionMutex);
+    const std::lock_guard<std::mutex> guard(m_positionMutex);
     Replace(m_strBundleName, name);
 }
 
 void LogProxyImpl::SetServiceName(const char* name) {
-    const ACE_Guard<ACE_Thread_Mutex> guard(m_positionMutex);
+    const std::lock_guard<std::mutex> guard(m_positionMutex);
     Replace(m_strServiceName, name);
 }
 
@@ -169,6 +181,14 @@ void LogProxyImpl::Replace(std::string& text, const char* newText) {
 
 std::string LogProxyImpl::GetName() const {
     return m_strName;
+}
+
+void LogProxyImpl::BeforeFork() {
+    for (PositionMutex& position : g_positionMutexes) position.mutex.lock();
+}
+
+void LogProxyImpl::AfterFork() {
+    for (PositionMutex& position : g_positionMutexes) position.mutex.unlock();
 }
 
 }  // namespace NS_BUNDLEMGR1

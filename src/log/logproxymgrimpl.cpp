@@ -1,15 +1,16 @@
 #include "log/logproxymgrimpl.h"
 
 #include <atomic>
+#include <mutex>
 #include <stdexcept>
-
-#include <ace/Guard_T.h>
 
 #include "log/logproxyimpl.h"
 
 namespace NS_BUNDLEMGR1 {
 
 namespace {
+
+std::mutex g_mapMutex;  // of all managers, so that a fork can take it
 
 // A proxy that stays. All of them form a list that starts in a static variable: leak
 // checkers find those there whose manager is gone.
@@ -37,10 +38,18 @@ LogProxyMgrImpl::~LogProxyMgrImpl() = default;
 LogProxy* LogProxyMgrImpl::GetLogProxy(const char* name) {
     // Thrown here, since the wording differs between standard libraries.
     if (name == nullptr) throw std::logic_error("basic_string::_M_construct null not valid");
-    ACE_Guard<ACE_Thread_Mutex> guard(m_mutex);
+    const std::lock_guard<std::mutex> guard(g_mapMutex);
     LogProxy*& proxy = m_mapProxies[name];
     if (proxy == nullptr) proxy = new KeptLogProxy(name);
     return proxy;
+}
+
+void LogProxyMgrImpl::BeforeFork() {
+    g_mapMutex.lock();
+}
+
+void LogProxyMgrImpl::AfterFork() {
+    g_mapMutex.unlock();
 }
 
 }  // namespace NS_BUNDLEMGR1

@@ -4,8 +4,6 @@
 #include <map>
 #include <string>
 
-#include <ace/Thread_Mutex.h>
-
 #include "bundlemgr/log.h"
 
 namespace NS_BUNDLEMGR1 {
@@ -19,9 +17,15 @@ public:
     LogProxy* GetLogProxy(const char* name) override;
     ~LogProxyMgrImpl() override;
 
+    /// @name Around fork
+    /// No proxy is being made when the child is.
+    /// @{
+    static void BeforeFork();
+    static void AfterFork();
+    /// @}
+
 private:
-    std::map<std::string, LogProxy*> m_mapProxies;
-    ACE_Thread_Mutex m_mutex;  // guards m_mapProxies
+    std::map<std::string, LogProxy*> m_mapProxies;  // guarded by one lock of all managers
 };
 
 }  // namespace NS_BUNDLEMGR1

@@ -27,6 +27,11 @@ void LossCounter::Kept() {
     if (g_since.load(std::memory_order_relaxed) != 0) g_since.store(0, std::memory_order_relaxed);
 }
 
+void LossCounter::Reset() {
+    g_lost.store(0, std::memory_order_relaxed);
+    g_since.store(0, std::memory_order_relaxed);
+}
+
 LogLoss GetLogLoss() {
     const std::int64_t since = g_since.load(std::memory_order_relaxed);
     LogLoss loss;

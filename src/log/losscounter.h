@@ -19,6 +19,9 @@ public:
 
     /// Records were kept.
     static void Kept();
+
+    /// A forked child has lost nothing yet.
+    static void Reset();
 };
 
 }  // namespace NS_BUNDLEMGR1
