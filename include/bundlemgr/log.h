@@ -165,7 +165,8 @@ public:
     std::string GetName() const override;
 };
 
-/// Hands out log proxies by name. Thread-safe.
+/// Hands out log proxies by name. Thread-safe; whoever holds a pointer to it may use it
+/// while the bundle manager that it came from is destroyed, and afterwards.
 class ZO_EXPORT LogProxyMgr {
 public:
     /// @param name name of the proxy, compared exactly

@@ -11,6 +11,7 @@ namespace NS_BUNDLEMGR1 {
 namespace {
 
 std::mutex g_mapMutex;  // of all managers, so that a fork can take it
+LogProxyMgrImpl* g_retired = nullptr;
 
 // A proxy that stays. All of them form a list that starts in a static variable: leak
 // checkers find those there whose manager is gone.
@@ -30,6 +31,21 @@ private:
 std::atomic<LogProxy*> KeptLogProxy::s_latest{nullptr};
 
 }  // namespace
+
+LogProxyMgrImpl* LogProxyMgrImpl::Take() {
+    const std::lock_guard<std::mutex> guard(g_mapMutex);
+    if (g_retired == nullptr) return new LogProxyMgrImpl;
+    LogProxyMgrImpl* const manager = g_retired;
+    g_retired = manager->m_pNextRetired;
+    return manager;
+}
+
+void LogProxyMgrImpl::Retire(LogProxyMgrImpl* manager) {
+    const std::lock_guard<std::mutex> guard(g_mapMutex);
+    manager->m_mapProxies.clear();
+    manager->m_pNextRetired = g_retired;
+    g_retired = manager;
+}
 
 LogProxyMgrImpl::LogProxyMgrImpl() = default;
 
