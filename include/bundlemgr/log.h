@@ -10,6 +10,15 @@
 /// A proxy stamps each record with the time, its level, the thread and the names
 /// above, and hands it to the process-wide buffer, which writes it to
 /// `$_APP_LOG_DIR/Develop/nbi/Agent_CORBA/pnbi_sys_<time>_<pid>.log`.
+///
+/// Logging throws nothing: a record for which there is no memory, no file or no room on
+/// the disk is lost, and counted (`GetLogLoss`).
+///
+/// Signal handlers must not log: a log call takes locks and memory.
+///
+/// A child made by `fork` may log at once, whatever other threads did at that moment. Its
+/// records go to a file of its own, numbered on from those of its parent; what waited in
+/// the parent is left to the parent. A child made by `vfork` must not log.
 #pragma once
 
 #include <atomic>
@@ -54,6 +63,8 @@ struct DebugInfo {
 };
 
 /// A named source of log records.
+///
+/// No operation throws, but `GetName` for want of memory.
 ///
 /// Thread safety: every operation may be called from any thread. The position is
 /// kept in the proxy and read by the next record, so two threads that share one
@@ -154,7 +165,8 @@ public:
     std::string GetName() const override;
 };
 
-/// Hands out log proxies by name. Thread-safe.
+/// Hands out log proxies by name. Thread-safe; whoever holds a pointer to it may use it
+/// while the bundle manager that it came from is destroyed, and afterwards.
 class ZO_EXPORT LogProxyMgr {
 public:
     /// @param name name of the proxy, compared exactly
@@ -167,6 +179,20 @@ public:
     virtual ~LogProxyMgr();
 };
 
+/// Records that did not reach a log file.
+struct LogLoss {
+    /// Lost since the process began; in a forked child, since that was made. Records of
+    /// disabled levels that nobody asked for in time do not count.
+    unsigned long long records = 0;
+    /// When the present loss began: the time of the first record lost after the last one
+    /// that was written. Zero while records are kept.
+    ACE_Time_Value since;
+};
+
+/// @return how many records were lost, and since when. The log itself does not tell of
+///         lost records. Thread-safe
+ZO_EXPORT LogLoss GetLogLoss();
+
 class LogFile;
 
 /// The process-wide sink of all log records and the owner of the log file.
@@ -175,17 +201,21 @@ class LogFile;
 /// records and writes them in one batch; a record of level 0 writes out everything
 /// at once, merged by time with the last 128 records of disabled levels.
 ///
-/// Thread safety: everything but `Destroy` may be called from any thread; `Destroy`
-/// is for the host, once nothing logs any more.
+/// Thread safety: everything may be called from any thread. `Destroy` is meant for the
+/// end, but may come while others log: it waits for those who are inside, and whoever
+/// comes later, also through a pointer that `Instance` returned before, has a new buffer,
+/// in immediate mode and with records numbered from 1.
 class ZO_EXPORT LogProxyDebugInfoBufMgr {
 public:
     /// @return the one buffer, created on the first call with the log directory of
     ///         that moment (`GetNBILogPath`); null only when ACE's static-object lock
-    ///         cannot be taken
+    ///         cannot be taken or there is no memory
     static LogProxyDebugInfoBufMgr* Instance();
 
-    /// Writes the waiting records, closes the file (an empty one is removed) and
-    /// deletes the buffer. Does nothing when there is none.
+    /// Writes the waiting records, closes the file (an empty one is removed) and ends the
+    /// buffer. Does nothing when there is none; while another thread does this, returns
+    /// when that is done. Records that a new buffer writes within the same second go to
+    /// the end of the same file.
     static void Destroy();
 
     /// @param mode a `LogOutputMode`; takes effect with the next record
@@ -202,6 +232,11 @@ public:
 
     /// Writes and forgets the waiting records, opening the file if none is open.
     void Output();
+
+    /// Goes on in a new log file, as after the file was moved away; waiting records go to
+    /// the old one first. Within the second in which that was opened, the new one would
+    /// have its name: then it is continued. Without an open file there is nothing to do.
+    void OpenNewFile();
 
     LogProxyDebugInfoBufMgr(const LogProxyDebugInfoBufMgr&) = delete;
     LogProxyDebugInfoBufMgr& operator=(const LogProxyDebugInfoBufMgr&) = delete;
@@ -221,14 +256,27 @@ protected:
     static std::atomic<LogProxyDebugInfoBufMgr*> m_pInstance;
 
 private:
-    using Records = std::list<DebugInfo>;
+    friend class LogFork;
 
-    void ChooseDirectory();
+    using Records = std::list<DebugInfo>;
+    class Stay;
+
+    static LogProxyDebugInfoBufMgr* Create();
+    static void BeforeFork();
+    static void AfterForkInParent();
+    static void AfterForkInChild();
+
+    bool EnsureDirectory();
+    void Append(Records& record);
+    void WriteWaiting();
     bool WriteList(const Records& records);
     void WriteMerged(const Records& enabled, const Records& disabled);
     void WriteCacheFullNotice(bool hadFile);
     void KeepForNextBatch(const DebugInfo& info);
     void WriteKeptRecords();
+    void LockAll();
+    void UnlockAll();
+    void LeaveToParent();
 
     Records m_listOutput;
     Records m_listFiltered;

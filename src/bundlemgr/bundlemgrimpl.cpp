@@ -117,7 +117,7 @@ void BundleMgr::Destroy() {
 }
 
 BundleMgrImpl::BundleMgrImpl()
-    : m_pLogProxyMgr(std::make_unique<LogProxyMgrImpl>()),
+    : m_pLogProxyMgr(LogProxyMgrImpl::Take(), LogProxyMgrImpl::Retire),
       m_nIntSetting(kDefaultIntSetting),
       m_nPhase(MGR_PHASE_INIT),
       m_nFinis(0),

@@ -95,7 +95,7 @@ private:
 
     // The tables are guarded by the TableLock.
     std::map<std::string, void*> m_mapLibraries;  // library file name -> handle
-    std::unique_ptr<LogProxyMgrImpl> m_pLogProxyMgr;
+    std::unique_ptr<LogProxyMgrImpl, void (*)(LogProxyMgrImpl*)> m_pLogProxyMgr;
     std::map<std::string, int> m_mapConfiguredBundles;
     std::vector<std::string> m_vecConfiguredBundles;  // in file order, duplicates kept
     std::map<std::string, TableEntry> m_mapBundleTable;

@@ -1,3 +1,10 @@
+#include <climits>
+#include <cstdio>
+#include <exception>
+#include <mutex>
+#include <new>
+#include <optional>
+
 #include <ace/Guard_T.h>
 #include <ace/Object_Manager.h>
 #include <ace/Recursive_Thread_Mutex.h>
@@ -6,8 +13,10 @@
 #include "bundlemgr/base.h"
 #include "bundlemgr/log.h"
 #include "log/logfile.h"
+#include "log/losscounter.h"
 #include "log/recordstamp.h"
 #include "log/writingscope.h"
+#include "platform/usegate.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -19,65 +28,162 @@ constexpr std::uint64_t kMaxFiles = 100;
 constexpr std::size_t kOutputCapacity = 8192;   // records
 constexpr std::size_t kFilteredCapacity = 128;  // records
 
+// Where the one buffer lives. The place stays when the buffer is gone: a pointer that is
+// out of date still leads to memory that may be looked at.
+alignas(LogProxyDebugInfoBufMgr) unsigned char g_place[sizeof(LogProxyDebugInfoBufMgr)];
+
+UseGate g_gate;
+
+// Held while a buffer comes or goes; taken after ACE's static-object lock, before the
+// locks of the buffer.
+std::mutex g_lifeMutex;
+
+// Whether the present buffer knows its directory; asked without touching it.
+std::atomic<bool> g_hasDirectory{false};
+
+// The file of the buffer that was there before, for the next one to continue.
+char g_lastPath[PATH_MAX] = "";
+
+/// @return false, and the record is lost, where there is no memory
+bool Copy(const DebugInfo& info, std::list<DebugInfo>& copy) {
+    try {
+        copy.push_back(info);
+        return true;
+    } catch (const std::exception&) {
+        LossCounter::Lost(1, info.time);
+        return false;
+    }
+}
+
+void Lose(const std::list<DebugInfo>& records) {
+    if (!records.empty()) LossCounter::Lost(records.size(), records.front().time);
+}
+
 }  // namespace
 
 std::atomic<LogProxyDebugInfoBufMgr*> LogProxyDebugInfoBufMgr::m_pInstance{nullptr};
 
+/// One stay inside a buffer, which does not end meanwhile: the one it is given or, where
+/// that is gone, the present one. A thread that is writing records is inside already.
+class LogProxyDebugInfoBufMgr::Stay {
+public:
+    explicit Stay(LogProxyDebugInfoBufMgr* buffer) : m_buffer(buffer) {
+        if (WritingScope::IsActive()) {
+            m_buffer = WritingScope::Buffer();
+            return;
+        }
+        while (m_buffer != nullptr && !m_use.emplace(g_gate, m_buffer)) m_buffer = Prepare();
+        if (m_buffer != nullptr && !m_buffer->EnsureDirectory()) m_buffer = nullptr;
+    }
+
+    /// @return null where there is none to be had
+    LogProxyDebugInfoBufMgr* Buffer() const { return m_buffer; }
+
+    explicit operator bool() const { return m_buffer != nullptr; }
+    LogProxyDebugInfoBufMgr* operator->() const { return m_buffer; }
+
+private:
+    std::optional<UseGate::Use> m_use;
+    LogProxyDebugInfoBufMgr* m_buffer;
+};
+
+// ---- Life ----
+
 LogProxyDebugInfoBufMgr* LogProxyDebugInfoBufMgr::Instance() {
     LogProxyDebugInfoBufMgr* const instance = Prepare();
-    if (instance != nullptr) instance->ChooseDirectory();
-    return instance;
+    if (instance == nullptr || g_hasDirectory.load(std::memory_order_acquire)) return instance;
+    return Stay(instance).Buffer();  // which asks for the directory
 }
 
 LogProxyDebugInfoBufMgr* LogProxyDebugInfoBufMgr::Prepare() {
-    LogProxyDebugInfoBufMgr* instance = m_pInstance.load(std::memory_order_acquire);
+    if (WritingScope::IsActive()) return WritingScope::Buffer();
+    LogProxyDebugInfoBufMgr* const instance = m_pInstance.load(std::memory_order_acquire);
     if (instance != nullptr) return instance;
     ACE_GUARD_RETURN(ACE_Recursive_Thread_Mutex, guard, *ACE_Static_Object_Lock::instance(), m_pInstance.load());
-    instance = m_pInstance.load(std::memory_order_acquire);
-    if (instance == nullptr) {
-        instance = new LogProxyDebugInfoBufMgr;
-        m_pInstance.store(instance, std::memory_order_release);
-    }
-    return instance;
+    const std::lock_guard<std::mutex> life(g_lifeMutex);
+    if (m_pInstance.load(std::memory_order_acquire) == nullptr) m_pInstance.store(Create(), std::memory_order_release);
+    return m_pInstance.load(std::memory_order_acquire);
 }
 
+LogProxyDebugInfoBufMgr* LogProxyDebugInfoBufMgr::Create() {
+    try {
+        return new (g_place) LogProxyDebugInfoBufMgr;
+    } catch (const std::exception&) {
+        return nullptr;
+    }
+}
+
+// The static-object lock stays held while those inside finish: none of them takes it.
 void LogProxyDebugInfoBufMgr::Destroy() {
-    if (m_pInstance.load(std::memory_order_acquire) == nullptr) return;
+    if (m_pInstance.load(std::memory_order_acquire) == nullptr) {
+        const std::lock_guard<std::mutex> life(g_lifeMutex);  // until a Destroy on another thread is through
+        return;
+    }
     ACE_GUARD(ACE_Recursive_Thread_Mutex, guard, *ACE_Static_Object_Lock::instance());
-    delete m_pInstance.load(std::memory_order_acquire);
-    m_pInstance.store(nullptr, std::memory_order_release);
+    const std::lock_guard<std::mutex> life(g_lifeMutex);
+    LogProxyDebugInfoBufMgr* const instance = m_pInstance.exchange(nullptr);
+    if (instance != nullptr) instance->~LogProxyDebugInfoBufMgr();
 }
 
 LogProxyDebugInfoBufMgr::LogProxyDebugInfoBufMgr()
     : m_bHasDirectory(false),
       m_nOutputCapacity(kOutputCapacity),
       m_nFilteredCapacity(kFilteredCapacity),
-      m_nOutputMode(LOG_OUTPUT_IMMEDIATE) {}
+      m_nOutputMode(LOG_OUTPUT_IMMEDIATE) {
+    g_gate.Open(this);
+}
 
 LogProxyDebugInfoBufMgr::~LogProxyDebugInfoBufMgr() {
-    if (m_bHasDirectory.load()) Output();  // or nobody has used it
+    g_gate.Close(this);
+    g_hasDirectory.store(false, std::memory_order_release);
+    if (m_pLogFile == nullptr) return;  // nobody has used it
+    WriteWaiting();
+    Lose(m_listKept);
+    std::snprintf(g_lastPath, sizeof g_lastPath, "%s", m_pLogFile->PathToContinue().c_str());
 }
 
-void LogProxyDebugInfoBufMgr::ChooseDirectory() {
-    if (m_bHasDirectory.load(std::memory_order_acquire)) return;
+bool LogProxyDebugInfoBufMgr::EnsureDirectory() {
+    if (m_bHasDirectory.load(std::memory_order_acquire)) return true;
     ACE_Guard<ACE_Thread_Mutex> guard(m_fileMutex);
-    if (m_pLogFile != nullptr) return;
-    m_pLogFile = std::make_unique<LogFile>(GetNBILogPath(), kFilePrefix, kMaxFileBytes, kMaxFiles);
+    if (m_pLogFile != nullptr) return true;
+    try {
+        auto file = std::make_unique<LogFile>(GetNBILogPath(), kFilePrefix, kMaxFileBytes, kMaxFiles);
+        file->ContinueAt(g_lastPath);
+        m_pLogFile = std::move(file);
+    } catch (const std::exception&) {
+        return false;  // the next record tries again
+    }
     m_bHasDirectory.store(true, std::memory_order_release);
+    g_hasDirectory.store(true, std::memory_order_release);
+    return true;
 }
+
+// ---- Records ----
 
 bool LogProxyDebugInfoBufMgr::SetOutputMode(const int& mode) {
     if (mode != LOG_OUTPUT_BUFFERED && mode != LOG_OUTPUT_IMMEDIATE) return false;
-    m_nOutputMode.store(mode, std::memory_order_relaxed);
-    return true;
+    const Stay stay(this);
+    if (stay) stay->m_nOutputMode.store(mode, std::memory_order_relaxed);
+    return static_cast<bool>(stay);
 }
 
 void LogProxyDebugInfoBufMgr::AppendOutputInfo(const DebugInfo& info) {
     if (WritingScope::IsActive()) {
-        KeepForNextBatch(info);
+        WritingScope::Buffer()->KeepForNextBatch(info);
         return;
     }
-    Records record(1, info);  // copied before the lock is taken
+    Records record;
+    if (!Copy(info, record)) return;  // before any lock is taken
+    const Stay stay(this);
+    if (stay) {
+        stay->Append(record);
+    } else {
+        Lose(record);
+    }
+}
+
+void LogProxyDebugInfoBufMgr::Append(Records& record) {
+    const int level = record.front().level;
     ACE_Guard<ACE_Thread_Mutex> guard(m_listMutex);
     m_listOutput.splice(m_listOutput.end(), record);
     // Taken out before they are written: no record is written twice, whatever happens.
@@ -85,7 +191,7 @@ void LogProxyDebugInfoBufMgr::AppendOutputInfo(const DebugInfo& info) {
     if (m_nOutputMode.load(std::memory_order_relaxed) == LOG_OUTPUT_IMMEDIATE) {
         batch.swap(m_listOutput);
         WriteList(batch);
-    } else if (info.level == LOG_LEVEL_CRITICAL) {
+    } else if (level == LOG_LEVEL_CRITICAL) {
         Records filtered;
         batch.swap(m_listOutput);
         filtered.swap(m_listFiltered);
@@ -98,14 +204,25 @@ void LogProxyDebugInfoBufMgr::AppendOutputInfo(const DebugInfo& info) {
 
 void LogProxyDebugInfoBufMgr::AppendFiltered(const DebugInfo& info) {
     if (WritingScope::IsActive()) return;  // its level is switched off, and the lock may be ours
-    Records record(1, info);
-    ACE_Guard<ACE_Thread_Mutex> guard(m_listMutex);
-    m_listFiltered.splice(m_listFiltered.end(), record);
-    if (m_listFiltered.size() > m_nFilteredCapacity) m_listFiltered.pop_front();
+    Records record;
+    if (!Copy(info, record)) return;
+    const Stay stay(this);
+    if (!stay) {
+        Lose(record);
+        return;
+    }
+    ACE_Guard<ACE_Thread_Mutex> guard(stay->m_listMutex);
+    stay->m_listFiltered.splice(stay->m_listFiltered.end(), record);
+    if (stay->m_listFiltered.size() > stay->m_nFilteredCapacity) stay->m_listFiltered.pop_front();
 }
 
 void LogProxyDebugInfoBufMgr::Output() {
     if (WritingScope::IsActive()) return;
+    const Stay stay(this);
+    if (stay) stay->WriteWaiting();
+}
+
+void LogProxyDebugInfoBufMgr::WriteWaiting() {
     Records batch;
     {
         ACE_Guard<ACE_Thread_Mutex> guard(m_listMutex);
@@ -116,8 +233,11 @@ void LogProxyDebugInfoBufMgr::Output() {
 
 bool LogProxyDebugInfoBufMgr::WriteList(const Records& records) {
     ACE_Guard<ACE_Thread_Mutex> guard(m_fileMutex);
-    const WritingScope scope;
-    if (!m_pLogFile->EnsureOpen()) return false;
+    const WritingScope scope(*this);
+    if (!m_pLogFile->EnsureOpen()) {
+        Lose(records);
+        return false;
+    }
     WriteKeptRecords();
     for (const DebugInfo& info : records) m_pLogFile->WriteRecord(info);
     m_pLogFile->Flush();
@@ -128,8 +248,12 @@ bool LogProxyDebugInfoBufMgr::WriteList(const Records& records) {
 // goes first.
 void LogProxyDebugInfoBufMgr::WriteMerged(const Records& enabled, const Records& disabled) {
     ACE_Guard<ACE_Thread_Mutex> guard(m_fileMutex);
-    const WritingScope scope;
-    if (!m_pLogFile->EnsureOpen()) return;
+    const WritingScope scope(*this);
+    if (!m_pLogFile->EnsureOpen()) {
+        Lose(enabled);
+        Lose(disabled);
+        return;
+    }
     WriteKeptRecords();
     auto filtered = disabled.cbegin();
     for (const DebugInfo& info : enabled) {
@@ -146,12 +270,17 @@ void LogProxyDebugInfoBufMgr::WriteCacheFullNotice(bool hadFile) {
     DebugInfo notice;
     notice.level = LOG_LEVEL_ERROR;
     notice.time = RecordTime();
-    notice.thread = RecordThread();
-    notice.bundle = "debug";
-    notice.service = "debug";
-    notice.text = "Debug cache is full, force output excuted.";
+    try {
+        notice.thread = RecordThread();
+        notice.bundle = "debug";
+        notice.service = "debug";
+        notice.text = "Debug cache is full, force output excuted.";
+    } catch (const std::exception&) {
+        LossCounter::Lost(1, notice.time);
+        return;
+    }
     ACE_Guard<ACE_Thread_Mutex> guard(m_fileMutex);
-    const WritingScope scope;
+    const WritingScope scope(*this);
     // The batch may have failed at its end; the notice then goes to the next file.
     if (hadFile) m_pLogFile->EnsureOpen();
     m_pLogFile->WriteRecord(notice);
@@ -161,7 +290,11 @@ void LogProxyDebugInfoBufMgr::WriteCacheFullNotice(bool hadFile) {
 // One a batch: were every record to give birth to another, they would never end.
 void LogProxyDebugInfoBufMgr::KeepForNextBatch(const DebugInfo& info) {
     ACE_Guard<ACE_Thread_Mutex> guard(m_keptMutex);
-    if (m_listKept.empty()) m_listKept.push_back(info);
+    if (m_listKept.empty()) {
+        Copy(info, m_listKept);
+    } else {
+        LossCounter::Lost(1, info.time);
+    }
 }
 
 void LogProxyDebugInfoBufMgr::WriteKeptRecords() {
@@ -171,6 +304,68 @@ void LogProxyDebugInfoBufMgr::WriteKeptRecords() {
         kept.swap(m_listKept);
     }
     for (const DebugInfo& info : kept) m_pLogFile->WriteRecord(info);
+}
+
+void LogProxyDebugInfoBufMgr::OpenNewFile() {
+    if (WritingScope::IsActive()) return;
+    const Stay stay(this);
+    if (!stay) return;
+    Records batch;
+    {
+        ACE_Guard<ACE_Thread_Mutex> guard(stay->m_listMutex);
+        batch.swap(stay->m_listOutput);
+    }
+    if (!batch.empty()) stay->WriteList(batch);
+    ACE_Guard<ACE_Thread_Mutex> guard(stay->m_fileMutex);
+    const WritingScope scope(*stay.Buffer());
+    stay->m_pLogFile->GoOnInNewFile();
+}
+
+// ---- Fork ----
+
+// Nobody is amid a record, nor amid the birth or death of a buffer, when the child is made.
+void LogProxyDebugInfoBufMgr::BeforeFork() {
+    g_lifeMutex.lock();
+    LogProxyDebugInfoBufMgr* const instance = m_pInstance.load(std::memory_order_acquire);
+    if (instance != nullptr) instance->LockAll();
+    g_gate.BeforeFork();
+}
+
+void LogProxyDebugInfoBufMgr::AfterForkInParent() {
+    g_gate.AfterForkInParent();
+    LogProxyDebugInfoBufMgr* const instance = m_pInstance.load(std::memory_order_acquire);
+    if (instance != nullptr) instance->UnlockAll();
+    g_lifeMutex.unlock();
+}
+
+void LogProxyDebugInfoBufMgr::AfterForkInChild() {
+    g_gate.AfterForkInChild();
+    LogProxyDebugInfoBufMgr* const instance = m_pInstance.load(std::memory_order_acquire);
+    if (instance != nullptr) {
+        instance->LeaveToParent();
+        instance->UnlockAll();
+    }
+    LossCounter::Reset();
+    g_lifeMutex.unlock();
+}
+
+void LogProxyDebugInfoBufMgr::LockAll() {
+    m_listMutex.acquire();
+    m_fileMutex.acquire();
+    m_keptMutex.acquire();
+}
+
+void LogProxyDebugInfoBufMgr::UnlockAll() {
+    m_keptMutex.release();
+    m_fileMutex.release();
+    m_listMutex.release();
+}
+
+void LogProxyDebugInfoBufMgr::LeaveToParent() {
+    m_listOutput.clear();
+    m_listFiltered.clear();
+    m_listKept.clear();
+    if (m_pLogFile != nullptr) m_pLogFile->LeaveToParent();
 }
 
 }  // namespace NS_BUNDLEMGR1

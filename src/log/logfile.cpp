@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <ctime>
+#include <exception>
 #include <filesystem>
+#include <utility>
 
 #include <ace/OS_NS_stdio.h>
 #include <ace/OS_NS_time.h>
@@ -13,6 +15,7 @@
 #include <unistd.h>
 
 #include "bundlemgr/base.h"
+#include "log/losscounter.h"
 #include "platform/openfile.h"
 #include "platform/standardoutput.h"
 
@@ -25,6 +28,9 @@ constexpr mode_t kFileMode = 0640;
 
 // The default buffer would cost a system call for each 4 KiB of a batch.
 constexpr std::size_t kStreamBufferSize = 64 * 1024;
+
+// Flushed then, so that no memory need be found for their ends.
+constexpr std::size_t kMaxUnflushed = 1024;  // records
 
 std::string WithoutTrailingSeparator(const std::string& directory) {
     const bool trailing = !directory.empty() && (directory.back() == '/' || directory.back() == '\\');
@@ -78,7 +84,9 @@ LogFile::LogFile(const std::string& directory, const std::string& prefix, std::u
       m_nFlushed(0),
       m_bGaveUp(false),
       m_bToldOfObstacle(false),
-      m_streamBuffer(kStreamBufferSize) {}
+      m_streamBuffer(kStreamBufferSize) {
+    m_vecUnflushed.reserve(kMaxUnflushed);
+}
 
 LogFile::~LogFile() {
     Close();
@@ -89,11 +97,44 @@ bool LogFile::EnsureOpen() {
     return m_pStream != nullptr;
 }
 
+// Twice where memory is short: the rest of a batch may depend on it.
 void LogFile::OpenNewFile() {
     Close();
-    const std::string path = NextPath();
-    CreateDirectory();
-    Open(path);
+    if (!OpenNext()) OpenNext();
+}
+
+// False for want of memory only.
+bool LogFile::OpenNext() {
+    try {
+        std::string path = NextPath();
+        CreateDirectory();
+        Open(std::move(path));
+        return m_pStream != nullptr || errno != ENOMEM;
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+void LogFile::GoOnInNewFile() {
+    if (m_pStream == nullptr) return;
+    ContinueAt(m_strPath.c_str());
+    OpenNewFile();
+}
+
+const std::string& LogFile::PathToContinue() const {
+    return m_strPath.empty() ? m_strContinuePath : m_strPath;
+}
+
+void LogFile::ContinueAt(const char* path) {
+    m_strContinuePath = path;
+}
+
+void LogFile::LeaveToParent() {
+    if (m_pStream == nullptr) return;
+    __fpurge(m_pStream);
+    std::fclose(m_pStream);
+    m_pStream = nullptr;
+    Forget();
 }
 
 std::string LogFile::NextPath() const {
@@ -115,8 +156,9 @@ void LogFile::CreateDirectory() const {
     MakeDirectory(directory, kDirectoryMode);
 }
 
-void LogFile::Open(const std::string& path) {
+void LogFile::Open(std::string path) {
     const bool continued = path == m_strContinuePath;
+    m_strContinuePath.reserve(path.size());  // no memory is needed when it fails one day
     m_nHandle = OpenForWriting(path, continued ? O_APPEND : 0, kFileMode);
     if (m_nHandle == -1) {
         TellOfObstacle(path);
@@ -131,7 +173,7 @@ void LogFile::Open(const std::string& path) {
         return;
     }
     std::setvbuf(m_pStream, m_streamBuffer.data(), _IOFBF, m_streamBuffer.size());
-    m_strPath = path;
+    m_strPath = std::move(path);
     m_strContinuePath.clear();
     struct stat status {};
     if (continued && fstat(m_nHandle, &status) == 0) m_nBytes = static_cast<std::uint64_t>(status.st_size);
@@ -140,10 +182,12 @@ void LogFile::Open(const std::string& path) {
 
 // As with a file that is closed, one without records goes.
 void LogFile::CloseUnused(const std::string& path) const {
+    const int reason = errno;
     struct stat status {};
     const bool isEmpty = fstat(m_nHandle, &status) == 0 && status.st_size == 0;
     close(m_nHandle);
     if (isEmpty) std::remove(path.c_str());
+    errno = reason;
 }
 
 // The records are lost without a word, like all that find no file; but nobody could guess
@@ -156,21 +200,35 @@ void LogFile::TellOfObstacle(const std::string& path) {
 
 void LogFile::WriteRecord(const DebugInfo& info) {
     ++m_nSequence;
-    if (m_pStream == nullptr) return;
-    const std::string& timeStamp = m_timeStamps.Get(info.time);
+    if (m_pStream == nullptr || !Print(info)) {
+        LossCounter::Lost(1, info.time);
+        return;
+    }
+    m_vecUnflushed.push_back(Unflushed{m_nBytes, info.time});
+    const bool isFull = m_nBytes >= m_nMaxBytes;
+    if (isFull || (m_vecUnflushed.size() == kMaxUnflushed && !FlushStream())) OpenNewFile();
+}
+
+// False where the record is not in the stream.
+bool LogFile::Print(const DebugInfo& info) {
+    const std::string* timeStamp = nullptr;
+    try {
+        timeStamp = &m_timeStamps.Get(info.time);
+    } catch (const std::exception&) {
+        return false;  // no memory, and no fault of the file
+    }
     const unsigned long sequence = m_nSequence;
     const int written = ACE_OS::fprintf(
         m_pStream, "<%lu>\n%s, %s, Level = %d, Bundle = %s, Service = %s \nfilename = %s, lineno = %lu\n%s\n</%lu>\n\n",
-        sequence, timeStamp.c_str(), info.thread.c_str(), info.level, info.bundle.c_str(), info.service.c_str(),
+        sequence, timeStamp->c_str(), info.thread.c_str(), info.level, info.bundle.c_str(), info.service.c_str(),
         info.file.c_str(), info.line, info.text.c_str(), sequence);
-    if (written <= 0) {
-        GiveUpUnwritten();
-        OpenNewFile();
-        return;
+    if (written > 0) {
+        m_nBytes += static_cast<std::uint64_t>(written);
+        return true;
     }
-    m_nBytes += static_cast<std::uint64_t>(written);
-    m_vecUnflushedEnds.push_back(m_nBytes);
-    if (m_nBytes >= m_nMaxBytes) OpenNewFile();
+    GiveUpUnwritten();
+    OpenNewFile();
+    return false;
 }
 
 void LogFile::Flush() {
@@ -186,14 +244,23 @@ bool LogFile::FlushStream() {
         GiveUpUnwritten();
         return false;
     }
-    m_nFlushed = m_nBytes;
-    m_vecUnflushedEnds.clear();
+    CountKept();
     return m_nBytes > 0 || !m_bGaveUp;
+}
+
+void LogFile::CountKept() {
+    if (!m_vecUnflushed.empty()) LossCounter::Kept();
+    m_nFlushed = m_nBytes;
+    m_vecUnflushed.clear();
 }
 
 void LogFile::Close() {
     if (m_pStream == nullptr) return;
-    if (std::fflush(m_pStream) != 0) GiveUpUnwritten();
+    if (std::fflush(m_pStream) == 0) {
+        CountKept();
+    } else {
+        GiveUpUnwritten();
+    }
     std::fclose(m_pStream);
     m_pStream = nullptr;
     if (m_nBytes == 0) std::remove(m_strPath.c_str());
@@ -207,10 +274,17 @@ void LogFile::GiveUpUnwritten() {
     struct stat status {};
     if (fstat(m_nHandle, &status) != 0) status.st_size = static_cast<off_t>(m_nFlushed);
     const auto onDisk = static_cast<std::uint64_t>(status.st_size);
-    const auto beyond = std::upper_bound(m_vecUnflushedEnds.begin(), m_vecUnflushedEnds.end(), onDisk);
-    m_nBytes = beyond == m_vecUnflushedEnds.begin() ? m_nFlushed : *(beyond - 1);
-    m_nFlushed = m_nBytes;
-    m_vecUnflushedEnds.clear();
+    const auto lost = std::find_if(m_vecUnflushed.begin(), m_vecUnflushed.end(),
+                                   [onDisk](const Unflushed& record) { return record.end > onDisk; });
+    if (lost != m_vecUnflushed.begin()) {
+        m_nFlushed = (lost - 1)->end;
+        LossCounter::Kept();
+    }
+    if (lost != m_vecUnflushed.end()) {
+        LossCounter::Lost(static_cast<std::uint64_t>(m_vecUnflushed.end() - lost), lost->time);
+    }
+    m_nBytes = m_nFlushed;
+    m_vecUnflushed.clear();
     // Where half a record cannot be cut off, it stays.
     [[maybe_unused]] const bool isCut = onDisk <= m_nBytes || ftruncate(m_nHandle, static_cast<off_t>(m_nBytes)) == 0;
     if (m_nBytes > 0) m_strContinuePath = m_strPath;
@@ -221,7 +295,7 @@ void LogFile::Forget() {
     m_strPath.clear();
     m_nBytes = 0;
     m_nFlushed = 0;
-    m_vecUnflushedEnds.clear();
+    m_vecUnflushed.clear();
 }
 
 }  // namespace NS_BUNDLEMGR1

@@ -42,7 +42,12 @@ public:
     /// Opens a file if none is open. @return whether one is open now
     bool EnsureOpen();
 
-    /// Writes one record, or only counts it when no file is open.
+    /// Goes on in the next file. One that would have the present name is no other: the
+    /// present file is continued. Does nothing when no file is open.
+    void GoOnInNewFile();
+
+    /// Writes one record, or only counts it when no file is open. One that cannot be
+    /// written is lost (see `LossCounter`); throws nothing.
     void WriteRecord(const DebugInfo& info);
 
     /// Brings what was written to the disk. Where that fails, what did not get there
@@ -52,13 +57,29 @@ public:
     /// Closes the current file and removes it when it is empty.
     void Close();
 
+    /// @name Files that go from hand to hand
+    /// @{
+    /// @return the current file or, where it could be opened again, the latest one
+    const std::string& PathToContinue() const;
+
+    /// A file of this path, when it is the next to be opened, keeps what is in it.
+    void ContinueAt(const char* path);
+
+    /// In a forked child: the file is the parent's. Nothing is written to it, nor is it
+    /// removed; the next record opens another.
+    void LeaveToParent();
+    /// @}
+
 private:
     std::string NextPath() const;
     void CreateDirectory() const;
-    void Open(const std::string& path);
+    bool OpenNext();
+    void Open(std::string path);
     void CloseUnused(const std::string& path) const;
     void TellOfObstacle(const std::string& path);
+    bool Print(const DebugInfo& info);
     bool FlushStream();
+    void CountKept();
     void GiveUpUnwritten();
     void Forget();
 
@@ -74,11 +95,15 @@ private:
 
     // After a failed write the file is cut back to the last record that reached it
     // whole: one of these ends, or what an earlier flush made safe.
-    std::vector<std::uint64_t> m_vecUnflushedEnds;
+    struct Unflushed {
+        std::uint64_t end;
+        ACE_Time_Value time;
+    };
+    std::vector<Unflushed> m_vecUnflushed;
     std::uint64_t m_nFlushed;
     bool m_bGaveUp;  // on a record since the last flush
-    // A file that failed with records in it: opened again in the same second, it is
-    // continued, where a full one would be overwritten.
+    // A file that failed with records in it, or that a former writer left: opened again in
+    // the same second, it is continued, where a full one would be overwritten.
     std::string m_strContinuePath;
     bool m_bToldOfObstacle;  // since a file could be opened
     std::vector<char> m_streamBuffer;

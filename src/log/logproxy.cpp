@@ -1,6 +1,11 @@
 #include "log/logproxy.h"
 
+#include <exception>
+#include <new>
+
 #include "bundlemgr/bundlemgr.h"
+#include "log/losscounter.h"
+#include "log/recordstamp.h"
 #include "log/writingscope.h"
 #include "platform/standardoutput.h"
 
@@ -11,8 +16,25 @@ namespace {
 // Knows the manager without creating one.
 class ExistingBundleMgr : public BundleMgr {
 public:
-    static bool IsThere() { return m_pInstance.load(std::memory_order_acquire) != nullptr; }
+    static BundleMgr* Get() { return m_pInstance.load(std::memory_order_acquire); }
 };
+
+// Stands in for one message that there is no memory for.
+class OutOfMemoryLogProxy : public DefaultLogProxy {
+public:
+    void Printf(int, const char* format, ...) override __attribute__((format(printf, 3, 4))) {
+        LossCounter::Lost(1, RecordTime());
+        ACE_OS::printf("%s", format);
+    }
+};
+
+// Needs no memory, and is never destroyed, since others may hold it.
+template <class Proxy>
+LogProxy* StandIn() {
+    alignas(Proxy) static unsigned char s_place[sizeof(Proxy)];
+    static LogProxy* const s_proxy = new (s_place) Proxy;
+    return s_proxy;
+}
 
 }  // namespace
 
@@ -74,12 +96,18 @@ LogProxy* CoreLog::Proxy() {
 }
 
 LogProxy* CoreLog::FetchProxy() {
-    // Creating the manager would take ACE's static-object lock after those of the log.
-    if (WritingScope::IsActive() && !ExistingBundleMgr::IsThere()) {
-        static LogProxy* const s_meanwhile = new DefaultLogProxy;
-        return s_meanwhile;
+    try {
+        return FetchFromManager();
+    } catch (const std::exception&) {
+        return StandIn<OutOfMemoryLogProxy>();
     }
-    BundleMgr* const bundleMgr = BundleMgr::Instance();
+}
+
+LogProxy* CoreLog::FetchFromManager() {
+    // Creating the manager would take ACE's static-object lock after those of the log.
+    const bool isWriting = WritingScope::IsActive();
+    BundleMgr* const bundleMgr = isWriting ? ExistingBundleMgr::Get() : BundleMgr::Instance();
+    if (isWriting && bundleMgr == nullptr) return StandIn<DefaultLogProxy>();
     LogProxyMgr* const logProxyMgr = bundleMgr != nullptr ? bundleMgr->GetLogProxyMgr() : nullptr;
     LogProxy* const proxy = logProxyMgr != nullptr ? logProxyMgr->GetLogProxy("BundleMgrCore") : nullptr;
     if (proxy != nullptr) {
@@ -89,13 +117,10 @@ LogProxy* CoreLog::FetchProxy() {
         m_pCache.store(proxy, std::memory_order_release);
         return proxy;
     }
-    // Kept for good, even if a manager appears later; never deleted, since others
-    // may hold it.
-    LogProxy* const fallback = new DefaultLogProxy;
+    // Kept for good, even if a manager appears later.
+    LogProxy* const standIn = StandIn<DefaultLogProxy>();
     LogProxy* expected = nullptr;
-    if (m_pCache.compare_exchange_strong(expected, fallback, std::memory_order_acq_rel)) return fallback;
-    delete fallback;
-    return expected;
+    return m_pCache.compare_exchange_strong(expected, standIn, std::memory_order_acq_rel) ? standIn : expected;
 }
 
 void CoreLog::Prepare() {

@@ -14,7 +14,8 @@ namespace NS_BUNDLEMGR1 {
 ///     g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: Load Bundle %s failed!\n", name);
 ///
 /// Constant-initialised and never destroyed, so it serves static constructors and
-/// destructors, too. Thread-safe.
+/// destructors, too. Throws nothing: without memory, a message is printed on standard
+/// output as a `DefaultLogProxy` does it, and counted as lost. Thread-safe.
 class CoreLog {
 public:
     constexpr explicit CoreLog(const char* sourceFile) noexcept : m_sourceFile(sourceFile) {}
@@ -22,11 +23,12 @@ public:
     /// Sets the position and writes one record.
     template <class... Args>
     void Print(unsigned long line, int level, const char* format, Args... args) {
-        Proxy()->SetPosition(m_sourceFile, line);
+        LogProxy* const proxy = Proxy();
+        proxy->SetPosition(m_sourceFile, line);
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-security"
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-        Proxy()->Printf(level, format, args...);
+        proxy->Printf(level, format, args...);
 #pragma GCC diagnostic pop
     }
 
@@ -41,6 +43,7 @@ public:
 
 private:
     LogProxy* FetchProxy();
+    LogProxy* FetchFromManager();
 
     const char* const m_sourceFile;
     std::atomic<LogProxy*> m_pCache{nullptr};

@@ -1,9 +1,10 @@
 #include "log/logproxyimpl.h"
 
 #include <cstddef>
+#include <exception>
 
-#include <ace/Guard_T.h>
 
+#include "log/losscounter.h"
 #include "log/recordstamp.h"
 #include "platform/bounded.h"
 #include "platform/standardoutput.h"
@@ -15,6 +16,21 @@ namespace {
 constexpr unsigned kHighestLevel = LOG_LEVEL_INFO;
 constexpr std::uint64_t kAllLevels = 15;
 constexpr std::size_t kFormatBufferSize = 4096;
+
+// Threads that log through different proxies mostly take different ones.
+constexpr std::size_t kPositionMutexes = 16;
+constexpr std::size_t kCacheLine = 64;
+
+struct alignas(kCacheLine) PositionMutex {
+    std::mutex mutex;
+};
+
+PositionMutex g_positionMutexes[kPositionMutexes];
+std::atomic<std::size_t> g_proxies{0};  // made so far
+
+std::mutex& NextPositionMutex() {
+    return g_positionMutexes[g_proxies.fetch_add(1, std::memory_order_relaxed) % kPositionMutexes].mutex;
+}
 
 // Compared as unsigned, so that a negative level is out of range as well.
 bool IsValidLevel(int level) {
@@ -28,34 +44,41 @@ std::uint64_t LevelBit(int level) {
 }  // namespace
 
 LogProxyImpl::LogProxyImpl(const std::string& name)
-    : m_strName(name), m_nLine(0), m_nLevelMask(kAllLevels), m_bEcho(true) {}
+    : m_strName(name), m_nLine(0), m_nLevelMask(kAllLevels), m_bEcho(true), m_positionMutex(NextPositionMutex()) {}
 
 LogProxyImpl::~LogProxyImpl() = default;
 
 void LogProxyImpl::Write(int level, const char* text) {
-    const DebugInfo info = MakeRecord(IsValidLevel(level) ? level : LOG_LEVEL_INFO, text != nullptr ? text : "");
-    if (m_bEcho) PrintOutText(info.text.c_str());
-    LogProxyDebugInfoBufMgr* const buffer = LogProxyDebugInfoBufMgr::Instance();
-    if (buffer == nullptr) return;
-    if (IsLevelEnabled(info.level)) {
+    const char* const message = text != nullptr ? text : "";
+    DebugInfo info;
+    const bool isMade = MakeRecord(IsValidLevel(level) ? level : LOG_LEVEL_INFO, message, info);
+    if (m_bEcho) PrintOutText(message);
+    LogProxyDebugInfoBufMgr* const buffer = isMade ? LogProxyDebugInfoBufMgr::Instance() : nullptr;
+    if (buffer == nullptr) {
+        LossCounter::Lost(1, info.time);
+    } else if (IsLevelEnabled(info.level)) {
         buffer->AppendOutputInfo(info);
     } else {
         buffer->AppendFiltered(info);
     }
 }
 
-DebugInfo LogProxyImpl::MakeRecord(int level, const char* text) {
-    DebugInfo info;
+// False where there is no memory for it.
+bool LogProxyImpl::MakeRecord(int level, const char* text, DebugInfo& info) {
     info.level = level;
     info.time = RecordTime();
-    info.thread = RecordThread();
-    info.text = text;
-    ACE_Guard<ACE_Thread_Mutex> guard(m_positionMutex);
-    info.bundle = m_strBundleName;
-    info.service = m_strServiceName;
-    info.file = m_strFileName;
-    info.line = m_nLine;
-    return info;
+    try {
+        info.thread = RecordThread();
+        info.text = text;
+        const std::lock_guard<std::mutex> guard(m_positionMutex);
+        info.bundle = m_strBundleName;
+        info.service = m_strServiceName;
+        info.file = m_strFileName;
+        info.line = m_nLine;
+        return true;
+    } catch (const std::exception&) {
+        return false;
+    }
 }
 
 void LogProxyImpl::WriteText(const char* text) {
@@ -105,13 +128,11 @@ bool LogProxyImpl::EnableLevel(int level) {
 }
 
 bool LogProxyImpl::DisableAllLevels() {
-    ACE_Guard<ACE_Thread_Mutex> guard(m_mutex);
     m_nLevelMask.fetch_and(~kAllLevels, std::memory_order_relaxed);
     return true;
 }
 
 bool LogProxyImpl::EnableAllLevels() {
-    ACE_Guard<ACE_Thread_Mutex> guard(m_mutex);
     m_nLevelMask.fetch_or(kAllLevels, std::memory_order_relaxed);
     return true;
 }
@@ -127,23 +148,40 @@ bool LogProxyImpl::SetDebugOutputMode(int mode) {
 }
 
 void LogProxyImpl::SetPosition(const char* file, unsigned long line) {
-    ACE_Guard<ACE_Thread_Mutex> guard(m_positionMutex);
-    m_strFileName.assign(file != nullptr ? file : "");
+    const std::lock_guard<std::mutex> guard(m_positionMutex);
+    Replace(m_strFileName, file);
     m_nLine = line;
 }
 
 void LogProxyImpl::SetBundleName(const char* name) {
-    ACE_Guard<ACE_Thread_Mutex> guard(m_positionMutex);
-    m_strBundleName.assign(name != nullptr ? name : "");
+    const std::lock_guard<std::mutex> guard(m_positionMutex);
+    Replace(m_strBundleName, name);
 }
 
 void LogProxyImpl::SetServiceName(const char* name) {
-    ACE_Guard<ACE_Thread_Mutex> guard(m_positionMutex);
-    m_strServiceName.assign(name != nullptr ? name : "");
+    const std::lock_guard<std::mutex> guard(m_positionMutex);
+    Replace(m_strServiceName, name);
+}
+
+// Without memory there is no text, rather than a former one that means something else.
+void LogProxyImpl::Replace(std::string& text, const char* newText) {
+    try {
+        text.assign(newText != nullptr ? newText : "");
+    } catch (const std::exception&) {
+        text.clear();
+    }
 }
 
 std::string LogProxyImpl::GetName() const {
     return m_strName;
+}
+
+void LogProxyImpl::BeforeFork() {
+    for (PositionMutex& position : g_positionMutexes) position.mutex.lock();
+}
+
+void LogProxyImpl::AfterFork() {
+    for (PositionMutex& position : g_positionMutexes) position.mutex.unlock();
 }
 
 }  // namespace NS_BUNDLEMGR1

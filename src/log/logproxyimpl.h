@@ -4,9 +4,8 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstdint>
+#include <mutex>
 #include <string>
-
-#include <ace/Thread_Mutex.h>
 
 #include "bundlemgr/log.h"
 
@@ -15,8 +14,9 @@ namespace NS_BUNDLEMGR1 {
 /// Turns each call into a `DebugInfo` record and hands it to the process-wide
 /// `LogProxyDebugInfoBufMgr`, printing its text on standard output as well.
 ///
-/// Thread safety: as `LogProxy`. The names and the position are copied under a lock of
-/// their own, so a record carries an old or a new value, never a torn one.
+/// Thread safety: as `LogProxy`. The names and the position are copied under a lock, so a
+/// record carries an old or a new value, never a torn one. All proxies share a few of these
+/// locks, which a fork can take.
 class LogProxyImpl : public LogProxy {
 public:
     explicit LogProxyImpl(const std::string& name);
@@ -38,8 +38,16 @@ public:
     void SetServiceName(const char* name) override;
     std::string GetName() const override;
 
+    /// @name Around fork
+    /// No name and no position is amid a change when the child is made.
+    /// @{
+    static void BeforeFork();
+    static void AfterFork();
+    /// @}
+
 private:
-    DebugInfo MakeRecord(int level, const char* text);
+    bool MakeRecord(int level, const char* text, DebugInfo& info);
+    void Replace(std::string& text, const char* newText);
     void Format(char* buffer, const char* format, va_list args);
 
     const std::string m_strName;
@@ -48,9 +56,8 @@ private:
     std::string m_strFileName;
     unsigned long m_nLine;
     std::atomic<std::uint64_t> m_nLevelMask;  // bit n set: level n is enabled
-    ACE_Thread_Mutex m_mutex;                 // taken by the operations on all levels
     const bool m_bEcho;                       // print each text on standard output, too
-    ACE_Thread_Mutex m_positionMutex;
+    std::mutex& m_positionMutex;
 };
 
 }  // namespace NS_BUNDLEMGR1

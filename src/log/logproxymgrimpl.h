@@ -4,8 +4,6 @@
 #include <map>
 #include <string>
 
-#include <ace/Thread_Mutex.h>
-
 #include "bundlemgr/log.h"
 
 namespace NS_BUNDLEMGR1 {
@@ -15,13 +13,28 @@ namespace NS_BUNDLEMGR1 {
 /// The proxies are not deleted with the manager: whoever holds one may keep using it.
 class LogProxyMgrImpl : public LogProxyMgr {
 public:
+    /// @return a manager without proxies; `Retire` takes it back
+    /// @throws std::bad_alloc
+    static LogProxyMgrImpl* Take();
+
+    /// Lays a manager aside. It is never deleted: another thread may have fetched it and be
+    /// about to ask for a proxy.
+    static void Retire(LogProxyMgrImpl* manager);
+
     LogProxyMgrImpl();
     LogProxy* GetLogProxy(const char* name) override;
     ~LogProxyMgrImpl() override;
 
+    /// @name Around fork
+    /// No proxy is being made when the child is.
+    /// @{
+    static void BeforeFork();
+    static void AfterFork();
+    /// @}
+
 private:
-    std::map<std::string, LogProxy*> m_mapProxies;
-    ACE_Thread_Mutex m_mutex;  // guards m_mapProxies
+    std::map<std::string, LogProxy*> m_mapProxies;  // guarded by one lock of all managers
+    LogProxyMgrImpl* m_pNextRetired = nullptr;      // by the same
 };
 
 }  // namespace NS_BUNDLEMGR1

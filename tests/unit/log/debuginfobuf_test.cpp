@@ -24,6 +24,7 @@ using Strings = std::vector<std::string>;
 
 constexpr std::size_t kFileLimit = 20971520;
 constexpr int kCapacity = 8192;
+constexpr char kNextFileTime[] = "20240201_000000";
 
 class DebugInfoBufTest : public test::LogTest {
 protected:
@@ -370,6 +371,69 @@ TEST_F(DebugInfoBufTest, DropsRecordsWhileNoFileCanBeOpened) {
     Append(1, "kept");
     // Records of a batch for which there is no file are not counted, the notice is.
     EXPECT_EQ(Bytes(2, 1, "kept"), Log());
+}
+
+// ---- A new file on request ----
+
+TEST_F(DebugInfoBufTest, GoesOnInANewFile) {
+    Append(1, "a");
+    test::Clock::Set(test::kTheSecond + 1);
+    Buffer().OpenNewFile();
+    EXPECT_EQ("", ReadFile(FileOf(kNextFileTime)));
+    Append(1, "b");
+    EXPECT_EQ(Bytes(1, 1, "a"), ReadFile(FileOf(test::kTheFileTime)));
+    EXPECT_EQ(Bytes(2, 1, "b"), ReadFile(FileOf(kNextFileTime)));
+}
+
+TEST_F(DebugInfoBufTest, WaitingRecordsGoToTheOldFile) {
+    Append(1, "a");
+    SetMode(LOG_OUTPUT_BUFFERED);
+    Append(1, "waits");
+    Filter(3, "filtered");
+    test::Clock::Set(test::kTheSecond + 1);
+    Buffer().OpenNewFile();
+    EXPECT_EQ(Bytes(1, 1, "a") + Bytes(2, 1, "waits"), ReadFile(FileOf(test::kTheFileTime)));
+    Append(0, "c");  // the ring was not touched
+    EXPECT_EQ(Bytes(3, 0, "c") + Bytes(4, 3, "filtered"), ReadFile(FileOf(kNextFileTime)));
+}
+
+TEST_F(DebugInfoBufTest, ANewFileOfTheSameSecondIsTheOldOne) {
+    Append(1, "a");
+    for (int i = 0; i < 3; ++i) Buffer().OpenNewFile();
+    Append(1, "b");
+    EXPECT_EQ(Bytes(1, 1, "a") + Bytes(2, 1, "b"), Log());
+    EXPECT_THAT(Files(), ElementsAre(FileOf(test::kTheFileTime)));
+}
+
+TEST_F(DebugInfoBufTest, ANewFileTakesThePlaceOfOneThatWasMovedAway) {
+    Append(1, "a");
+    std::filesystem::rename(FileOf(test::kTheFileTime), m_dir / "moved");
+    Buffer().OpenNewFile();
+    Append(1, "b");
+    EXPECT_EQ(Bytes(1, 1, "a"), ReadFile(m_dir / "moved"));
+    EXPECT_EQ(Bytes(2, 1, "b"), Log());
+}
+
+TEST_F(DebugInfoBufTest, AContinuedFileIsFullAsAnyOther) {
+    const std::string overhead = Bytes(1, 3, "");
+    Append(3, std::string(kFileLimit - overhead.size() - 1, 'x'));
+    Buffer().OpenNewFile();
+    test::Clock::Set(test::kTheSecond + 1);
+    Append(3, "fills it");
+    Append(3, "next");
+    EXPECT_EQ(Bytes(3, 3, "next"), ReadFile(FileOf(kNextFileTime)));
+}
+
+TEST_F(DebugInfoBufTest, ANewFileLeavesNoEmptyOneBehind) {
+    Buffer().Output();
+    test::Clock::Set(test::kTheSecond + 1);
+    Buffer().OpenNewFile();
+    EXPECT_THAT(Files(), ElementsAre(FileOf(kNextFileTime)));
+}
+
+TEST_F(DebugInfoBufTest, WithoutAnOpenFileThereIsNothingToGoOnFrom) {
+    Buffer().OpenNewFile();
+    EXPECT_FALSE(std::filesystem::exists(m_dir / "Develop"));
 }
 
 // ---- Threads ----

@@ -309,6 +309,92 @@ TEST_F(LogFailuresTest, AFileThatWasTruncatedDoesNotGrow) {
     EXPECT_EQ(Bytes(3, "3"), FirstFile());
 }
 
+// ---- What is lost is counted ----
+
+class LogLossTest : public LogFailuresTest {
+protected:
+    unsigned long long Lost() const { return GetLogLoss().records - m_before; }
+    static bool GoesOn() { return GetLogLoss().since != ACE_Time_Value::zero; }
+
+    const unsigned long long m_before = GetLogLoss().records;
+};
+
+TEST_F(LogLossTest, NothingIsLostWhileRecordsAreKept) {
+    Append("1");
+    Buffer().SetOutputMode(LOG_OUTPUT_BUFFERED);
+    Append("2");
+    LogProxyDebugInfoBufMgr::Destroy();
+    EXPECT_EQ(0U, Lost());
+    EXPECT_FALSE(GoesOn());
+}
+
+TEST_F(LogLossTest, BeginsWithTheFirstRecordLostAndEndsWithTheNextOneKept) {
+    g_open.next = 2;
+    Buffer().AppendOutputInfo(MakeInfo(1, "1", test::kTheSecond, 5));
+    Buffer().AppendOutputInfo(MakeInfo(1, "2", test::kTheSecond, 6));
+    EXPECT_EQ(2U, Lost());
+    EXPECT_EQ(ACE_Time_Value(test::kTheSecond, 5), GetLogLoss().since);
+    Append("3");
+    EXPECT_EQ(2U, Lost());
+    EXPECT_FALSE(GoesOn());
+}
+
+TEST_F(LogLossTest, CountsEachRecordOfABatch) {
+    Buffer().SetOutputMode(LOG_OUTPUT_BUFFERED);
+    for (const char* const text : {"1", "2", "3"}) Append(text);
+    g_open.next = 1;
+    Buffer().Output();
+    EXPECT_EQ(3U, Lost());
+    for (const char* const text : {"4", "5"}) Append(text);
+    g_flush.next = 1;
+    Buffer().Output();
+    EXPECT_EQ(5U, Lost());
+    EXPECT_TRUE(GoesOn());
+}
+
+TEST_F(LogLossTest, CountsFilteredRecordsThatWereToBeWritten) {
+    Buffer().SetOutputMode(LOG_OUTPUT_BUFFERED);
+    Append("1");
+    Buffer().AppendFiltered(MakeInfo(3, "filtered"));
+    g_open.next = 1;
+    Append("critical", 0);
+    EXPECT_EQ(3U, Lost());
+}
+
+TEST_F(LogLossTest, CountsNoFilteredRecordThatNobodyAskedFor) {
+    for (int i = 0; i < 200; ++i) Buffer().AppendFiltered(MakeInfo(3, "filtered"));
+    LogProxyDebugInfoBufMgr::Destroy();
+    EXPECT_EQ(0U, Lost());
+}
+
+TEST_F(LogLossTest, CountsRecordsThatCannotBePrinted) {
+    Append("1");
+    g_print.next = 1;
+    Append("2");
+    EXPECT_EQ(1U, Lost());
+    EXPECT_TRUE(GoesOn());
+}
+
+TEST_F(LogLossTest, CountsARecordThatWasPrintedAndNeverReachedTheDisk) {
+    Buffer().SetOutputMode(LOG_OUTPUT_BUFFERED);
+    const std::string large(100000, 'x');  // written through, what is before it included
+    for (const std::string& text : {std::string("1"), large, std::string("3")}) Append(text);
+    g_flush.next = 1;
+    Buffer().Output();
+    EXPECT_THAT(ParseLog(Log()), testing::SizeIs(static_cast<std::size_t>(3 - Lost())));
+    EXPECT_LE(1U, Lost());
+    EXPECT_TRUE(GoesOn());
+}
+
+TEST_F(LogLossTest, CountsWhatFindsNoFileAfterARotation) {
+    LogFile file(m_dir.Path(), "pnbi", 1, 100);
+    file.EnsureOpen();
+    g_open.next = 1;
+    file.WriteRecord(MakeInfo(1, "1"));
+    file.WriteRecord(MakeInfo(1, "2"));
+    EXPECT_EQ(1U, Lost());
+}
+
 // ---- Opening fails ----
 
 TEST_F(LogFailuresTest, RecordsAreDroppedUntilAFileOpens) {
@@ -390,6 +476,7 @@ public:
 
 TEST_F(LogFailuresTest, WithoutStaticObjectLockThereIsNoBuffer) {
     LogProxyImpl proxy("name");
+    const unsigned long long lostBefore = GetLogLoss().records;
     const BrokenLock broken;
     EXPECT_EQ(nullptr, LogProxyDebugInfoBufMgr::Instance());
     EXPECT_LT(0, g_mutexRefused);
@@ -400,6 +487,7 @@ TEST_F(LogFailuresTest, WithoutStaticObjectLockThereIsNoBuffer) {
                   proxy.FlushDebugInfo();
               }));
     EXPECT_FALSE(proxy.SetDebugOutputMode(LOG_OUTPUT_BUFFERED));
+    EXPECT_EQ(2U, GetLogLoss().records - lostBefore);
 }
 
 TEST_F(LogFailuresTest, WithoutStaticObjectLockTheDefaultProxyStandsIn) {
@@ -417,6 +505,12 @@ TEST_F(LogFailuresTest, WithoutStaticObjectLockDestroyLeavesTheBuffer) {
 }
 
 // ---- Writing logs ----
+
+// Knows the buffer without creating one.
+class ExistingLog : public LogProxyDebugInfoBufMgr {
+public:
+    static bool IsThere() { return m_pInstance != nullptr; }
+};
 
 class LoggingWriteTest : public LogFailuresTest {
 protected:
@@ -456,6 +550,7 @@ TEST_F(LoggingWriteTest, ARecordBornWhileWritingComesWithTheNextBatch) {
 }
 
 TEST_F(LoggingWriteTest, OfEachBatchOneIsKept) {
+    const unsigned long long lostBefore = GetLogLoss().records;
     Quietly([&] {
         m_proxy.SetDebugOutputMode(LOG_OUTPUT_BUFFERED);
         for (int i = 0; i < 3; ++i) Write(1, "waits");
@@ -470,6 +565,7 @@ TEST_F(LoggingWriteTest, OfEachBatchOneIsKept) {
         m_proxy.FlushDebugInfo();
     });
     EXPECT_THAT(Texts(ParseLog(Log())), ElementsAre("waits", "waits", "waits", "born 1", "born 4", "born 5"));
+    EXPECT_EQ(2U, GetLogLoss().records - lostBefore);
 }
 
 TEST_F(LoggingWriteTest, RecordsOfDisabledLevelsBornWhileWritingAreDropped) {
@@ -518,6 +614,60 @@ TEST_F(LoggingWriteTest, DestroyMayLogToo) {
     });
     EXPECT_THAT(Texts(ParseLog(Log())), ElementsAre("1"));
     EXPECT_EQ(1, m_born);
+}
+
+TEST_F(LoggingWriteTest, DestroyWaitsForARecordThatIsBeingWritten) {
+    std::atomic<bool> isWriting{false};
+    std::atomic<bool> goOn{false};
+    g_onTimeStamp = [&] {
+        isWriting = true;
+        test::WaitFor([&] { return goOn.load(); });
+    };
+    Quietly([&] {
+        std::thread writer([&] { m_proxy.Write(1, "first"); });
+        EXPECT_TRUE(test::WaitFor([&] { return isWriting.load(); }));
+        std::atomic<bool> isGone{false};
+        std::thread ender([&] {
+            LogProxyDebugInfoBufMgr::Destroy();
+            isGone = true;
+        });
+        EXPECT_TRUE(test::WaitFor([] { return !ExistingLog::IsThere(); }));
+        EXPECT_FALSE(isGone);
+        // Who comes now waits for the end, and then starts anew.
+        std::thread late([&] { m_proxy.Write(1, "second"); });
+        goOn = true;
+        for (std::thread* const thread : {&writer, &ender, &late}) thread->join();
+    });
+    const std::vector<LogRecord> records = ParseLog(Log());
+    EXPECT_THAT(Texts(records), ElementsAre("first", "second"));
+    EXPECT_EQ(1U, records.back().sequence);
+}
+
+TEST_F(LoggingWriteTest, EachOfTwoDestroysReturnsWhenTheBufferIsGone) {
+    std::atomic<bool> isWriting{false};
+    std::atomic<bool> goOn{false};
+    g_onTimeStamp = [&] {
+        isWriting = true;
+        test::WaitFor([&] { return goOn.load(); });
+    };
+    std::string onDisk = "nothing";
+    Quietly([&] {
+        m_proxy.SetDebugOutputMode(LOG_OUTPUT_BUFFERED);
+        m_proxy.Write(1, "waits");
+        std::thread first([] { LogProxyDebugInfoBufMgr::Destroy(); });
+        EXPECT_TRUE(test::WaitFor([&] { return isWriting.load(); }));
+        std::atomic<bool> isCalled{false};
+        std::thread second([&] {
+            isCalled = true;
+            LogProxyDebugInfoBufMgr::Destroy();
+            onDisk = Log();
+        });
+        EXPECT_TRUE(test::WaitFor([&] { return isCalled.load(); }));
+        goOn = true;
+        first.join();
+        second.join();
+    });
+    EXPECT_THAT(Texts(ParseLog(onDisk)), ElementsAre("waits"));
 }
 
 // Knows the bundle manager without creating one.

@@ -76,6 +76,39 @@ TEST_F(LogProxyMgrImplTest, TheBundleManagerHasOne) {
     EXPECT_EQ(manager, BundleMgr::Instance()->GetLogProxyMgr());
 }
 
+TEST_F(LogProxyMgrImplTest, ANewBundleManagerHasNewProxies) {
+    LogProxy* const before = BundleMgr::Instance()->GetLogProxyMgr()->GetLogProxy("X");
+    BundleMgr::Destroy();
+    EXPECT_NE(before, BundleMgr::Instance()->GetLogProxyMgr()->GetLogProxy("X"));
+    EXPECT_EQ("X", before->GetName());
+}
+
+TEST_F(LogProxyMgrImplTest, WhoFetchedAManagerMayAskItWhileTheBundleManagerEnds) {
+    constexpr int kThreads = 3;
+    constexpr int kEnds = 300;
+    std::atomic<LogProxyMgr*> fetched{BundleMgr::Instance()->GetLogProxyMgr()};
+    std::atomic<bool> stop{false};
+    std::atomic<long> asked{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&] {
+            while (!stop) {
+                EXPECT_EQ("X", fetched.load()->GetLogProxy("X")->GetName());
+                ++asked;
+                std::this_thread::yield();
+            }
+        });
+    }
+    for (int i = 0; i < kEnds; ++i) {
+        const long before = asked;
+        EXPECT_TRUE(test::WaitFor([&] { return asked > before; }));
+        BundleMgr::Destroy();
+        fetched = BundleMgr::Instance()->GetLogProxyMgr();
+    }
+    stop = true;
+    for (std::thread& thread : threads) thread.join();
+}
+
 TEST_F(LogProxyMgrImplTest, ThreadsThatAskAtOnceGetTheSameProxies) {
     constexpr int kThreads = 8;
     constexpr int kNames = 200;
