@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <exception>
 
-
 #include "log/losscounter.h"
 #include "log/recordstamp.h"
 #include "platform/bounded.h"
