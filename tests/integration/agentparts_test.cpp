@@ -22,6 +22,7 @@
 #include "changejudge.h"
 #include "eventsubscription.h"
 #include "feedfollower.h"
+#include "refusallog.h"
 #include "servicelog.h"
 #include "servicethread.h"
 #include "support/environment.h"
@@ -208,6 +209,58 @@ TEST_F(AgentPart, AServiceThreadSurvivesAnException) {
     EXPECT_NE(records.find("Bundle = bundle, Service = Svc \nfilename = parts, lineno = "), std::string::npos)
         << records;
     EXPECT_NE(records.find("\nthe service's thread failed and tries again: no table\n"), std::string::npos) << records;
+}
+
+// ---- RefusalLog ----
+
+using RefusalTime = alarms::RefusalLog::TimePoint;
+
+std::string Address(std::size_t number) {
+    return "10.0." + std::to_string(number / 256) + "." + std::to_string(number % 256);
+}
+
+TEST(AgentRefusalLog, TellsOfEachAddressOnceAMinute) {
+    alarms::RefusalLog refusals;
+    const RefusalTime begin{};
+    EXPECT_TRUE(refusals.ShouldTell("127.0.0.2", begin));
+    EXPECT_TRUE(refusals.ShouldTell("127.0.0.3", begin));
+    EXPECT_FALSE(refusals.ShouldTell("127.0.0.2", begin));
+    EXPECT_FALSE(refusals.ShouldTell("127.0.0.2", begin + milliseconds(59999)));
+    EXPECT_TRUE(refusals.ShouldTell("127.0.0.2", begin + std::chrono::seconds(60)));
+    EXPECT_FALSE(refusals.ShouldTell("127.0.0.2", begin + std::chrono::seconds(119)));
+    EXPECT_TRUE(refusals.ShouldTell("127.0.0.3", begin + std::chrono::seconds(119)));
+}
+
+TEST(AgentRefusalLog, RemembersABoundedNumberOfAddressesAndForgetsTheOld) {
+    alarms::RefusalLog refusals;
+    const RefusalTime begin{};
+    for (std::size_t i = 0; i < alarms::RefusalLog::kMostAddresses; ++i) {
+        ASSERT_TRUE(refusals.ShouldTell(Address(i), begin + milliseconds(i)));
+    }
+    EXPECT_FALSE(refusals.ShouldTell("192.0.2.1", begin + std::chrono::seconds(30)));
+    EXPECT_FALSE(refusals.ShouldTell(Address(0), begin + std::chrono::seconds(30)));
+    EXPECT_FALSE(refusals.ShouldTell("192.0.2.1", begin + milliseconds(59999)));
+    // The first one has left, and makes room for one.
+    EXPECT_TRUE(refusals.ShouldTell("192.0.2.1", begin + std::chrono::seconds(60)));
+    EXPECT_FALSE(refusals.ShouldTell("192.0.2.2", begin + std::chrono::seconds(60)));
+    EXPECT_TRUE(refusals.ShouldTell("192.0.2.2", begin + milliseconds(60001)));
+}
+
+TEST(AgentRefusalLog, TellsOnceHoweverManyThreadsAsk) {
+    constexpr int kThreads = 4;
+    constexpr int kAddresses = 500;
+    alarms::RefusalLog refusals;
+    std::atomic<int> told{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&] {
+            for (int address = 0; address < kAddresses; ++address) {
+                if (refusals.ShouldTell(Address(static_cast<std::size_t>(address)), RefusalTime{})) ++told;
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(told, kAddresses);
 }
 
 // ---- FeedFollower ----
