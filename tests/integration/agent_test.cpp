@@ -488,6 +488,30 @@ TEST(AgentText, AnAclWithoutAnyAddressLetsNobodyIn) {
     EXPECT_EQ(Count(root.Log(), " for nobody\n"), 1U) << root.Log();
 }
 
+// What a client at that address gets as an answer to LIST.
+std::string ListFor(const Agent& agent, const std::string& address) {
+    LineClient::Settings settings;
+    settings.from = address;
+    LineClient client(agent.TextPort(), settings);
+    client.Send("LIST\n");
+    return client.ReadThrough("END\n");
+}
+
+TEST(AgentText, RecordsTheRefusalOfAnAddressOnceHoweverOftenItConnects) {
+    const AgentRoot root;
+    root.SetItem("acl", "127.0.0.1");
+    Agent agent(root);
+    ASSERT_TRUE(agent.WaitUntilReady());
+
+    for (int i = 0; i < 200; ++i) EXPECT_EQ(ListFor(agent, "127.0.0.2"), "");
+    EXPECT_EQ(ListFor(agent, "127.0.0.3"), "");
+
+    const std::string log = root.Log();
+    EXPECT_EQ(Count(log, "client 127.0.0.2:"), 1U) << log;
+    EXPECT_EQ(Count(log, "client 127.0.0.3:"), 1U) << log;
+    EXPECT_EQ(agent.Stop(), 0);
+}
+
 TEST(AgentText, ServesNoMoreClientsThanConfigured) {
     const AgentRoot root;
     root.SetItem("AsciiMaxClients", "2");

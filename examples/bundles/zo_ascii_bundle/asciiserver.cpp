@@ -20,6 +20,8 @@ constexpr char kAnyAddress[] = "0.0.0.0";
 
 constexpr int kAcceptPauseSeconds = 1;
 
+using Clock = std::chrono::steady_clock;
+
 }  // namespace
 
 // Out of file descriptors or memory: the connection keeps waiting, and the reactor would
@@ -135,13 +137,17 @@ bool AsciiServer::Table(const char* word, std::string& text, std::uint64_t& sequ
 
 bool AsciiServer::Admits(const std::string& host, const std::string& client) {
     const bool admitted = m_access.Allows(host);
-    if (!admitted) m_log.Error(__LINE__, "client %s refused, its address is in no acl item", client.c_str());
+    if (!admitted && m_refusals.ShouldTell(host, Clock::now())) {
+        m_log.Error(__LINE__, "client %s refused, its address is in no acl item", client.c_str());
+    }
     return admitted;
 }
 
-bool AsciiServer::IsFull(const std::string& client) {
+bool AsciiServer::IsFull(const std::string& host, const std::string& client) {
     const bool full = m_sessions.size() >= static_cast<std::size_t>(m_settings.maxClients);
-    if (full) m_log.Error(__LINE__, "client %s refused, there are %d already", client.c_str(), m_settings.maxClients);
+    if (full && m_refusals.ShouldTell(host, Clock::now())) {
+        m_log.Error(__LINE__, "client %s refused, there are %d already", client.c_str(), m_settings.maxClients);
+    }
     return full;
 }
 

@@ -20,6 +20,7 @@
 #include "alarmtable.h"
 #include "asciisession.h"
 #include "bundlemgr/bundle.h"
+#include "refusallog.h"
 #include "servicelog.h"
 #include "servicethread.h"
 
@@ -82,7 +83,7 @@ public:
     /// @name For the sessions
     /// @{
     bool Admits(const std::string& host, const std::string& client);
-    bool IsFull(const std::string& client);
+    bool IsFull(const std::string& host, const std::string& client);
     void Enter(AsciiSession* session, const std::string& client);
     void Leave(AsciiSession* session, const std::string& client);
     void ReportCutOff(const std::string& client);
@@ -106,6 +107,7 @@ private:
     const Settings m_settings;
     ServiceLog& m_log;
     const AccessList m_access;
+    RefusalLog m_refusals;
     NS_BUNDLEMGR1::ServiceInterfaceProxy<AlarmTable> m_alarms{ALARM_SERVICE};
     int m_port = 0;
 

@@ -52,7 +52,7 @@ int AsciiSession::open(void* acceptor) {
     address.get_host_addr(host, sizeof host);
     m_client = std::string(host) + ":" + std::to_string(address.get_port_number());
     if (!server.Admits(host, m_client)) return -1;
-    if (server.IsFull(m_client)) {
+    if (server.IsFull(host, m_client)) {
         peer().send(kTooManyClients, sizeof kTooManyClients - 1);
         return -1;
     }
