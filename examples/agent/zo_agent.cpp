@@ -10,6 +10,7 @@
 #include "bundlemgr/event.h"
 #include "bundlemgr/log.h"
 #include "options.h"
+#include "settingsreport.h"
 #include "startreport.h"
 #include "stopsignals.h"
 
@@ -45,6 +46,7 @@ void Complain(const std::string& reason) {
 std::string Start(StopSignals& signals) {
     // Before the bundles, which post events and read settings from their first moment.
     if (LightEventMgr::Instance()->Init() != 1) return "the event manager cannot be started";
+    for (const std::string& trouble : SettingsTroubles()) Complain(trouble);
     CorbaConfigItems::Instance()->init();
 
     const std::string logHint = ", see the log in " + NS_BUNDLEMGR1::GetNBILogPath();

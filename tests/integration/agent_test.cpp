@@ -497,6 +497,73 @@ std::string ListFor(const Agent& agent, const std::string& address) {
     return client.ReadThrough("END\n");
 }
 
+// An item whose reading in one piece would end with the last digit but one.
+std::string AclThatIsOneByteTooLong() {
+    const std::string last = "127.0.0.25";
+    std::string item = "acl=127.0.0.3,";
+    return item + std::string(1024 - item.size() - last.size(), ' ') + last;
+}
+
+TEST(AgentText, TakesNoAddressFromAnAclItemThatIsTooLongToBeReadInOnePiece) {
+    const AgentRoot root;
+    root.SetItem("acl", "");
+    root.Append("share/conf/corba_start.cfg",
+                "acl=127.0.0.4\n" + AclThatIsOneByteTooLong() + "\n# " + std::string(1021, 'x') + "acl=127.0.0.5\n");
+    Agent agent(root);
+    ASSERT_TRUE(agent.WaitUntilReady());
+
+    EXPECT_EQ(ListFor(agent, "127.0.0.4"), "LIST 0 0\nEND\n");
+    for (const char* const address : {"127.0.0.1", "127.0.0.2", "127.0.0.3", "127.0.0.5", "127.0.0.25"}) {
+        EXPECT_EQ(ListFor(agent, address), "") << address;
+    }
+    EXPECT_EQ(Count(root.Log(), ": acl with more than 1022 bytes; item skipped\n"), 1U) << root.Log();
+    EXPECT_EQ(Count(agent.Err(), ": more than 1022 bytes; it is not read as it stands there\n"), 2U) << agent.Err();
+    EXPECT_EQ(agent.Stop(), 0);
+}
+
+TEST(AgentText, TakesTheAddressesOfTheLongestAclItemThatIsReadInOnePiece) {
+    const AgentRoot root;
+    root.SetItem("acl", "");
+    std::string item = AclThatIsOneByteTooLong();
+    item.erase(item.find(' '), 2);
+    ASSERT_EQ(item.size(), 1022U);
+    root.Append("share/conf/corba_start.cfg", item + "\n");
+    Agent agent(root);
+    ASSERT_TRUE(agent.WaitUntilReady());
+
+    EXPECT_EQ(ListFor(agent, "127.0.0.25"), "LIST 0 0\nEND\n");
+    EXPECT_EQ(ListFor(agent, "127.0.0.3"), "LIST 0 0\nEND\n");
+    EXPECT_EQ(ListFor(agent, "127.0.0.2"), "");
+    EXPECT_EQ(agent.Err(), "");
+    EXPECT_EQ(agent.Stop(), 0);
+}
+
+TEST(AgentText, AnAclItemThatIsCutLetsNobodyIn) {
+    const AgentRoot root;
+    const std::string nul(1, '\0');
+    root.SetItem("acl", "127.0.0.2" + nul + "5");
+    Agent agent(root);
+    ASSERT_TRUE(agent.WaitUntilReady());
+
+    EXPECT_EQ(ListFor(agent, "127.0.0.1"), "");
+    EXPECT_EQ(ListFor(agent, "127.0.0.2"), "");
+    EXPECT_EQ(Count(root.Log(), ": acl with a NUL byte; item skipped\n"), 1U) << root.Log();
+    EXPECT_EQ(Count(root.Log(), " for nobody\n"), 1U) << root.Log();
+    EXPECT_EQ(agent.Stop(), 0);
+}
+
+TEST(AgentText, AnAclItemWithAnEmptyEntryIsReportedAndCountsForNothing) {
+    const AgentRoot root;
+    root.SetItem("acl", "127.0.0.2,,127.0.0.3");
+    Agent agent(root);
+    ASSERT_TRUE(agent.WaitUntilReady());
+
+    EXPECT_EQ(ListFor(agent, "127.0.0.2"), "");
+    EXPECT_EQ(ListFor(agent, "127.0.0.1"), "LIST 0 0\nEND\n");
+    EXPECT_EQ(Count(root.Log(), ": acl with an empty entry; item skipped\n"), 1U) << root.Log();
+    EXPECT_EQ(agent.Stop(), 0);
+}
+
 TEST(AgentText, RecordsTheRefusalOfAnAddressOnceHoweverOftenItConnects) {
     const AgentRoot root;
     root.SetItem("acl", "127.0.0.1");
@@ -772,6 +839,50 @@ TEST(AgentLife, ABundleWhoseServicesCannotBeReadRunsWithoutThem) {
     EXPECT_EQ(first.Err(), warning(missing, "No such file or directory"));
     EXPECT_EQ(second.Err(), warning(unreadable, "Is a directory"));
     EXPECT_NE(first.Out().find("zo_agent: ready\n"), std::string::npos);
+}
+
+// What the agent says of its settings; it runs with them all the same.
+std::string ErrorsWithStartFile(const AgentRoot& root) {
+    Agent agent(root, {"--for", "0"});
+    EXPECT_EQ(agent.Process().Wait(), 0);
+    EXPECT_NE(agent.Out().find("zo_agent: ready\n"), std::string::npos);
+    return agent.Err();
+}
+
+TEST(AgentLife, SettingsThatCannotBeReadAreReportedAndItRunsWithoutThem) {
+    const std::string file = "share/conf/corba_start.cfg";
+    const auto warning = [&file](const AgentRoot& root, const std::string& error) {
+        return "zo_agent: cannot read " + root.Path() + "/" + file + ": " + error + "; nothing is set\n";
+    };
+    const AgentRoot missing;
+    std::filesystem::remove(missing / file);
+    EXPECT_EQ(ErrorsWithStartFile(missing), warning(missing, "No such file or directory"));
+
+    const AgentRoot directory;
+    std::filesystem::remove(directory / file);
+    std::filesystem::create_directory(directory / file);
+    EXPECT_EQ(ErrorsWithStartFile(directory), warning(directory, "Is a directory"));
+}
+
+TEST(AgentLife, APipeInThePlaceOfTheSettingsIsReported) {
+    const AgentRoot root;
+    const std::string file = root / "share/conf/corba_start.cfg";
+    std::filesystem::remove(file);
+    ASSERT_EQ(mkfifo(file.c_str(), 0600), 0);
+    Agent agent(root);
+    EXPECT_TRUE(WaitFor([&] {
+        return agent.Err() == "zo_agent: cannot read " + file + ": Not a regular file; nothing is set\n";
+    })) << agent.Err();
+}
+
+TEST(AgentLife, KeysAndLinesOfTheSettingsThatMeanNothingAreReported) {
+    const AgentRoot root;
+    const std::string file = "share/conf/corba_start.cfg";
+    root.Write(file, "AsciiPort=0\n AsciiPorts = 7 \n\n# a comment\nacl\n=5\nasciiport=1\n");
+    const std::string path = "zo_agent: " + root.Path() + "/" + file;
+    EXPECT_EQ(ErrorsWithStartFile(root),
+              path + ":2: unknown key 'AsciiPorts'\n" + path + ":5: not key=value; line skipped\n" + path +
+                  ":6: not key=value; line skipped\n" + path + ":7: unknown key 'asciiport'\n");
 }
 
 TEST(AgentLife, WithoutALogItRunsButSaysSo) {

@@ -1,5 +1,6 @@
 #include "accesslist.h"
 
+#include <algorithm>
 #include <vector>
 
 #include <arpa/inet.h>
@@ -10,14 +11,17 @@ namespace alarms {
 
 namespace {
 
+constexpr char kItem[] = "acl";
 constexpr char kLoopback[] = "127.0.0.1";
 
-// Each once, however often it stands there.
-std::set<std::string> Entries() {
-    std::vector<NS_BUNDLEMGR1::NameValueStru> items;
-    NS_BUNDLEMGR1::CorbaConfigItems::Instance()->GetIPAddressList(items);
-    std::set<std::string> entries;
-    for (const NS_BUNDLEMGR1::NameValueStru& item : items) entries.insert(item.value);
+// As the library takes an item apart: a "," in front of the first entry means nothing.
+std::vector<std::string> Entries(const std::string& item) {
+    std::vector<std::string> entries;
+    std::string::size_type begin = !item.empty() && item.front() == ',' ? 1 : 0;
+    for (std::string::size_type end = 0; end != std::string::npos; begin = end + 1) {
+        end = item.find(',', begin);
+        entries.push_back(NS_BUNDLEMGR1::Trim(item.substr(begin, end == std::string::npos ? end : end - begin)));
+    }
     return entries;
 }
 
@@ -28,8 +32,33 @@ bool IsAddress(const std::string& entry) {
 
 }  // namespace
 
-AccessList::AccessList(ServiceLog& log) : m_addresses(Entries()) {
-    if (m_addresses.empty()) m_addresses.insert(kLoopback);
+// Not asked of the library, which cannot tell an address from the front of a longer one
+// (`ConfigLines`).
+AccessList::AccessList(ServiceLog& log) {
+    const ConfigLines file(StartFile());
+    for (const ConfigLine& line : file.Lines()) {
+        if (line.name == kItem) Take(line, log);
+    }
+    if (!m_isConfigured) m_addresses.insert(kLoopback);
+    DropWhatIsNoAddress(log);
+}
+
+void AccessList::Take(const ConfigLine& item, ServiceLog& log) {
+    if (!item.fault.empty()) {
+        log.Error(__LINE__, "corba_start.cfg:%lu: acl with %s; item skipped", item.number, item.fault.c_str());
+        m_isConfigured = true;
+        return;
+    }
+    const std::vector<std::string> entries = Entries(item.value);
+    if (std::find(entries.begin(), entries.end(), "") != entries.end()) {
+        log.Error(__LINE__, "corba_start.cfg:%lu: acl with an empty entry; item skipped", item.number);
+        return;
+    }
+    m_addresses.insert(entries.begin(), entries.end());
+    m_isConfigured = true;
+}
+
+void AccessList::DropWhatIsNoAddress(ServiceLog& log) {
     for (auto entry = m_addresses.begin(); entry != m_addresses.end();) {
         if (IsAddress(*entry)) {
             ++entry;

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "bundlemgr/export.h"
+#include "configlines.h"
 #include "servicelog.h"
 
 namespace alarms {
@@ -14,10 +15,11 @@ namespace alarms {
 ///
 /// An entry is an IPv4 address in numbers and nothing else: names and patterns would
 /// mean something else to each of the libraries behind the services. One that is not is
-/// skipped, and opens nothing: a list of nothing but such entries lets nobody in.
+/// skipped, and opens nothing: a list of nothing but such entries lets nobody in. Nor does
+/// a line that is too long to be read in one piece, whatever stands in it.
 class ZO_PLUGIN_EXPORT AccessList {
 public:
-    /// @param log receives a report of each entry that is skipped
+    /// @param log receives a report of each entry and each item that is skipped
     explicit AccessList(ServiceLog& log);
 
     /// @param address an IPv4 address in numbers, "192.0.2.7"
@@ -29,7 +31,11 @@ public:
     std::string Text() const;
 
 private:
+    void Take(const ConfigLine& item, ServiceLog& log);
+    void DropWhatIsNoAddress(ServiceLog& log);
+
     std::set<std::string> m_addresses;
+    bool m_isConfigured = false;  // there is an item that counts
 };
 
 }  // namespace alarms
