@@ -16,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include "support/agent.h"
+#include "support/alarmfeed.h"
 #include "support/childprocess.h"
 #include "support/lineclient.h"
 #include "support/tempdir.h"
@@ -27,20 +28,11 @@ using std::chrono::milliseconds;
 using test::Agent;
 using test::AgentRoot;
 using test::ChildProcess;
+using test::Count;
+using test::kFeed;
 using test::LineClient;
+using test::RaiseLine;
 using test::WaitFor;
-
-constexpr char kFeed[] = "var/alarms.feed";
-
-std::size_t Count(const std::string& text, const std::string& part) {
-    std::size_t count = 0;
-    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) ++count;
-    return count;
-}
-
-std::string RaiseLine(const std::string& id) {
-    return "event=raise;id=" + id + ";object=NE-" + id + ";severity=major;cause=link down;time=12:00:00;text=trouble\n";
-}
 
 std::string RaisedText(int sequence, const std::string& id) {
     return "RAISED " + std::to_string(sequence) + " id=" + id + ";object=NE-" + id +

@@ -3,22 +3,27 @@ zo_add_bundle(zo_hold_bundle SOURCES "${PROJECT_SOURCE_DIR}/tests/fixtures/agent
 set_target_properties(zo_hold_bundle PROPERTIES
     LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests/fixtures/agent")
 
-add_executable(agent_test agent_test.cpp)
-zo_compile_options(agent_test)
-target_include_directories(agent_test PRIVATE "${PROJECT_SOURCE_DIR}/tests")
-target_compile_definitions(agent_test PRIVATE
-    ZO_AGENT="$<TARGET_FILE:zo_agent>"
-    ZO_ASCII_CLIENT="$<TARGET_FILE:zo_ascii_client>"
-    ZO_EXAMPLES_DIR="${PROJECT_SOURCE_DIR}/examples"
-    ZO_SANITIZE="${ZO_SANITIZE}"
-    ZO_FIXTURES_DIR="${PROJECT_BINARY_DIR}/tests/fixtures/agent")
-target_link_libraries(agent_test PRIVATE zo::bundlemgr GTest::gtest_main)
-add_dependencies(agent_test
-    zo_agent zo_ascii_client zo_hold_bundle
-    zo_base_bundle AlarmSvc HeartbeatSvc
-    zo_domain_bundle FeedSvc StatisticsSvc
-    zo_ascii_bundle AsciiSvc)
-zo_discover_tests(agent_test)
+function(zo_add_agent_test name)
+    add_executable(${name} ${name}.cpp)
+    zo_compile_options(${name})
+    target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
+    target_compile_definitions(${name} PRIVATE
+        ZO_AGENT="$<TARGET_FILE:zo_agent>"
+        ZO_ASCII_CLIENT="$<TARGET_FILE:zo_ascii_client>"
+        ZO_EXAMPLES_DIR="${PROJECT_SOURCE_DIR}/examples"
+        ZO_SANITIZE="${ZO_SANITIZE}"
+        ZO_FIXTURES_DIR="${PROJECT_BINARY_DIR}/tests/fixtures/agent")
+    target_link_libraries(${name} PRIVATE zo::bundlemgr GTest::gtest_main)
+    add_dependencies(${name}
+        zo_agent zo_ascii_client zo_hold_bundle
+        zo_base_bundle AlarmSvc HeartbeatSvc
+        zo_domain_bundle FeedSvc StatisticsSvc
+        zo_ascii_bundle AsciiSvc)
+    zo_discover_tests(${name})
+endfunction()
+
+zo_add_agent_test(agent_test)
+zo_add_agent_test(agent_load_test)
 
 add_executable(agentparts_test
     agentparts_test.cpp

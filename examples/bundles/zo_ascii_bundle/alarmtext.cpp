@@ -1,6 +1,7 @@
 #include "alarmtext.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "bundlemgr/base.h"
 
@@ -45,10 +46,21 @@ const char* ChangeWord(AlarmChange change) {
 
 }  // namespace
 
-std::string TableText(const char* word, const std::vector<Alarm>& alarms, std::uint64_t sequence) {
-    std::string text = std::string(word) + " " + std::to_string(alarms.size()) + " " + std::to_string(sequence) + "\n";
-    for (const Alarm& alarm : alarms) text += LocalLine("ALARM " + Attributes(alarm, AttributeNames()));
-    return text + "END\n";
+TableText::TableText(const char* word, std::shared_ptr<const AlarmSnapshot> table)
+    : m_head(std::string(word) + " " + std::to_string(table->alarms.size()) + " " + std::to_string(table->sequence) +
+             "\n"),
+      m_table(std::move(table)) {}
+
+void TableText::AppendTo(std::string& text, std::size_t size) {
+    if (IsOver()) return;
+    text += m_head;
+    m_head.clear();
+    for (; text.size() < size && m_next < m_table->alarms.size(); ++m_next) {
+        text += LocalLine("ALARM " + Attributes(m_table->alarms[m_next], AttributeNames()));
+    }
+    if (m_next < m_table->alarms.size()) return;
+    text += "END\n";
+    m_table.reset();
 }
 
 std::string ChangeText(const AlarmEvent& event) {

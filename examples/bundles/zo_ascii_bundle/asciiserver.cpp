@@ -1,12 +1,19 @@
 #include "asciiserver.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <filesystem>
+#include <new>
+#include <system_error>
+#include <utility>
 
+#include <sys/resource.h>
+
+#include <ace/Dev_Poll_Reactor.h>
 #include <ace/INET_Addr.h>
 #include <ace/OS_NS_sys_socket.h>
-#include <ace/Select_Reactor.h>
 #include <ace/Thread.h>
 
 #include "alarmtext.h"
@@ -20,22 +27,62 @@ constexpr char kAnyAddress[] = "0.0.0.0";
 
 constexpr int kAcceptPauseSeconds = 1;
 
+// The highest descriptor that the reactor takes is below this. It keeps a table of that
+// size, so what the system allows may be too much.
+constexpr rlim_t kMostDescriptors = 65536;
+
+// What the agent opens besides its clients' connections: files, reactors, the ORB.
+constexpr rlim_t kOwnDescriptors = 32;
+
+// So many different tables may be on their way to clients. When these are too few, a
+// client that takes nothing of its table is cut off.
+constexpr std::size_t kMostTables = 8;
+constexpr std::chrono::seconds kPatience(5);
+constexpr int kLookAgainMicroseconds = 500 * 1000;
+
 using Clock = std::chrono::steady_clock;
 
+// How many descriptors the process may have.
+rlim_t DescriptorLimit() {
+    rlimit limit{};
+    return getrlimit(RLIMIT_NOFILE, &limit) == 0 ? limit.rlim_cur : kMostDescriptors;
+}
+
+rlim_t OpenDescriptors() {
+    std::error_code trouble;
+    rlim_t count = 0;
+    for (std::filesystem::directory_iterator handle("/proc/self/fd", trouble), end; !trouble && handle != end;
+         handle.increment(trouble)) {
+        ++count;
+    }
+    return count;
+}
+
 }  // namespace
+
+// The acceptor's own operation asks select() for more connections, and breaks the process
+// when its descriptor is above 1023.
+int AsciiAcceptor::handle_input(ACE_HANDLE) {
+    AsciiSession* session = nullptr;
+    if (make_svc_handler(session) == -1) return handle_accept_error();
+    if (accept_svc_handler(session) == -1) return handle_accept_error();
+    activate_svc_handler(session);
+    return 0;
+}
 
 // Out of file descriptors or memory: the connection keeps waiting, and the reactor would
 // report it again at once, for ever.
 int AsciiAcceptor::handle_accept_error() {
     if (errno != EMFILE && errno != ENFILE && errno != ENOBUFS && errno != ENOMEM) return 0;
     m_server.ReportAcceptError(std::strerror(errno));
-    reactor()->suspend_handler(this);
+    // Not suspended: after this call the reactor resumes whatever it has called.
+    reactor()->cancel_wakeup(this, ACCEPT_MASK);
     reactor()->schedule_timer(this, nullptr, ACE_Time_Value(kAcceptPauseSeconds));
     return 0;
 }
 
 int AsciiAcceptor::handle_timeout(const ACE_Time_Value&, const void*) {
-    reactor()->resume_handler(this);
+    reactor()->schedule_wakeup(this, ACCEPT_MASK);
     return 0;
 }
 
@@ -43,7 +90,8 @@ AsciiServer::AsciiServer(const Settings& settings, ServiceLog& log)
     : m_settings(settings),
       m_log(log),
       m_access(log),
-      m_reactor(new ACE_Select_Reactor, true),  // which deletes it
+      // Not one on select(), see above. It is deleted with its owner.
+      m_reactor(new ACE_Dev_Poll_Reactor(std::min(DescriptorLimit(), kMostDescriptors)), true),
       m_acceptor(*this),
       m_thread(log) {}
 
@@ -58,15 +106,26 @@ bool AsciiServer::Listen() {
     ACE_INET_Addr address(static_cast<u_short>(m_settings.port), kAnyAddress);
     // The acceptor asks for a queue of 5. Clients that come back all at once, after a
     // restart of the agent, would overflow it and wait for seconds until they try again.
-    if (m_acceptor.open(address, &m_reactor, ACE_NONBLOCK) == -1 ||
+    if (!m_reactor.initialized() || m_acceptor.open(address, &m_reactor, ACE_NONBLOCK) == -1 ||
         ACE_OS::listen(m_acceptor.get_handle(), SOMAXCONN) == -1 ||
         m_acceptor.acceptor().get_local_addr(address) == -1) {
         m_log.Error(__LINE__, "port %d cannot be opened: %s", m_settings.port, std::strerror(errno));
         return false;
     }
     m_port = address.get_port_number();
+    ReportFewDescriptors();
     m_log.Info(__LINE__, "serving on port %d for %s", m_port, m_access.Text().c_str());
     return true;
+}
+
+void AsciiServer::ReportFewDescriptors() const {
+    const rlim_t limit = DescriptorLimit();
+    const rlim_t open = OpenDescriptors();
+    if (open + kOwnDescriptors + static_cast<rlim_t>(m_settings.maxClients) <= limit) return;
+    m_log.Error(__LINE__,
+                "%d clients (AsciiMaxClients) need more descriptors than the %llu of this process (ulimit -n), of "
+                "which %llu are in use",
+                m_settings.maxClients, static_cast<unsigned long long>(limit), static_cast<unsigned long long>(open));
 }
 
 void AsciiServer::Serve() {
@@ -82,31 +141,47 @@ void AsciiServer::Stop() {
     m_thread.Stop();
     // Nobody else uses the reactor any more.
     m_reactor.cancel_timer(&m_acceptor);
+    m_reactor.cancel_timer(this);
     m_acceptor.close();
-    while (!m_sessions.empty()) Close(*m_sessions.begin());
+    CloseAll();
 }
 
 void AsciiServer::Push(const AlarmEvent& event) {
     const std::lock_guard<std::mutex> guard(m_queueMutex);
-    m_queue.push_back(event);
+    try {
+        m_queue.push_back(event);
+    } catch (const std::bad_alloc&) {
+        m_lost = true;
+    }
     // One wake-up at a time: the reactor's pipe must never be full, writing would block.
     if (!m_woken) m_woken = m_reactor.notify(this, EXCEPT_MASK) != -1;
 }
 
 // Called by the reactor after `Push` has woken it.
 int AsciiServer::handle_exception(ACE_HANDLE) {
+    try {
+        DeliverQueue();
+    } catch (const std::bad_alloc&) {
+        CloseAll();
+    }
+    return 0;
+}
+
+void AsciiServer::DeliverQueue() {
     std::vector<AlarmEvent> events;
+    bool lost = false;
     {
         const std::lock_guard<std::mutex> guard(m_queueMutex);
         events.swap(m_queue);
+        std::swap(lost, m_lost);
         m_woken = false;
     }
+    if (lost) throw std::bad_alloc();
     for (const AlarmEvent& event : events) Deliver(event);
     const std::set<AsciiSession*> sessions = m_sessions;  // a copy: closing one takes it out
     for (AsciiSession* const session : sessions) {
         if (session->handle_output(ACE_INVALID_HANDLE) == -1) Close(session);
     }
-    return 0;
 }
 
 void AsciiServer::Deliver(const AlarmEvent& event) {
@@ -124,15 +199,68 @@ void AsciiServer::Close(AsciiSession* session) {
     m_reactor.remove_handler(session, ALL_EVENTS_MASK);
 }
 
-bool AsciiServer::Table(const char* word, std::string& text, std::uint64_t& sequence) {
-    std::vector<Alarm> alarms;
+void AsciiServer::CloseAll() {
+    while (!m_sessions.empty()) Close(*m_sessions.begin());
+}
+
+bool AsciiServer::Table(std::shared_ptr<const AlarmSnapshot>& table) {
+    table = Snapshot();
+    if (table == nullptr || OtherTablesInUse(table.get()) < kMostTables) return true;
+    const ACE_Time_Value interval(0, kLookAgainMicroseconds);
+    if (m_waitTimer == -1) m_waitTimer = m_reactor.schedule_timer(this, nullptr, interval, interval);
+    if (m_waitTimer == -1) return true;
+    table.reset();
+    return false;
+}
+
+// Null when its service has been removed.
+std::shared_ptr<const AlarmSnapshot> AsciiServer::Snapshot() {
     try {
-        sequence = m_alarms->List(alarms);
+        return m_alarms->Snapshot();
     } catch (const NS_BUNDLEMGR1::InterfaceNotExistException&) {
-        return false;  // its service has been removed
+        return nullptr;
     }
-    text = TableText(word, alarms, sequence);
-    return true;
+}
+
+std::size_t AsciiServer::OtherTablesInUse(const AlarmSnapshot* table) const {
+    std::set<const AlarmSnapshot*> tables;
+    for (const AsciiSession* const session : m_sessions) tables.insert(session->Table());
+    tables.erase(nullptr);
+    tables.erase(table);
+    return tables.size();
+}
+
+// Called by the reactor while clients wait for a table.
+int AsciiServer::handle_timeout(const ACE_Time_Value&, const void*) {
+    try {
+        if (OtherTablesInUse(nullptr) >= kMostTables) CutOffIdle();
+        if (OtherTablesInUse(nullptr) < kMostTables) ServeThoseWhoWait();
+    } catch (const std::bad_alloc&) {
+        return 0;  // they go on waiting
+    }
+    const bool wait = std::any_of(m_sessions.begin(), m_sessions.end(),
+                                  [](const AsciiSession* session) { return session->AwaitsTable(); });
+    if (!wait) m_reactor.cancel_timer(std::exchange(m_waitTimer, -1));
+    return 0;
+}
+
+void AsciiServer::CutOffIdle() {
+    const std::set<AsciiSession*> sessions = m_sessions;
+    for (AsciiSession* const session : sessions) {
+        if (session->Table() == nullptr || Clock::now() - session->LastProgress() < kPatience) continue;
+        m_log.Error(__LINE__, "client %s cut off, it does not take its list while others wait for theirs",
+                    session->Client().c_str());
+        Close(session);
+    }
+}
+
+// All of them share one table.
+void AsciiServer::ServeThoseWhoWait() {
+    const std::shared_ptr<const AlarmSnapshot> table = Snapshot();
+    const std::set<AsciiSession*> sessions = m_sessions;
+    for (AsciiSession* const session : sessions) {
+        if (session->AwaitsTable() && !session->TakeTable(table)) Close(session);
+    }
 }
 
 bool AsciiServer::Admits(const std::string& host, const std::string& client) {
@@ -153,6 +281,7 @@ bool AsciiServer::IsFull(const std::string& host, const std::string& client) {
 
 void AsciiServer::Enter(AsciiSession* session, const std::string& client) {
     m_sessions.insert(session);
+    m_acceptFails = false;
     m_log.Info(__LINE__, "client %s connected", client.c_str());
 }
 
@@ -161,11 +290,14 @@ void AsciiServer::Leave(AsciiSession* session, const std::string& client) {
     m_log.Info(__LINE__, "client %s disconnected", client.c_str());
 }
 
-void AsciiServer::ReportCutOff(const std::string& client) {
+void AsciiServer::ReportCutOff(const std::string& client) const {
     m_log.Error(__LINE__, "client %s cut off, more than %zu bytes wait for it", client.c_str(), m_settings.backlog);
 }
 
 void AsciiServer::ReportAcceptError(const char* reason) {
+    // The first of those that follow each other, and that not each time it comes and goes.
+    const bool first = !std::exchange(m_acceptFails, true);
+    if (!first || !m_refusals.ShouldTell(reason, Clock::now())) return;
     m_log.Error(__LINE__, "no client can be accepted now: %s", reason);
 }
 

@@ -37,6 +37,7 @@ public:
 
     AsciiServer& Server() { return m_server; }
 
+    int handle_input(ACE_HANDLE handle) override;
     int handle_accept_error() override;
     int handle_timeout(const ACE_Time_Value& now, const void* argument) override;
 
@@ -74,7 +75,8 @@ public:
     /// Ends the thread and closes all connections; may be called repeatedly.
     void Stop();
 
-    /// Hands a change over, to be sent to the subscribers.
+    /// Hands a change over, to be sent to the subscribers. Without memory for it all
+    /// connections are closed, for nobody would notice what is missing.
     void Push(const AlarmEvent& event);
 
     /// @return the port, once `Listen` has succeeded
@@ -86,14 +88,16 @@ public:
     bool IsFull(const std::string& host, const std::string& client);
     void Enter(AsciiSession* session, const std::string& client);
     void Leave(AsciiSession* session, const std::string& client);
-    void ReportCutOff(const std::string& client);
+    void ReportCutOff(const std::string& client) const;
     std::size_t Backlog() const { return m_settings.backlog; }
 
-    /// @param word     first word of the text
-    /// @param text     receives the table as lines of text
-    /// @param sequence receives the number of the last change in it
-    /// @return false when there is no alarm table
-    bool Table(const char* word, std::string& text, std::uint64_t& sequence);
+    /// Tables take memory for as long as somebody is being sent them. Clients that ask
+    /// while the alarms do not change share one; there is room for so many others.
+    ///
+    /// @param table receives the table; null when `AlarmSvc` is gone
+    /// @return false when there is no room: the session gets a table when there is, see
+    ///         `AsciiSession::TakeTable`
+    bool Table(std::shared_ptr<const AlarmSnapshot>& table);
     /// @}
 
     /// For the acceptor: what kept it from taking a connection.
@@ -101,8 +105,16 @@ public:
 
 private:
     int handle_exception(ACE_HANDLE handle) override;
+    int handle_timeout(const ACE_Time_Value& now, const void* argument) override;
+    void ReportFewDescriptors() const;
+    void DeliverQueue();
     void Deliver(const AlarmEvent& event);
+    std::shared_ptr<const AlarmSnapshot> Snapshot();
+    std::size_t OtherTablesInUse(const AlarmSnapshot* table) const;
+    void CutOffIdle();
+    void ServeThoseWhoWait();
     void Close(AsciiSession* session);
+    void CloseAll();
 
     const Settings m_settings;
     ServiceLog& m_log;
@@ -111,12 +123,15 @@ private:
     NS_BUNDLEMGR1::ServiceInterfaceProxy<AlarmTable> m_alarms{ALARM_SERVICE};
     int m_port = 0;
 
-    std::mutex m_queueMutex;  // guards the two below
+    std::mutex m_queueMutex;  // guards the three below
     std::vector<AlarmEvent> m_queue;
+    bool m_lost = false;   // there was no memory for a change
     bool m_woken = false;  // the reactor knows that there is something
 
     ACE_Reactor m_reactor;
     AsciiAcceptor m_acceptor;
+    bool m_acceptFails = false;  // since a client was accepted for the last time
+    long m_waitTimer = -1;       // while clients wait for a table; -1: none does
     std::set<AsciiSession*> m_sessions;
     ServiceThread m_thread;
 };

@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <cstring>
+#include <new>
+#include <utility>
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -20,6 +23,10 @@ namespace {
 constexpr std::size_t kMaxLine = 256;
 constexpr std::size_t kReadSize = 1024;
 
+// How much of a table is made at a time, and how often before it is the others' turn.
+constexpr std::size_t kPiece = 16 * 1024;
+constexpr int kPiecesATurn = 4;
+
 // What the system keeps for a client, besides our own backlog.
 constexpr int kSendBuffer = 64 * 1024;
 
@@ -31,6 +38,9 @@ constexpr char kUnknownCommand[] = "ERROR unknown command\n";
 constexpr char kLineTooLong[] = "ERROR line too long\n";
 constexpr char kNoTable[] = "ERROR no alarm table\n";
 constexpr char kBye[] = "BYE\n";
+
+constexpr char kList[] = "LIST";
+constexpr char kSnapshot[] = "SNAPSHOT";
 
 void SetOption(ACE_SOCK_Stream& peer, int level, int option, int value) {
     peer.set_option(level, option, &value, sizeof value);
@@ -44,8 +54,23 @@ std::string UpperCase(std::string text) {
 
 }  // namespace
 
+// An exception would leave the reactor in the middle of its work. Without memory for it a
+// session is closed.
+template <class Action>
+int AsciiSession::Contain(Action action) {
+    try {
+        return action();
+    } catch (const std::bad_alloc&) {
+        return -1;
+    }
+}
+
 int AsciiSession::open(void* acceptor) {
     AsciiServer& server = static_cast<AsciiAcceptor*>(static_cast<AsciiAcceptor::Base*>(acceptor))->Server();
+    return Contain([&] { return Open(server, acceptor); });
+}
+
+int AsciiSession::Open(AsciiServer& server, void* acceptor) {
     ACE_INET_Addr address;
     if (peer().get_remote_addr(address) == -1) return -1;  // gone already
     char host[INET6_ADDRSTRLEN] = "";
@@ -60,9 +85,12 @@ int AsciiSession::open(void* acceptor) {
     SetOption(peer(), SOL_SOCKET, SO_KEEPALIVE, 1);  // notices a host that has vanished
     SetOption(peer(), IPPROTO_TCP, TCP_USER_TIMEOUT, kSilenceMilliseconds);
     SetOption(peer(), IPPROTO_TCP, TCP_NODELAY, 1);  // a change goes out as soon as it is known
-    if (Base::open(acceptor) == -1) return -1;
+    if (Base::open(acceptor) == -1) {
+        server.ReportAcceptError(std::strerror(errno));
+        return -1;
+    }
+    server.Enter(this, m_client);
     m_server = &server;
-    m_server->Enter(this, m_client);
     return 0;
 }
 
@@ -73,6 +101,14 @@ int AsciiSession::handle_close(ACE_HANDLE handle, ACE_Reactor_Mask mask) {
 }
 
 int AsciiSession::handle_input(ACE_HANDLE) {
+    return Contain([this] { return Receive(); });
+}
+
+int AsciiSession::handle_output(ACE_HANDLE) {
+    return Contain([this] { return Proceed(); });
+}
+
+int AsciiSession::Receive() {
     char data[kReadSize];
     const ssize_t count = peer().recv(data, sizeof data);
     if (count == -1) return errno == EWOULDBLOCK || errno == EINTR ? 0 : -1;
@@ -85,10 +121,6 @@ int AsciiSession::handle_input(ACE_HANDLE) {
     return Proceed();
 }
 
-int AsciiSession::handle_output(ACE_HANDLE) {
-    return Proceed();
-}
-
 // Executes the commands that are there up to the first that has an answer; if more are
 // there, the others have their turn before the next. Reading goes on when all are
 // executed and the client has taken the answers.
@@ -96,11 +128,11 @@ int AsciiSession::handle_output(ACE_HANDLE) {
 int AsciiSession::Proceed() {
     std::string line;
     for (bool answered = false; Flush();) {
-        if (m_leaving) return m_output.empty() ? -1 : 0;
-        if (m_answered > 0 || (answered && HasLine())) {
+        if (m_leaving) return IsAllOut() ? -1 : 0;
+        if (IsAnswering() || (answered && HasLine())) {
             reactor()->cancel_wakeup(this, READ_MASK);
             // Also when everything is out: being able to write is how the next turn comes.
-            reactor()->schedule_wakeup(this, WRITE_MASK);
+            if (!AwaitsTable()) reactor()->schedule_wakeup(this, WRITE_MASK);
             return 0;
         }
         if (!TakeLine(line)) {
@@ -108,7 +140,7 @@ int AsciiSession::Proceed() {
             return 0;
         }
         Execute(line);
-        answered = m_answered > 0;
+        answered = IsAnswering();
     }
     return -1;
 }
@@ -150,21 +182,39 @@ void AsciiSession::Execute(const std::string& line) {
         Leave();
         return;
     }
-    const bool subscribe = command == "SUBSCRIBE";
-    if (!subscribe && command != "LIST") {
+    if (command == "SUBSCRIBE") {
+        AskForTable(kSnapshot);
+    } else if (command == "LIST") {
+        AskForTable(kList);
+    } else {
         Answer(kUnknownCommand);
-        return;
     }
-    std::string table;
-    std::uint64_t sequence = 0;
-    if (!m_server->Table(subscribe ? "SNAPSHOT" : "LIST", table, sequence)) {
+}
+
+void AsciiSession::AskForTable(const char* word) {
+    std::shared_ptr<const AlarmSnapshot> table;
+    m_awaited = word;
+    if (m_server->Table(table)) BeginTable(table);
+}
+
+bool AsciiSession::TakeTable(const std::shared_ptr<const AlarmSnapshot>& table) {
+    return Contain([&] {
+               BeginTable(table);
+               return Proceed();
+           }) != -1;
+}
+
+void AsciiSession::BeginTable(const std::shared_ptr<const AlarmSnapshot>& table) {
+    const char* const word = std::exchange(m_awaited, nullptr);
+    if (table == nullptr) {
         Answer(kNoTable);
         return;
     }
-    Answer(table);
-    if (!subscribe) return;
+    m_table = TableText(word, table);
+    m_lastProgress = std::chrono::steady_clock::now();
+    if (word != kSnapshot) return;
     m_subscribed = true;
-    m_sequence = sequence;
+    m_sequence = table->sequence;
 }
 
 void AsciiSession::Answer(const std::string& text) {
@@ -173,16 +223,17 @@ void AsciiSession::Answer(const std::string& text) {
 }
 
 bool AsciiSession::Deliver(std::uint64_t sequence, const std::string& text) {
-    m_sequence = sequence;
-    m_output += text;
-    // Those of one batch go out together at its end (`handle_output`), unless there are
-    // many: only what the client does not take counts as its backlog.
-    const std::size_t limit = m_server->Backlog();
-    if (m_output.size() - m_answered <= limit) return true;
-    if (!Flush()) return false;
-    if (m_output.size() - m_answered <= limit) return true;
-    m_server->ReportCutOff(m_client);
-    return false;
+    return Contain([&] {
+               m_sequence = sequence;
+               (m_table.IsOver() ? m_output : m_changes) += text;
+               // Those of one batch go out together at its end (`handle_output`), unless
+               // there are many: only what the client does not take counts as its backlog.
+               if (ChangesThatWait() <= m_server->Backlog()) return 0;
+               if (!Flush()) return -1;
+               if (ChangesThatWait() <= m_server->Backlog()) return 0;
+               m_server->ReportCutOff(m_client);
+               return -1;
+           }) != -1;
 }
 
 void AsciiSession::Leave() {
@@ -191,8 +242,31 @@ void AsciiSession::Leave() {
     reactor()->cancel_wakeup(this, READ_MASK);
 }
 
-// Sends what the client takes. False when the connection is broken.
-bool AsciiSession::Flush() {
+// Whether the client still waits for something of the answer to its last command.
+bool AsciiSession::IsAnswering() const {
+    return m_answered > 0 || !m_table.IsOver() || AwaitsTable();
+}
+
+bool AsciiSession::IsAllOut() const {
+    return m_output.empty() && m_table.IsOver();
+}
+
+std::size_t AsciiSession::ChangesThatWait() const {
+    return m_output.size() - m_answered + m_changes.size();
+}
+
+// Makes the next piece of the table when the client has taken the last.
+void AsciiSession::Refill() {
+    if (m_table.IsOver() || m_output.size() >= kPiece) return;
+    m_table.AppendTo(m_output, kPiece);
+    m_answered = m_output.size();
+    if (!m_table.IsOver()) return;
+    m_output += m_changes;
+    std::string().swap(m_changes);
+}
+
+// False when the connection is broken.
+bool AsciiSession::Send() {
     std::size_t sent = 0;
     while (sent < m_output.size()) {
         const ssize_t count = peer().send(m_output.data() + sent, m_output.size() - sent);
@@ -201,9 +275,21 @@ bool AsciiSession::Flush() {
         if (count <= 0) return false;
         sent += static_cast<std::size_t>(count);
     }
+    if (sent > 0) m_lastProgress = std::chrono::steady_clock::now();
     m_output.erase(0, sent);
     m_answered -= std::min(m_answered, sent);
-    if (m_output.empty()) {
+    return true;
+}
+
+// Sends what the client takes; of a table not all at once, for the others want to be
+// served, too. False when the connection is broken.
+bool AsciiSession::Flush() {
+    for (int piece = 0; piece < kPiecesATurn; ++piece) {
+        Refill();
+        if (!Send()) return false;
+        if (!m_output.empty() || m_table.IsOver()) break;
+    }
+    if (IsAllOut()) {
         reactor()->cancel_wakeup(this, WRITE_MASK);
     } else {
         reactor()->schedule_wakeup(this, WRITE_MASK);
