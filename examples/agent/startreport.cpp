@@ -43,18 +43,20 @@ std::string ServicesFile(const std::string& bundle) {
     return NS_BUNDLEMGR1::GetCfgDirPath() + bundle + "/svc.cfg";
 }
 
-// In the order in which the manager initialises them.
 std::vector<BundleObject*> LoadedBundles() {
-    std::vector<std::tuple<bool, int, std::string, BundleObject*>> ordered;
+    std::vector<BundleObject*> bundles;
     for (const std::string& name : ConfiguredBundles()) {
         BundleObject* const bundle = BundleMgr::Instance()->GetBundle(name);
-        const bool core = name == "zo_base_bundle" || name == "zo_domain_bundle";
-        if (bundle != nullptr) ordered.emplace_back(!core, bundle->GetBundleOrder(), name, bundle);
+        if (bundle != nullptr) bundles.push_back(bundle);
     }
-    std::sort(ordered.begin(), ordered.end());
-    std::vector<BundleObject*> bundles;
-    bundles.reserve(ordered.size());
-    for (const auto& entry : ordered) bundles.push_back(std::get<BundleObject*>(entry));
+    return bundles;
+}
+
+// Sorts them by what `key` makes of each.
+template <class Key>
+std::vector<BundleObject*> Sorted(std::vector<BundleObject*> bundles, Key key) {
+    std::sort(bundles.begin(), bundles.end(),
+              [&key](BundleObject* left, BundleObject* right) { return key(*left) < key(*right); });
     return bundles;
 }
 
@@ -63,12 +65,7 @@ std::vector<BundleObject*> LoadedBundles() {
 std::string ServiceNotLoaded(BundleObject& bundle) {
     std::map<std::string, ServiceObjectBase*> services;
     bundle.GetAllServiceObjects(services);
-    std::vector<NameValueStru> items;
-    NS_BUNDLEMGR1::GetAllCfgFrmFile(items, ServicesFile(bundle.GetName()), true);
-    for (const NameValueStru& item : items) {
-        const std::string::size_type colon = item.value.find(':');
-        if (colon == std::string::npos) continue;
-        std::string service = item.value.substr(colon + 1);
+    for (const std::string& service : ConfiguredServices(bundle.GetName())) {
         if (services.count(service) == 0) return service;
     }
     return "";
@@ -99,6 +96,31 @@ std::vector<std::string> ConfiguredBundles() {
     return names;
 }
 
+std::vector<BundleObject*> BundlesInInitOrder() {
+    return Sorted(LoadedBundles(), [](BundleObject& bundle) {
+        const std::string name = bundle.GetName();
+        const bool core = name == "zo_base_bundle" || name == "zo_domain_bundle";
+        return std::make_tuple(!core, bundle.GetBundleOrder(), name);
+    });
+}
+
+std::vector<BundleObject*> BundlesInFiniOrder() {
+    return Sorted(LoadedBundles(), [](BundleObject& bundle) {
+        return std::make_tuple(-static_cast<long>(bundle.GetBundleOrder()), bundle.GetName());
+    });
+}
+
+std::vector<std::string> ConfiguredServices(const std::string& bundle) {
+    std::vector<NameValueStru> items;
+    NS_BUNDLEMGR1::GetAllCfgFrmFile(items, ServicesFile(bundle), true);
+    std::vector<std::string> services;
+    for (const NameValueStru& item : items) {
+        const std::string::size_type colon = item.value.find(':');
+        if (colon != std::string::npos) services.push_back(item.value.substr(colon + 1));
+    }
+    return services;
+}
+
 std::vector<std::string> UnreadableServices() {
     std::vector<std::string> troubles;
     for (const std::string& name : ConfiguredBundles()) {
@@ -122,7 +144,7 @@ std::string LogTrouble() {
 }
 
 std::string BundleNotInitialised() {
-    for (BundleObject* const bundle : LoadedBundles()) {
+    for (BundleObject* const bundle : BundlesInInitOrder()) {
         const std::string service = ServiceNotLoaded(*bundle);
         if (!service.empty()) return bundle->GetName() + " (service " + service + ")";
         if (bundle->GetState() == NS_BUNDLEMGR1::BUNDLE_STATE_LOADED) return bundle->GetName();

@@ -1,42 +1,107 @@
 #include "stopsignals.h"
 
-StopSignals::StopSignals() {
+#include <string>
+
+#include <unistd.h>
+
+namespace {
+
+// A start that takes longer after it was asked to stop says what holds it up.
+constexpr std::chrono::seconds kPatience(2);
+
+constexpr timespec kInterval{0, 250 * 1000 * 1000};
+
+// The stream may be locked by a thread that hangs.
+void Print(const std::string& text) {
+    const std::string line = "zo_agent: " + text + "\n";
+    const ssize_t written = write(STDERR_FILENO, line.data(), line.size());
+    static_cast<void>(written);  // where should that be told?
+}
+
+}  // namespace
+
+StopSignals::StopSignals(const Progress& progress, int status) : m_progress(progress), m_status(status) {
     sigemptyset(&m_signals);
     sigaddset(&m_signals, SIGINT);
     sigaddset(&m_signals, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &m_signals, nullptr);
     // A peer that closes its connection is a failed write, and no reason to die.
     signal(SIGPIPE, SIG_IGN);
+    m_thread = std::thread([this] { Watch(); });
+}
+
+StopSignals::~StopSignals() {
+    m_ending = true;
+    pthread_kill(m_thread.native_handle(), SIGTERM);  // ends its waiting
+    m_thread.join();
 }
 
 bool StopSignals::Requested() {
-    const timespec now{};
-    return Fetch(&now);
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    return m_requested;
 }
 
 void StopSignals::Wait(std::chrono::seconds duration) {
-    using Clock = std::chrono::steady_clock;
-    const Clock::time_point end = Clock::now() + duration;
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_phase = Phase::RUNNING;
+    const auto requested = [this] { return m_requested; };
     if (duration.count() < 0) {
-        while (!Fetch(nullptr)) {
-        }
-        return;
-    }
-    for (Clock::duration left = duration; left >= Clock::duration::zero(); left = end - Clock::now()) {
-        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
-        const auto rest = std::chrono::duration_cast<std::chrono::nanoseconds>(left - seconds);
-        timespec timeout{};
-        timeout.tv_sec = static_cast<time_t>(seconds.count());
-        timeout.tv_nsec = static_cast<long>(rest.count());
-        if (Fetch(&timeout)) return;
+        m_changed.wait(lock, requested);
+    } else {
+        m_changed.wait_for(lock, duration, requested);
     }
 }
 
-// A signal that is not ours, or none in time, ends the waiting as well: the callers ask
-// again.
-bool StopSignals::Fetch(const timespec* timeout) {
-    if (m_requested) return true;
-    m_requested =
-        (timeout != nullptr ? sigtimedwait(&m_signals, nullptr, timeout) : sigwaitinfo(&m_signals, nullptr)) > 0;
-    return m_requested;
+void StopSignals::BeginStop() {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    m_phase = Phase::STOPPING;
+}
+
+bool StopSignals::IsStarting() {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    return m_phase == Phase::STARTING;
+}
+
+void StopSignals::Watch() {
+    for (;;) {
+        const int number = Fetch();
+        if (m_ending) return;
+        if (number != -1) TakeStop();
+        if (Clock::now() < m_tellAt) continue;
+        m_tellAt = Clock::time_point::max();
+        if (IsStarting()) Tell("");
+    }
+}
+
+// -1 when there is none in time.
+int StopSignals::Fetch() const {
+    return sigtimedwait(&m_signals, nullptr, &kInterval);
+}
+
+void StopSignals::TakeStop() {
+    ++m_stops;
+    const Phase phase = Request();
+    if (m_stops > 2) {
+        Tell("; the process ends now");
+        _exit(m_status);
+    }
+    if (m_stops == 2) {
+        Tell("; one more signal ends the process");
+    } else if (phase == Phase::STOPPING) {
+        Tell("");
+    } else if (phase == Phase::STARTING) {
+        m_tellAt = Clock::now() + kPatience;
+    }
+}
+
+// The phase in which the request came.
+StopSignals::Phase StopSignals::Request() {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    m_requested = true;
+    m_changed.notify_all();
+    return m_phase;
+}
+
+void StopSignals::Tell(const char* more) const {
+    Print(m_progress.Text() + more);
 }

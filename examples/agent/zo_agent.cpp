@@ -1,6 +1,8 @@
 // A host: loads the configured bundles, runs them, and stops them in order.
 #include <cstdio>
+#include <memory>
 #include <string>
+#include <system_error>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -10,8 +12,10 @@
 #include "bundlemgr/event.h"
 #include "bundlemgr/log.h"
 #include "options.h"
+#include "progress.h"
 #include "settingsreport.h"
 #include "startreport.h"
+#include "stepwatch.h"
 #include "stopsignals.h"
 
 namespace {
@@ -25,6 +29,7 @@ enum ExitStatus : int {
     EXIT_STOPPED = 0,
     EXIT_NOT_STARTED = 1,
     EXIT_WRONG_USAGE = 2,
+    EXIT_BROKEN_OFF = 3,
 };
 
 // A descriptor that is free goes to the next file or connection. Were it one of the
@@ -43,55 +48,80 @@ void Complain(const std::string& reason) {
 
 // Loads and initialises the bundles. "" when they are ready or a stop was requested
 // meanwhile, else the reason why they are not.
-std::string Start(StopSignals& signals) {
+std::string Start(StopSignals& signals, Progress& progress) {
     // Before the bundles, which post events and read settings from their first moment.
     if (LightEventMgr::Instance()->Init() != 1) return "the event manager cannot be started";
     for (const std::string& trouble : SettingsTroubles()) Complain(trouble);
     CorbaConfigItems::Instance()->init();
 
+    progress.Enter("the bundles to be loaded");
     const std::string logHint = ", see the log in " + NS_BUNDLEMGR1::GetNBILogPath();
     if (BundleMgr::Instance()->LoadAllBundles() != 0) return "cannot load " + BundlesNotLoaded() + logHint;
     for (const std::string& trouble : UnreadableServices()) Complain(trouble);
     if (signals.Requested()) return "";
+
+    progress.Enter("the bundles to be initialised");
+    const StepWatch steps(StepWatch::What::INITIALISATION, progress);
     const int result = BundleMgr::Instance()->InitAllBundles();
     if (result == 0) return "";
     return "cannot initialise " + BundleNotInitialised() + ", result " + std::to_string(result) + logHint;
 }
 
 // Ends whatever `Start` has begun, however far it got.
-void Stop() {
+void Stop(Progress& progress) {
     BundleMgr* const manager = BundleMgr::Instance();
-    manager->FiniAllBundles();
+    progress.Enter("the bundles to be ended");
+    {
+        const StepWatch steps(StepWatch::What::END, progress);
+        manager->FiniAllBundles();
+    }
+    progress.Enter("the threads of the bundles to end");
     // Without a CORBA side there is none to wait for.
     NS_BUNDLEMGR1::g_isUnloadingCorba = manager->GetBundle("zo_corba_bundle") == nullptr;
     manager->WaitAllBundlesThreadExit();
+    progress.Enter("the event manager to end");
     LightEventMgr::Instance()->Fini();
     LightEventMgr::Destroy();
     // From here on nobody runs but this thread; the libraries are closed now.
+    progress.Enter("the libraries of the bundles to be closed");
     BundleMgr::Destroy();
+    progress.Enter("the log to be closed");
     LogProxyDebugInfoBufMgr::Destroy();
     CorbaConfigItems::Destroy();
 }
 
+// Null, and a complaint, when there is no thread to be had.
+std::unique_ptr<StopSignals> WatchSignals(const Progress& progress) {
+    try {
+        return std::make_unique<StopSignals>(progress, EXIT_BROKEN_OFF);
+    } catch (const std::system_error& error) {
+        Complain(std::string("cannot watch for signals: ") + error.what());
+        return nullptr;
+    }
+}
+
 int Run(const Options& options) {
-    std::string reason = Unconfigured();
-    if (!reason.empty()) {
-        Complain(reason);
+    const std::string trouble = Unconfigured();
+    if (!trouble.empty()) {
+        Complain(trouble);
         return EXIT_NOT_STARTED;
     }
-    StopSignals signals;
-    reason = Start(signals);
+    Progress progress;
+    progress.Enter("the host to be set up");
+    const std::unique_ptr<StopSignals> signals = WatchSignals(progress);
+    if (signals == nullptr) return EXIT_NOT_STARTED;
+    const std::string reason = Start(*signals, progress);
     // Only now: the first records have made the directory if it can be made.
     const std::string logTrouble = LogTrouble();
     if (!logTrouble.empty()) Complain(logTrouble);
     if (!reason.empty()) {
         Complain(reason);
-    } else if (!signals.Requested()) {
+    } else if (!signals->Requested()) {
         std::printf("zo_agent: ready\n");
-        std::fflush(stdout);
-        signals.Wait(std::chrono::seconds(options.seconds));
+        signals->Wait(std::chrono::seconds(options.seconds));
     }
-    Stop();
+    signals->BeginStop();
+    Stop(progress);
     return reason.empty() ? EXIT_STOPPED : EXIT_NOT_STARTED;
 }
 
@@ -99,6 +129,8 @@ int Run(const Options& options) {
 
 int main(int argc, char* argv[]) {
     FillStandardStreams();
+    // A file or a pipe, too, has every line that was printed before a crash.
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
     Options options;
     std::string reason;
     if (!ParseOptions(argc, argv, options, reason)) {

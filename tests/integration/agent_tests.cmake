@@ -24,6 +24,7 @@ endfunction()
 
 zo_add_agent_test(agent_test)
 zo_add_agent_test(agent_load_test)
+zo_add_agent_test(agent_signals_test)
 
 add_executable(agentparts_test
     agentparts_test.cpp

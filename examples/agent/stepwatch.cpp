@@ -1,0 +1,77 @@
+#include "stepwatch.h"
+
+#include <chrono>
+#include <map>
+#include <system_error>
+
+#include "bundlemgr/bundle.h"
+#include "bundlemgr/bundlemgr.h"
+#include "startreport.h"
+
+using NS_BUNDLEMGR1::BundleObject;
+using NS_BUNDLEMGR1::ServiceObjectBase;
+
+namespace {
+
+constexpr std::chrono::milliseconds kInterval(100);
+
+// The service that is being initialised or was the last to be, or "".
+std::string LatestService(BundleObject& bundle, const std::vector<std::string>& services) {
+    std::map<std::string, ServiceObjectBase*> made;
+    bundle.GetAllServiceObjects(made);
+    std::string latest;
+    for (const std::string& service : services) {
+        if (made.count(service) != 0) latest = service;
+    }
+    return latest;
+}
+
+}  // namespace
+
+StepWatch::StepWatch(What what, Progress& progress) : m_what(what), m_progress(progress) {
+    const bool initialised = what == What::INITIALISATION;
+    for (BundleObject* const bundle : initialised ? BundlesInInitOrder() : BundlesInFiniOrder()) {
+        const std::string name = bundle->GetName();
+        m_steps.push_back({bundle, name, initialised ? ConfiguredServices(name) : std::vector<std::string>()});
+    }
+    try {
+        m_thread = std::thread([this] { Watch(); });
+    } catch (const std::system_error&) {
+        // Without a thread nobody knows more than before.
+    }
+}
+
+StepWatch::~StepWatch() {
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        m_ending = true;
+    }
+    m_end.notify_all();
+    if (m_thread.joinable()) m_thread.join();
+}
+
+void StepWatch::Watch() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    while (!m_ending) {
+        lock.unlock();
+        Look();
+        lock.lock();
+        m_end.wait_for(lock, kInterval, [this] { return m_ending; });
+    }
+}
+
+void StepWatch::Look() {
+    for (const Step& step : m_steps) {
+        if (IsDone(step)) continue;
+        const std::string service = LatestService(*step.bundle, step.services);
+        const std::string name = service.empty() ? step.name : step.name + " (service " + service + ")";
+        m_progress.Enter(name + (m_what == What::END ? " to be ended" : " to be initialised"));
+        return;
+    }
+}
+
+bool StepWatch::IsDone(const Step& step) const {
+    const int state = step.bundle->GetState();
+    return state == NS_BUNDLEMGR1::BUNDLE_STATE_FINIED ||
+           (m_what == What::INITIALISATION && state != NS_BUNDLEMGR1::BUNDLE_STATE_LOADED);
+}
