@@ -1,6 +1,4 @@
 // AsciiSvc: serves the alarms as lines of text over TCP.
-#include <cstdio>
-#include <fstream>
 #include <memory>
 
 #include <sys/stat.h>
@@ -8,6 +6,7 @@
 #include "alarmevent.h"
 #include "asciiserver.h"
 #include "eventsubscription.h"
+#include "portfile.h"
 #include "servicelog.h"
 #include "settings.h"
 
@@ -70,29 +69,10 @@ private:
         return settings;
     }
 
-    // For whoever wants to connect to a port that was picked at random. Renamed into its
-    // place, so that nobody reads half of it.
     void WritePortFile() {
         mkdir(alarms::PathInRoot("var").c_str(), 0755);  // is there as a rule
-        const std::string partial = m_portFile + ".new";
-        std::ofstream file(partial);
-        file << m_server->Port() << "\n";
-        file.close();  // a full disk shows now
-        if (file && std::rename(partial.c_str(), m_portFile.c_str()) == 0) {
-            m_writtenPort = m_server->Port();
-            return;
-        }
-        m_log.Error(__LINE__, "%s cannot be written", m_portFile.c_str());
-        std::remove(partial.c_str());
-    }
-
-    // Another agent on the same root may have put its own file in the place of ours.
-    void RemovePortFile() {
-        int port = 0;
-        if (m_writtenPort != 0 && std::ifstream(m_portFile) >> port && port == m_writtenPort) {
-            std::remove(m_portFile.c_str());
-        }
-        m_writtenPort = 0;
+        if (!m_portFile.Write(m_server->Port()))
+            m_log.Error(__LINE__, "%s cannot be written", m_portFile.Path().c_str());
     }
 
     // Also when the service is removed without ExitThreads: its code is unmapped next,
@@ -100,12 +80,11 @@ private:
     void Stop() {
         ExitThreads();
         m_server.reset();
-        RemovePortFile();
+        m_portFile.Remove();
     }
 
     alarms::ServiceLog m_log{"zo_ascii_bundle", kService, "asciisvc"};
-    const std::string m_portFile = alarms::PathInRoot("var/ascii.port");
-    int m_writtenPort = 0;  // what we have written to it; 0: nothing
+    alarms::PortFile m_portFile{alarms::PathInRoot("var/ascii.port")};
     std::unique_ptr<AsciiServer> m_server;
     alarms::EventSubscription m_events;
 };
