@@ -37,3 +37,11 @@ target_include_directories(agentparts_test PRIVATE
     "${PROJECT_SOURCE_DIR}/examples/bundles/zo_domain_bundle" "${PROJECT_SOURCE_DIR}/examples/clients")
 target_link_libraries(agentparts_test PRIVATE zo_alarm_model GTest::gtest_main)
 zo_discover_tests(agentparts_test)
+
+# The functions that it puts in place of the C library's must be found by the libraries.
+add_executable(agentparts_failures_test agentparts_failures_test.cpp)
+zo_compile_options(agentparts_failures_test)
+set_target_properties(agentparts_failures_test PROPERTIES ENABLE_EXPORTS ON)
+target_include_directories(agentparts_failures_test PRIVATE "${PROJECT_SOURCE_DIR}/tests")
+target_link_libraries(agentparts_failures_test PRIVATE zo_alarm_model GTest::gtest_main ${CMAKE_DL_LIBS})
+zo_discover_tests(agentparts_failures_test)

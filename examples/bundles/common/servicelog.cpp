@@ -1,7 +1,7 @@
 #include "servicelog.h"
 
-#include <cstdarg>
 #include <cstdio>
+#include <new>
 
 #include "bundlemgr/bundlemgr.h"
 
@@ -14,12 +14,6 @@ namespace {
 
 constexpr std::size_t kMaxRecord = 4096;  // the log proxy takes no more than that
 
-void Print(LogProxy& proxy, int level, const char* format, va_list arguments) {
-    char text[kMaxRecord];
-    std::vsnprintf(text, sizeof text, format, arguments);
-    proxy.Printf(level, "%s\n", text);
-}
-
 }  // namespace
 
 ServiceLog::ServiceLog(const char* bundle, const char* service, const char* sourceFile)
@@ -31,17 +25,26 @@ ServiceLog::ServiceLog(const char* bundle, const char* service, const char* sour
 void ServiceLog::Error(unsigned long line, const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    m_proxy->SetPosition(m_sourceFile, line);
-    Print(*m_proxy, NS_BUNDLEMGR1::LOG_LEVEL_ERROR, format, arguments);
+    Record(NS_BUNDLEMGR1::LOG_LEVEL_ERROR, line, format, arguments);
     va_end(arguments);
 }
 
 void ServiceLog::Info(unsigned long line, const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    m_proxy->SetPosition(m_sourceFile, line);
-    Print(*m_proxy, NS_BUNDLEMGR1::LOG_LEVEL_INFO, format, arguments);
+    Record(NS_BUNDLEMGR1::LOG_LEVEL_INFO, line, format, arguments);
     va_end(arguments);
+}
+
+void ServiceLog::Record(int level, unsigned long line, const char* format, va_list arguments) noexcept {
+    char text[kMaxRecord];
+    std::vsnprintf(text, sizeof text, format, arguments);
+    try {
+        m_proxy->SetPosition(m_sourceFile, line);
+        m_proxy->Printf(level, "%s\n", text);
+    } catch (const std::bad_alloc&) {
+        return;
+    }
 }
 
 }  // namespace alarms

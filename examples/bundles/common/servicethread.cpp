@@ -3,6 +3,8 @@
 #include <exception>
 #include <utility>
 
+#include <cxxabi.h>
+
 namespace alarms {
 
 namespace {
@@ -54,10 +56,14 @@ void ServiceThread::Run(const Round& round) {
 std::chrono::milliseconds ServiceThread::OneRound(const Round& round) {
     try {
         return round();
+    } catch (const abi::__forced_unwind&) {
+        throw;  // the thread is being cancelled
     } catch (const std::exception& exception) {
         m_log.Error(__LINE__, "the service's thread failed and tries again: %s", exception.what());
-        return kPauseAfterException;
+    } catch (...) {
+        m_log.Error(__LINE__, "the service's thread failed and tries again: not a standard exception");
     }
+    return kPauseAfterException;
 }
 
 }  // namespace alarms

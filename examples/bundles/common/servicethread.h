@@ -21,8 +21,8 @@ namespace alarms {
 ///
 /// The function does one round of work and returns how long to pause before the next.
 /// It must not wait for what the stopping thread may hold (in a service's fini: the
-/// locks of the bundle manager and of the bundle). An exception from it is logged, and
-/// the next round follows after a second.
+/// locks of the bundle manager and of the bundle), nor stop the thread itself. An
+/// exception from it is logged, and the next round follows after a second.
 ///
 /// Thread safety: `Start` once; `Stop` may be called by any thread, any number of times.
 class ZO_PLUGIN_EXPORT ServiceThread {
@@ -35,6 +35,9 @@ public:
     ServiceThread(const ServiceThread&) = delete;
     ServiceThread& operator=(const ServiceThread&) = delete;
 
+    /// @throws std::system_error when the system has no thread to give, std::bad_alloc
+    ///         when there is no memory for one: out of `init`, that is a service that
+    ///         cannot be initialised
     void Start(Round round);
 
     /// Ends the pause, asks the round under way to end, and returns when the thread has
