@@ -56,12 +56,13 @@ bool WaitForError(const Agent& agent, const std::string& text, std::size_t times
     return WaitFor([&] { return Count(agent.Err(), text) >= times; });
 }
 
-/// Whether the agent has said that it waits for what comes when the last service is being
-/// ended, or right after that.
+/// Whether the agent has said that it waits for something that has to do with its bundles:
+/// for which of the steps that follow each other quickly depends on the moment.
 bool TellsOfTheStop(const Agent& agent) {
     const std::string error = agent.Err();
-    return error.find("zo_agent: waiting for zo_base_bundle to be ended since 20") != std::string::npos ||
-           error.find("zo_agent: waiting for the threads of the bundles to end since 20") != std::string::npos;
+    const std::size_t begin = error.find("zo_agent: waiting for ");
+    return begin != std::string::npos && error.find(" since 20", begin) != std::string::npos &&
+           error.find("bundle", begin) < error.find(" since 20", begin);
 }
 
 // ---- Stopping ----
