@@ -1,7 +1,6 @@
 #include "servicelog.h"
 
 #include <cstdio>
-#include <new>
 
 #include "bundlemgr/bundlemgr.h"
 
@@ -39,12 +38,8 @@ void ServiceLog::Info(unsigned long line, const char* format, ...) {
 void ServiceLog::Record(int level, unsigned long line, const char* format, va_list arguments) noexcept {
     char text[kMaxRecord];
     std::vsnprintf(text, sizeof text, format, arguments);
-    try {
-        m_proxy->SetPosition(m_sourceFile, line);
-        m_proxy->Printf(level, "%s\n", text);
-    } catch (const std::bad_alloc&) {
-        return;
-    }
+    m_proxy->SetPosition(m_sourceFile, line);
+    m_proxy->Printf(level, "%s\n", text);
 }
 
 }  // namespace alarms
