@@ -20,10 +20,12 @@ void Print(const std::string& text) {
 
 }  // namespace
 
-StopSignals::StopSignals(const Progress& progress, int status) : m_progress(progress), m_status(status) {
+StopSignals::StopSignals(const Progress& progress, LogKeeper& log, int status)
+    : m_progress(progress), m_log(log), m_status(status) {
     sigemptyset(&m_signals);
     sigaddset(&m_signals, SIGINT);
     sigaddset(&m_signals, SIGTERM);
+    sigaddset(&m_signals, SIGHUP);
     pthread_sigmask(SIG_BLOCK, &m_signals, nullptr);
     // A peer that closes its connection is a failed write, and no reason to die.
     signal(SIGPIPE, SIG_IGN);
@@ -66,7 +68,9 @@ void StopSignals::Watch() {
     for (;;) {
         const int number = Fetch();
         if (m_ending) return;
-        if (number != -1) TakeStop();
+        Take(number);
+        const std::string loss = m_log.Loss();
+        if (!loss.empty()) Print(loss);
         if (Clock::now() < m_tellAt) continue;
         m_tellAt = Clock::time_point::max();
         if (IsStarting()) Tell("");
@@ -76,6 +80,11 @@ void StopSignals::Watch() {
 // -1 when there is none in time.
 int StopSignals::Fetch() const {
     return sigtimedwait(&m_signals, nullptr, &kInterval);
+}
+
+void StopSignals::Take(int number) {
+    if (number == SIGHUP) m_log.OpenNewFile();
+    if (number == SIGINT || number == SIGTERM) TakeStop();
 }
 
 void StopSignals::TakeStop() {

@@ -9,6 +9,7 @@
 
 #include <signal.h>
 
+#include "logkeeper.h"
 #include "progress.h"
 
 /// SIGINT and SIGTERM as a request to stop. They are blocked in every thread and fetched
@@ -19,13 +20,17 @@
 /// what it waits for is told on standard error if that takes long. So it is at the second
 /// signal, or at the first when the stop is under way. The third ends the process.
 ///
+/// SIGHUP makes the log go on in a new file. What the log loses is told on standard error,
+/// too, since this thread comes by all the time.
+///
 /// Made before the first other thread is, since threads inherit what is blocked.
 class StopSignals {
 public:
     /// @param progress what to tell; must live as long
+    /// @param log      must live as long
     /// @param status   exit status of the process that the third signal ends
     /// @throws std::system_error when there is no thread to be had
-    StopSignals(const Progress& progress, int status);
+    StopSignals(const Progress& progress, LogKeeper& log, int status);
     ~StopSignals();
     StopSignals(const StopSignals&) = delete;
     StopSignals& operator=(const StopSignals&) = delete;
@@ -46,12 +51,14 @@ private:
 
     void Watch();
     int Fetch() const;
+    void Take(int number);
     void TakeStop();
     Phase Request();
     bool IsStarting();
     void Tell(const char* more) const;
 
     const Progress& m_progress;
+    LogKeeper& m_log;
     const int m_status;
     sigset_t m_signals{};
     std::atomic<bool> m_ending{false};

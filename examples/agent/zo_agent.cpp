@@ -11,6 +11,7 @@
 #include "bundlemgr/bundlemgr.h"
 #include "bundlemgr/event.h"
 #include "bundlemgr/log.h"
+#include "logkeeper.h"
 #include "options.h"
 #include "progress.h"
 #include "settingsreport.h"
@@ -68,7 +69,7 @@ std::string Start(StopSignals& signals, Progress& progress) {
 }
 
 // Ends whatever `Start` has begun, however far it got.
-void Stop(Progress& progress) {
+void Stop(Progress& progress, LogKeeper& log) {
     BundleMgr* const manager = BundleMgr::Instance();
     progress.Enter("the bundles to be ended");
     {
@@ -86,14 +87,15 @@ void Stop(Progress& progress) {
     progress.Enter("the libraries of the bundles to be closed");
     BundleMgr::Destroy();
     progress.Enter("the log to be closed");
+    log.End();
     LogProxyDebugInfoBufMgr::Destroy();
     CorbaConfigItems::Destroy();
 }
 
 // Null, and a complaint, when there is no thread to be had.
-std::unique_ptr<StopSignals> WatchSignals(const Progress& progress) {
+std::unique_ptr<StopSignals> WatchSignals(const Progress& progress, LogKeeper& log) {
     try {
-        return std::make_unique<StopSignals>(progress, EXIT_BROKEN_OFF);
+        return std::make_unique<StopSignals>(progress, log, EXIT_BROKEN_OFF);
     } catch (const std::system_error& error) {
         Complain(std::string("cannot watch for signals: ") + error.what());
         return nullptr;
@@ -107,13 +109,15 @@ int Run(const Options& options) {
         return EXIT_NOT_STARTED;
     }
     Progress progress;
+    LogKeeper log;
     progress.Enter("the host to be set up");
-    const std::unique_ptr<StopSignals> signals = WatchSignals(progress);
+    const std::unique_ptr<StopSignals> signals = WatchSignals(progress, log);
     if (signals == nullptr) return EXIT_NOT_STARTED;
     const std::string reason = Start(*signals, progress);
     // Only now: the first records have made the directory if it can be made.
     const std::string logTrouble = LogTrouble();
     if (!logTrouble.empty()) Complain(logTrouble);
+    log.Begin(!logTrouble.empty());
     if (!reason.empty()) {
         Complain(reason);
     } else if (!signals->Requested()) {
@@ -121,7 +125,7 @@ int Run(const Options& options) {
         signals->Wait(std::chrono::seconds(options.seconds));
     }
     signals->BeginStop();
-    Stop(progress);
+    Stop(progress, log);
     return reason.empty() ? EXIT_STOPPED : EXIT_NOT_STARTED;
 }
 

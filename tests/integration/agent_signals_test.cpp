@@ -1,6 +1,8 @@
 // Ending the agent, also when it does not end.
 #include <chrono>
 #include <csignal>
+#include <filesystem>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 
@@ -143,6 +145,84 @@ TEST(AgentSignals, ThreeSignalsEndAnAgentWhoseServiceHangsInItsInit) {
 
     EXPECT_EQ(agent.Process().Wait(), kBrokenOff);
     close(hold);
+}
+
+// ---- The log ----
+
+std::size_t LogFiles(const AgentRoot& root) {
+    const std::filesystem::directory_iterator files(root / "log/Develop/nbi/Agent_CORBA");
+    return static_cast<std::size_t>(std::distance(begin(files), end(files)));
+}
+
+/// Lets the agent write records, as a client that comes and goes.
+void KnockAt(const Agent& agent) {
+    LineClient client(agent.TextPort());
+    client.Send("QUIT\n");
+    EXPECT_EQ(client.ReadToEnd(), "BYE\n");
+}
+
+TEST(AgentLog, GoesOnInANewFileAtSighup) {
+    const AgentRoot root;
+    Agent agent(root);
+    ASSERT_TRUE(agent.WaitUntilReady());
+    ASSERT_EQ(LogFiles(root), 1U);
+    const int port = agent.TextPort();
+
+    // Within the second of the first file the new one would have its name.
+    EXPECT_TRUE(WaitFor([&] {
+        agent.Process().Signal(SIGHUP);
+        KnockAt(agent);
+        return agent.Process().HasEnded() || LogFiles(root) > 1;
+    }));
+
+    ASSERT_FALSE(agent.Process().HasEnded());
+    EXPECT_EQ(agent.TextPort(), port);
+    EXPECT_EQ(agent.Stop(), 0);
+    EXPECT_EQ(agent.Err(), "");
+    const std::string log = root.Log();
+    EXPECT_EQ(Count(log, " connected\n"), Count(log, " disconnected\n"));
+    EXPECT_EQ(Count(log, "\n<1>\n") + (log.rfind("<1>\n", 0) == 0 ? 1 : 0), 1U) << log;
+}
+
+TEST(AgentLog, SighupDuringAnInitThatHangsIsObeyed) {
+    const HeldRoot root(false);
+    Agent agent(root, {}, WithHoldBundle());
+    const int hold = root.WaitUntilHeld();
+    ASSERT_NE(hold, -1) << agent.Err();
+
+    EXPECT_TRUE(WaitFor([&] {
+        agent.Process().Signal(SIGHUP);
+        return agent.Process().HasEnded() || LogFiles(root) > 1;
+    }));
+
+    EXPECT_FALSE(agent.Process().HasEnded());
+    close(hold);
+    EXPECT_TRUE(agent.WaitUntilReady());
+    EXPECT_EQ(agent.Stop(), 0);
+}
+
+TEST(AgentLog, WhatItLosesIsToldWhenThatBeginsAndWhenItIsOver) {
+    const AgentRoot root;
+    Agent agent(root);
+    ASSERT_TRUE(agent.WaitUntilReady());
+    EXPECT_EQ(agent.Err(), "");
+
+    // A file in the place of the directory, and no name that the open one could keep.
+    std::filesystem::rename(root / "log", root / "old");
+    root.Write("log", "in the way\n");
+    EXPECT_TRUE(WaitFor([&] {
+        agent.Process().Signal(SIGHUP);
+        KnockAt(agent);
+        return !agent.Err().empty();
+    }));
+    EXPECT_EQ(agent.Err().rfind("zo_agent: the log loses records since 20", 0), 0U) << agent.Err();
+
+    std::filesystem::remove(root / "log");
+    std::filesystem::rename(root / "old", root / "log");
+    KnockAt(agent);
+    EXPECT_TRUE(WaitForError(agent, "zo_agent: the log is kept again, "));
+    EXPECT_EQ(Count(agent.Err(), "\n"), 2U) << agent.Err();
+    EXPECT_EQ(agent.Stop(), 0);
 }
 
 // ---- Standard output ----

@@ -28,12 +28,14 @@ zo_add_agent_test(agent_signals_test)
 
 add_executable(agentparts_test
     agentparts_test.cpp
+    "${PROJECT_SOURCE_DIR}/examples/agent/lossreport.cpp"
     "${PROJECT_SOURCE_DIR}/examples/bundles/zo_base_bundle/alarmtableimpl.cpp"
     "${PROJECT_SOURCE_DIR}/examples/bundles/zo_domain_bundle/feedfollower.cpp"
     "${PROJECT_SOURCE_DIR}/examples/clients/changejudge.cpp")
 zo_compile_options(agentparts_test)
 target_include_directories(agentparts_test PRIVATE
-    "${PROJECT_SOURCE_DIR}/tests" "${PROJECT_SOURCE_DIR}/examples/bundles/zo_base_bundle"
+    "${PROJECT_SOURCE_DIR}/tests" "${PROJECT_SOURCE_DIR}/examples/agent"
+    "${PROJECT_SOURCE_DIR}/examples/bundles/zo_base_bundle"
     "${PROJECT_SOURCE_DIR}/examples/bundles/zo_domain_bundle" "${PROJECT_SOURCE_DIR}/examples/clients")
 target_link_libraries(agentparts_test PRIVATE zo_alarm_model GTest::gtest_main)
 zo_discover_tests(agentparts_test)

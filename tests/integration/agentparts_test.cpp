@@ -22,6 +22,7 @@
 #include "changejudge.h"
 #include "eventsubscription.h"
 #include "feedfollower.h"
+#include "lossreport.h"
 #include "refusallog.h"
 #include "servicelog.h"
 #include "servicethread.h"
@@ -261,6 +262,63 @@ TEST(AgentRefusalLog, TellsOnceHoweverManyThreadsAsk) {
     }
     for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(told, kAddresses);
+}
+
+// ---- LossReport ----
+
+using LossTime = LossReport::TimePoint;
+
+NS_BUNDLEMGR1::LogLoss Losing(unsigned long long records) {
+    NS_BUNDLEMGR1::LogLoss loss;
+    loss.records = records;
+    loss.since = ACE_Time_Value(1709251509);  // 2024-03-01 00:05:09 UTC
+    return loss;
+}
+
+NS_BUNDLEMGR1::LogLoss Keeping(unsigned long long lost) {
+    NS_BUNDLEMGR1::LogLoss loss;
+    loss.records = lost;
+    return loss;
+}
+
+TEST(AgentLossReport, TellsWhenALossBeginsAndWhenItIsOver) {
+    const test::ScopedEnv zone("TZ", "UTC");
+    tzset();
+    LossReport report(false);
+    const LossTime now{};
+    EXPECT_EQ(report.Next(Keeping(0), now), "");
+    EXPECT_EQ(report.Next(Losing(1), now), "the log loses records since 2024-03-01 00:05:09");
+    EXPECT_EQ(report.Next(Losing(500), now + std::chrono::hours(1)), "");
+    EXPECT_EQ(report.Next(Keeping(700), now + std::chrono::hours(2)), "the log is kept again, 700 records were lost");
+    EXPECT_EQ(report.Next(Keeping(700), now + std::chrono::hours(3)), "");
+    EXPECT_NE(report.Next(Losing(701), now + std::chrono::hours(4)), "");
+    EXPECT_EQ(report.Next(Keeping(702), now + std::chrono::hours(5)), "the log is kept again, 2 records were lost");
+}
+
+TEST(AgentLossReport, TellsOfOneLossAMinute) {
+    LossReport report(false);
+    const LossTime now{};
+    EXPECT_NE(report.Next(Losing(1), now), "");
+    EXPECT_NE(report.Next(Keeping(1), now + std::chrono::seconds(1)), "");
+    EXPECT_EQ(report.Next(Losing(2), now + std::chrono::seconds(2)), "");
+    EXPECT_EQ(report.Next(Keeping(3), now + std::chrono::seconds(3)), "");
+    EXPECT_EQ(report.Next(Losing(4), now + std::chrono::seconds(59)), "");
+    EXPECT_NE(report.Next(Losing(4), now + std::chrono::seconds(60)), "");
+    EXPECT_EQ(report.Next(Keeping(4), now + std::chrono::seconds(61)), "the log is kept again, 3 records were lost");
+}
+
+TEST(AgentLossReport, TellsOfALossThatWasOverBeforeAnybodyLooked) {
+    LossReport report(false);
+    const LossTime now{};
+    EXPECT_EQ(report.Next(Keeping(3), now), "the log is kept again, 3 records were lost");
+    EXPECT_EQ(report.Next(Keeping(3), now + std::chrono::hours(1)), "");
+}
+
+TEST(AgentLossReport, OfALossThatIsKnownItTellsTheEndAlone) {
+    LossReport report(true);
+    const LossTime now{};
+    EXPECT_EQ(report.Next(Losing(5), now), "");
+    EXPECT_EQ(report.Next(Keeping(9), now), "the log is kept again, 9 records were lost");
 }
 
 // ---- FeedFollower ----
