@@ -163,8 +163,11 @@ public:
 
     /// @cond INTERNAL
     /// The interface that the service of that name publishes, or null; also null for a
-    /// service that has been finalised or destroyed. For the interface proxies.
-    ServiceInterface* FindServiceInterface(const std::string& serviceName);
+    /// service that has been finalised or destroyed, and for an interface that `cast` takes
+    /// for none of the type that is sought. For the interface proxies.
+    /// @param typed what `cast` made of it
+    ServiceInterface* FindServiceInterface(const std::string& serviceName, void* (*cast)(ServiceInterface*),
+                                           void*& typed);
     /// @endcond
 
 protected:
@@ -182,8 +185,6 @@ private:
     void Forget(const std::string& serviceName);
     void ExitThreadsOf(const std::string& serviceName);
     std::vector<std::string> NamesToUnload();
-
-    std::atomic<int> m_nLoaders;  ///< Threads in `LoadAllServiceObjects`.
 
     /// Which object each name stands for (see `LiveServices`): the pointers in the
     /// table outlive the services they point to.
@@ -253,7 +254,8 @@ ZO_EXPORT extern ACE_Thread_Mutex _g_actualmutex;
 /// @param name name of the interface, that is, of the service that publishes it
 /// @return the list of interfaces known under `name`, created empty if there was
 ///         none; valid until the process ends. Reading or appending to it is the
-///         caller's, at a time when no other thread looks up or sets that name
+///         caller's, at a time when no other thread looks up or sets that name. Who has an
+///         interface replaced by another one at the same address uses `SetIFBuf`
 ZO_EXPORT std::vector<ServiceInterface*>* CheckIFBuf(const std::string& name);
 
 /// Replaces the list under `name` by the one interface `iface`.

@@ -57,15 +57,14 @@ void Assert(bool condition, const char* expression, SourceLine line) {
     std::abort();  // for a host that has masked ACE's log, which aborts only what it prints
 }
 
-void ReportThrown(const char* operation, const std::string& serviceName, const std::string& what) {
-    g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: %s of service %s threw: %s\n", operation, serviceName.c_str(),
-                what.c_str());
+void ReportThrown(const char* operation, const std::string& serviceName, const char* what) {
+    g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: %s of service %s threw: %s\n", operation, serviceName.c_str(), what);
 }
 
 // A service that throws must not keep the others from being ended.
 template <class Action>
 void Contain(const char* operation, const std::string& serviceName, Action action) {
-    ReportException(action, [&](const std::string& what) { ReportThrown(operation, serviceName, what); });
+    ReportException(action, [&](const char* what) { ReportThrown(operation, serviceName, what); });
 }
 
 std::string ServiceConfigurationPath(const std::string& bundleName) {
@@ -79,13 +78,8 @@ bool IsManagerFinalising() {
 }
 
 void Finalize(const std::string& serviceName, ACE_Service_Type& entry) {
-    const ServiceObjectBase* const service = ServiceRepository::ObjectOf(entry);
-    const unsigned long id = LiveServices::IdOf(service);
-    LiveServices::Retire(service);
-    const InService scope;
-    ServiceRepository::Finalize(entry, [&](const std::string& what) { ReportThrown("fini", serviceName, what); });
-    // Without an exterminator the object was freed without its destructor.
-    if (id != 0) LiveServices::Leave(service, id);
+    const ServiceEnd end(ServiceRepository::ObjectOf(entry));
+    ServiceRepository::Finalize(entry, [&](const char* what) { ReportThrown("fini", serviceName, what); });
 }
 
 void FinalizeAll(const std::string& serviceName, const std::vector<ServiceEntry>& entries) {
@@ -136,9 +130,11 @@ struct Start {
 Start StartService(const std::string& serviceName, const std::string& directive, BundleObject& bundle) {
     for (bool isAnnounced = false;; isAnnounced = true) {
         std::vector<ServiceEntry> namesakes;
+        std::optional<int> stop = StopOf(bundle, serviceName);
+        if (stop) return Start{*stop, true};
         {
             ServiceRepository turn;
-            const std::optional<int> stop = StopOf(bundle, serviceName);
+            stop = StopOf(bundle, serviceName);
             if (stop) return Start{*stop, true};
             if (!isAnnounced) Log(kLineInitService, "\n===== Init Service -[ %s ] =====\n", serviceName.c_str());
             namesakes = turn.TakeActive(serviceName);
@@ -150,6 +146,8 @@ Start StartService(const std::string& serviceName, const std::string& directive,
         FinalizeAll(serviceName, namesakes);
     }
 }
+
+std::atomic<int> g_loaders{0};  // threads in LoadAllServiceObjects
 
 // Counts for its life.
 class Count {
@@ -165,7 +163,7 @@ private:
 
 }  // namespace
 
-BundleObject::BundleObject() : m_nState(BUNDLE_STATE_LOADED), m_pInterface(nullptr), m_nLoaders(0) {
+BundleObject::BundleObject() : m_nState(BUNDLE_STATE_LOADED), m_pInterface(nullptr) {
     LiveBundles::Enter(this);
 }
 
@@ -212,9 +210,14 @@ void BundleObject::RegisterServiceObject(const char* serviceName, ServiceObjectB
     if (IsEndedElsewhere(strSvcName)) Forget(strSvcName);
     Assert(m_serviceObjectMap.find(strSvcName) == m_serviceObjectMap.end(),
            "m_serviceObjectMap.find(strSvcName) == m_serviceObjectMap.end()", kLineAssertNewService);
-    m_vecServiceNames.push_back(strSvcName);
-    m_serviceObjectMap[strSvcName] = service;
-    m_mapServiceIds[strSvcName] = LiveServices::IdOf(service);
+    try {
+        m_mapServiceIds[strSvcName] = LiveServices::IdOf(service);
+        m_serviceObjectMap[strSvcName] = service;
+        m_vecServiceNames.push_back(strSvcName);
+    } catch (...) {
+        Forget(strSvcName);
+        throw;
+    }
 }
 
 void BundleObject::RemoveServiceObject(const char* serviceName) {
@@ -246,14 +249,18 @@ void BundleObject::GetAllServiceObjects(std::map<std::string, ServiceObjectBase*
     for (const auto& entry : m_serviceObjectMap) out[entry.first] = entry.second;
 }
 
-ServiceInterface* BundleObject::FindServiceInterface(const std::string& serviceName) {
+ServiceInterface* BundleObject::FindServiceInterface(const std::string& serviceName, void* (*cast)(ServiceInterface*),
+                                                     void*& typed) {
     const HeldBundle held(m_lock);
     std::map<std::string, ServiceObjectBase*> services;
     GetAllServiceObjects(services);
     const auto found = services.find(serviceName);
     if (found == services.end()) return nullptr;
     const ServiceCall call(found->second, IdOf(serviceName), ServiceCall::kUse);
-    return call ? found->second->GetInterface() : nullptr;
+    ServiceInterface* const iface = call ? found->second->GetInterface() : nullptr;
+    // Here, where the service, and with it the interface, cannot go.
+    typed = iface != nullptr ? cast(iface) : nullptr;
+    return typed != nullptr ? iface : nullptr;
 }
 
 // Those below are for threads that hold the lock.
@@ -276,7 +283,8 @@ bool BundleObject::IsEndedElsewhere(const std::string& serviceName) const {
 
 void BundleObject::AwaitEndElsewhere(const std::string& serviceName) {
     if (InService::IsActive() || !IsEndedElsewhere(serviceName)) return;
-    LiveServices::AwaitEnd(m_serviceObjectMap[serviceName], IdOf(serviceName));
+    const ServiceObjectBase* const service = m_serviceObjectMap[serviceName];
+    LiveServices::AwaitEnd(service, LiveServices::IdOf(service));
 }
 
 void BundleObject::Forget(const std::string& serviceName) {
@@ -315,7 +323,7 @@ int BundleObject::LoadAllServiceObjects() {
         Log(kLineNoConfiguration, "\n===== get svc cfg is empty, proc will exit and stop to init Service =====\n");
         return kNoConfiguration;
     }
-    const Count loader(m_nLoaders);
+    const Count loader(g_loaders);
     SVC_Config_Param configuration(path.c_str());
     for (const std::string& name : configuration.GetServiceNames()) {
         if (IsManagerFinalising()) return kStoppedByManager;
@@ -345,11 +353,12 @@ void BundleObject::UnLoadAllServiceObjects() {
     }
 }
 
-// A copy, newest first, since a service's fini may take it out of the table. Where this
-// bundle's services are being loaded, one may be on its way that is not in the table yet:
-// the configurator is waited for, as the loading does before it looks for a stop.
+// A copy, newest first, since a service's fini may take it out of the table. At the end, while
+// any services are still being loaded, one may be on its way that is not in the table yet: the
+// configurator is waited for, as the loading does before it looks for a stop.
 std::vector<std::string> BundleObject::NamesToUnload() {
-    if (m_vecServiceNames.empty() && m_nLoaders == 0) return {};
+    const bool mayGrow = IsManagerFinalising() && g_loaders > 0;
+    if (m_vecServiceNames.empty() && !mayGrow) return {};
     const ServiceRepository turn;
     return {m_vecServiceNames.rbegin(), m_vecServiceNames.rend()};
 }

@@ -2,30 +2,39 @@
 #pragma once
 
 #include <exception>
-#include <string>
 
 namespace NS_BUNDLEMGR1 {
 
-/// For use inside a catch block. @return the exception's `what()`, where it has one
-inline std::string CurrentException() {
+/// For use inside a catch block. Calls `report` with the exception's `what()`, where it has
+/// one. The text lives as long as that call.
+template <class Report>
+void TellCurrentException(Report report) {
     try {
         throw;
     } catch (const std::exception& exception) {
-        return exception.what();
+        report(exception.what());
     } catch (...) {
-        return "an exception of unknown type";
+        report("an exception of unknown type");
     }
 }
 
 /// Runs `action`; an exception from it ends here, with a call of `report` that gets its
-/// text. What ends a thread is no exception and goes on.
+/// text, and what that throws, for want of memory, say, ends here, too. What ends a thread is
+/// no exception and goes on.
+/// @return whether `action` came to its end
 template <class Action, class Report>
-void ReportException(Action action, Report report) {
+bool ReportException(Action action, Report report) {
     try {
         action();
+        return true;
     } catch (...) {
         if (std::current_exception() == nullptr) throw;  // pthread_exit or a cancelled thread
-        report(CurrentException());
+        try {
+            TellCurrentException(report);
+        } catch (const std::exception&) {
+            // Nobody can be told.
+        }
+        return false;
     }
 }
 

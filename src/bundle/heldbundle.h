@@ -7,9 +7,9 @@ namespace NS_BUNDLEMGR1 {
 
 /// Held while a bundle's services are entered, asked and ended.
 ///
-/// The manager's table comes before a bundle in the order of locks, and whoever holds the
-/// table may wait for this thread. So a thread that holds a bundle, a service that is being
-/// ended, say, looks bundles up in `LiveBundles` instead.
+/// Whoever holds the manager's table runs user code meanwhile, which may wait for this thread.
+/// So a thread that holds a bundle, since it ends a service, say, looks bundles up in
+/// `LiveBundles` instead.
 class HeldBundle : public NestedGuard {
 public:
     explicit HeldBundle(ACE_Recursive_Thread_Mutex& lock) : NestedGuard(lock, LockRank::kBundle) {}

@@ -7,6 +7,7 @@
 #include <unordered_map>
 
 #include "bundle/nestedlock.h"
+#include "bundlemgr/bundle.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -25,6 +26,7 @@ struct LiveService {
     bool isMade = false;    // by a factory that told so; see MarkMade
     bool isRetired = false;
     bool isGivenUp = false;
+    ServiceObjectBase* orphan = nullptr;  // this one, when its callers are to destroy it
     std::vector<std::thread::id> callers;
 };
 
@@ -123,6 +125,7 @@ void GiveUp(const ServiceObjectBase* service, unsigned long id) {
         live->isGivenUp = true;
     } else {
         Live().services.erase(service);
+        Live().changed.notify_all();
     }
 }
 
@@ -146,6 +149,15 @@ void Retire(const ServiceObjectBase* service) {
     Await(service, id, [](const LiveService& live) { return !live.IsCalledByOthers(); });
 }
 
+bool LeaveToCallers(ServiceObjectBase* service) {
+    const std::lock_guard<std::mutex> guard(Live().mutex);
+    LiveService* const live = Live().Find(service);
+    if (live == nullptr || !live->IsCalledByOthers()) return false;
+    live->isGivenUp = true;
+    live->orphan = service;
+    return true;
+}
+
 bool IsRetiredElsewhere(const ServiceObjectBase* service, unsigned long id) {
     const std::lock_guard<std::mutex> guard(Live().mutex);
     const LiveService* const live = Live().Find(service, id);
@@ -167,12 +179,17 @@ ServiceCall::ServiceCall(const ServiceObjectBase* service, unsigned long id, Pur
 }
 
 ServiceCall::~ServiceCall() {
-    if (m_nId == 0) return;
+    if (m_nId != 0) delete EndCall();
+}
+
+// @return the service, when it is left to this thread to destroy it, or null
+ServiceObjectBase* ServiceCall::EndCall() const {
     const std::lock_guard<std::mutex> guard(Live().mutex);
     LiveService* const live = Live().Find(m_pService, m_nId);
-    if (live == nullptr) return;  // it removed itself
+    if (live == nullptr) return nullptr;  // it removed itself
     live->callers.erase(std::find(live->callers.begin(), live->callers.end(), std::this_thread::get_id()));
     Live().changed.notify_all();
+    return live->callers.empty() ? live->orphan : nullptr;
 }
 
 ServiceBirth::ServiceBirth(const std::string& bundleName, BundleObject* bundle)

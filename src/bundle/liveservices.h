@@ -45,6 +45,11 @@ bool MayVanish(const ServiceObjectBase* service);
 /// are let go of while it waits.
 void Retire(const ServiceObjectBase* service);
 
+/// The configurator wants the object destroyed, which may have failed to initialise, under
+/// its lock, which those who are in a call may be waiting for.
+/// @return false when nobody else is in a call; otherwise the last one to come back destroys it
+bool LeaveToCallers(ServiceObjectBase* service);
+
 /// @return whether another thread is ending the object of that number
 bool IsRetiredElsewhere(const ServiceObjectBase* service, unsigned long id);
 
@@ -89,8 +94,30 @@ public:
     explicit operator bool() const { return m_nId != 0; }
 
 private:
+    ServiceObjectBase* EndCall() const;
+
     const ServiceObjectBase* const m_pService;
     unsigned long m_nId = 0;
+    const InService m_scope;
+};
+
+/// The end of a service on this thread: nobody else calls it from now on, and with this object
+/// it is there no more.
+class ServiceEnd {
+public:
+    explicit ServiceEnd(const ServiceObjectBase* service) : m_pService(service), m_nId(LiveServices::IdOf(service)) {
+        LiveServices::Retire(service);
+    }
+    ~ServiceEnd() {
+        // Without an exterminator the object was freed without its destructor.
+        if (m_nId != 0) LiveServices::Leave(m_pService, m_nId);
+    }
+    ServiceEnd(const ServiceEnd&) = delete;
+    ServiceEnd& operator=(const ServiceEnd&) = delete;
+
+private:
+    const ServiceObjectBase* const m_pService;
+    const unsigned long m_nId;
     const InService m_scope;
 };
 

@@ -48,6 +48,16 @@ void HeldLocks::acquire() {
         awaited->m_lock.release();
         awaited = busy;
     }
+    Restore();
+}
+
+int HeldLocks::tryacquire() {
+    if (TryAllBut(nullptr) != nullptr) return -1;
+    Restore();
+    return 0;
+}
+
+void HeldLocks::Restore() {
     t_innermost = m_pReleased;
     m_pReleased = nullptr;
 }

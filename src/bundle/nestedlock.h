@@ -11,9 +11,10 @@ enum class LockRank { kTable, kBundle };
 /// Holds a recursive lock for its life.
 ///
 /// The library calls user code under these locks, and that code takes further ones in
-/// whatever order it likes. So no thread ever waits for a lock while it holds one of these:
-/// it lets go of all it has, and takes everything back when it has got what it waited for.
-/// Whoever takes a lock must therefore expect that others have had those it held already.
+/// whatever order it likes. So a thread that has to wait for one of these, or for what a
+/// `YieldingGuard` holds, lets go of all that it holds by guards, and takes everything back
+/// with what it waited for. Whoever takes a lock must therefore expect that others have had
+/// those it held already.
 class NestedGuard {
 public:
     NestedGuard(ACE_Recursive_Thread_Mutex& lock, LockRank rank);
@@ -41,10 +42,14 @@ public:
     /// Takes back what was released.
     void acquire();
 
+    /// Takes back what was released unless another thread has some of it. @return 0, or -1
+    int tryacquire();
+
 private:
     friend class NestedGuard;
 
     const NestedGuard* TryAllBut(const NestedGuard* taken) const;
+    void Restore();
 
     const NestedGuard* m_pReleased = nullptr;  // the innermost
 };

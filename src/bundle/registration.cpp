@@ -12,7 +12,7 @@ namespace {
 
 CoreLog g_log("registration");
 
-std::string LibraryOf(BundleObject* (*create)()) {
+const char* LibraryOf(BundleObject* (*create)()) {
     Dl_info info{};
     const bool known = dladdr(reinterpret_cast<const void*>(create), &info) != 0 && info.dli_fname != nullptr;
     return known ? info.dli_fname : "an unknown library";
@@ -22,19 +22,21 @@ std::string LibraryOf(BundleObject* (*create)()) {
 
 BundleRegistration::BundleRegistration(BundleObject* (*create)()) noexcept : m_pBundle(nullptr) {
     // An exception must not unwind through the dynamic loader, which would stay locked.
-    try {
-        m_pBundle = create();
-        BundleMgr::Instance()->RegisterBundle(m_pBundle);
-    } catch (...) {
-        g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: The bundle of %s was not created: %s\n",
-                    LibraryOf(create).c_str(), CurrentException().c_str());
-    }
+    ReportException(
+        [this, create] {
+            m_pBundle = create();
+            BundleMgr::Instance()->RegisterBundle(m_pBundle);
+        },
+        [create](const char* what) {
+            g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: The bundle of %s was not created: %s\n", LibraryOf(create),
+                        what);
+        });
 }
 
 BundleRegistration::~BundleRegistration() {
     if (m_pBundle == nullptr) return;
-    const auto report = [](const std::string& what) {
-        g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: A bundle that was not stopped ended with: %s\n", what.c_str());
+    const auto report = [](const char* what) {
+        g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: A bundle that was not stopped ended with: %s\n", what);
     };
     // Where a host ends without having stopped, services would outlive their bundle.
     if (m_pBundle->GetState() != BUNDLE_STATE_FINIED) {
@@ -44,23 +46,21 @@ BundleRegistration::~BundleRegistration() {
 }
 
 ACE_Service_Object* MakeService(const char* serviceName, ACE_Service_Object* (*create)()) noexcept {
-    try {
-        ACE_Service_Object* const service = create();
-        LiveServices::MarkMade(dynamic_cast<ServiceObjectBase*>(service));
-        return service;
-    } catch (...) {
-        g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: Service %s was not created: %s\n", serviceName,
-                    CurrentException().c_str());
-        return nullptr;
-    }
+    ACE_Service_Object* service = nullptr;
+    ReportException(
+        [&service, create] {
+            service = create();
+            LiveServices::MarkMade(dynamic_cast<ServiceObjectBase*>(service));
+        },
+        [serviceName](const char* what) {
+            g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: Service %s was not created: %s\n", serviceName, what);
+        });
+    return service;
 }
 
 void DestroyService(void* service) {
     auto* const object = static_cast<ACE_Service_Object*>(service);
-    // The configurator destroys what failed to initialise, and does not know who is
-    // calling it meanwhile.
-    LiveServices::Retire(dynamic_cast<ServiceObjectBase*>(object));
-    delete object;
+    if (!LiveServices::LeaveToCallers(dynamic_cast<ServiceObjectBase*>(object))) delete object;
 }
 
 }  // namespace NS_BUNDLEMGR1

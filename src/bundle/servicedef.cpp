@@ -59,7 +59,8 @@ void ServiceObjectBase::RemoveInterface() {
 int ServiceObjectBase::fini() {
     // Whoever removes it tells that it is gone, as does its destructor; one that calls this
     // by itself goes on. Only what the configurator frees without a destructor is told here.
-    if (LiveServices::MayVanish(this) && !ServiceRepository::Keeps(this)) LiveServices::Leave(this);
+    const bool isMade = !ServiceBirth::Any();
+    if (isMade && LiveServices::MayVanish(this) && !ServiceRepository::MayKeep(this)) LiveServices::Leave(this);
     g_log.Print(kLineFini, LOG_LEVEL_INFO, "\n===== Start to Finalize -[ %s ] =====\n", GetName());
     return 0;
 }

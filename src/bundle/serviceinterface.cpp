@@ -82,9 +82,23 @@ bool IsEmpty(const InterfaceEntry& entry) {
     return entry.list.empty();
 }
 
-void Append(InterfaceEntry& entry, ServiceInterface* iface) {
+// Another interface may lie where the verified one was.
+void ForgetVerified(InterfaceEntry& entry) {
+    for (auto& [type, verified] : entry.verified) verified.first = VerifiedInterface::Nothing();
+}
+
+void SetVerified(VerifiedInterface& verified, const ServiceInterface* first, void* typed) {
+    verified.typed.store(typed, std::memory_order_relaxed);
+    verified.first.store(first, std::memory_order_release);
+}
+
+void Append(InterfaceEntry& entry, ServiceInterface* iface, VerifiedInterface& verified, void* typed) {
     const Guard guard(TheRegistry().mutex);
     std::vector<ServiceInterface*>& list = entry.list;
+    if (list.empty()) {
+        ForgetVerified(entry);
+        SetVerified(verified, iface, typed);
+    }
     if (list.size() == list.capacity()) {
         std::vector<ServiceInterface*> larger;
         larger.reserve(2 * list.size() + kUsualListSize);
@@ -108,7 +122,7 @@ __attribute__((no_sanitize("thread"))) const void* FirstOf(const std::vector<Ser
     Element* const* const ends = reinterpret_cast<Element* const*>(&list);
     Element* const begin = __atomic_load_n(&ends[0], __ATOMIC_RELAXED);
     Element* const end = __atomic_load_n(&ends[1], __ATOMIC_RELAXED);
-    return begin != end ? __atomic_load_n(begin, __ATOMIC_RELAXED) : VerifiedInterface::Nothing();
+    return begin != nullptr && begin != end ? __atomic_load_n(begin, __ATOMIC_RELAXED) : VerifiedInterface::Nothing();
 }
 
 // A search on the calling thread. A service's GetInterface, which it calls, may search in its
@@ -154,8 +168,7 @@ std::vector<ServiceInterface*>* CheckIFBuf(const std::string& name) {
 void SetIFBuf(const std::string& name, ServiceInterface* iface) {
     const Guard guard(TheRegistry().mutex);
     InterfaceEntry& entry = EntryOf(name);
-    // Another interface may lie where the verified one was.
-    for (auto& [type, verified] : entry.verified) verified.first = VerifiedInterface::Nothing();
+    ForgetVerified(entry);
     entry.list.assign(1, iface);
 }
 
@@ -190,8 +203,7 @@ void* InterfaceProxyBase::Verify(CastFn cast) {
     void* const typed = first != nullptr ? cast(first) : nullptr;
     // Somebody may have set, or searched for, an interface of another type.
     if (first != nullptr && typed == nullptr) throw InterfaceNotExistException();
-    m_pVerified->typed.store(typed, std::memory_order_relaxed);
-    m_pVerified->first.store(first, std::memory_order_release);
+    SetVerified(*m_pVerified, first, typed);
     return typed;
 }
 
@@ -204,8 +216,9 @@ void InterfaceProxyBase::Search(CastFn cast) {
     if (!IsEmpty(*m_pEntry)) return;
     for (BundleObject* const bundle : bundles) {
         if (bundle == nullptr) continue;
-        ServiceInterface* const iface = bundle->FindServiceInterface(m_strInterfaceName);
-        if (iface != nullptr && cast(iface) != nullptr) Append(*m_pEntry, iface);
+        void* typed = nullptr;
+        ServiceInterface* const iface = bundle->FindServiceInterface(m_strInterfaceName, cast, typed);
+        if (iface != nullptr) Append(*m_pEntry, iface, *m_pVerified, typed);
     }
 }
 

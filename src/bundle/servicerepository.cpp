@@ -85,9 +85,9 @@ std::vector<ServiceEntry> ServiceRepository::TakeActive(const std::string& name)
     return taken;
 }
 
-bool ServiceRepository::Keeps(const ServiceObjectBase* service) {
+bool ServiceRepository::MayKeep(const ServiceObjectBase* service) {
     const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(Repository().lock(), false);
-    if (!guard.locked()) return false;
+    if (!guard.locked()) return true;
     return !FindLive(false, [service](const ACE_Service_Type& entry) { return ObjectOf(entry) == service; }).empty();
 }
 
@@ -96,17 +96,11 @@ ServiceObjectBase* ServiceRepository::ObjectOf(const ACE_Service_Type& entry) {
     return dynamic_cast<ServiceObjectBase*>(static_cast<ACE_Service_Object*>(entry.type()->object()));
 }
 
-void ServiceRepository::Finalize(ACE_Service_Type& entry, const std::function<void(const std::string&)>& report) {
+void ServiceRepository::Finalize(ACE_Service_Type& entry, const std::function<void(const char*)>& report) {
     const ACE_Service_Type_Impl* const type = entry.type();
-    bool threw = false;
     // Reported at once: what was thrown may be of a type whose code is in the service's
     // library, which is closed with the entry.
-    ReportException([&entry] { entry.fini(); },
-                    [&threw, &report](const std::string& what) {
-                        threw = true;
-                        report(what);
-                    });
-    if (!threw) return;
+    if (ReportException([&entry] { entry.fini(); }, report)) return;
     // The entry counts as finalised now, and nobody else would destroy the object.
     type->ACE_Service_Type_Impl::fini();
     entry.type(nullptr, false);

@@ -46,9 +46,9 @@ public:
     /// @return all services of that name that are not suspended
     std::vector<ServiceEntry> TakeActive(const std::string& name);
 
-    /// @return whether the object is a service that has not been finalised; false also while
-    ///         another thread is in the repository, which is not waited for
-    static bool Keeps(const ServiceObjectBase* service);
+    /// @return false for an object that is certainly not, or no longer, a service that is to
+    ///         be finalised; another thread that is in the repository is not waited for
+    static bool MayKeep(const ServiceObjectBase* service);
 
     /// @return the service object of the entry; null when it is not of this library's
     ///         kind or has been finalised
@@ -57,7 +57,7 @@ public:
     /// Calls `fini` of the entry's service and destroys the service, also when `fini`
     /// throws.
     /// @param report gets the text of what `fini` threw
-    static void Finalize(ACE_Service_Type& entry, const std::function<void(const std::string&)>& report);
+    static void Finalize(ACE_Service_Type& entry, const std::function<void(const char*)>& report);
 
 private:
     YieldingGuard<ACE_Recursive_Thread_Mutex> m_guard;

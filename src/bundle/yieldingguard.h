@@ -6,7 +6,8 @@
 namespace NS_BUNDLEMGR1 {
 
 /// Holds a lock for its life, and lets go of others while it has to wait for it. That is for
-/// locks whose holders wait for those others.
+/// locks whose holders wait for those others. Waits for the one or the others, and holds
+/// nothing meanwhile.
 /// @tparam Lock of ACE's kinds
 template <class Lock>
 class YieldingGuard {
@@ -16,10 +17,14 @@ public:
     ///             one; let go of while another thread has `lock`
     template <class Held>
     YieldingGuard(Lock& lock, Held&& held) : m_guard(lock, false) {
-        if (m_guard.locked()) return;
-        held.release();
-        m_guard.acquire();
-        held.acquire();
+        while (!m_guard.locked()) {
+            held.release();
+            m_guard.acquire();
+            if (held.tryacquire() == 0) return;
+            m_guard.release();
+            held.acquire();
+            m_guard.tryacquire();
+        }
     }
 
 private:

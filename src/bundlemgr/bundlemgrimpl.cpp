@@ -56,14 +56,14 @@ void Assert(bool condition, const char* expression, int line) {
 template <class Action>
 void Contain(const char* operation, BundleObject& bundle, Action action) {
     ReportException([&] { action(bundle); },
-                    [&](const std::string& what) {
+                    [&](const char* what) {
                         g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: %s of bundle %s threw: %s\n", operation,
-                                    bundle.GetName().c_str(), what.c_str());
+                                    bundle.GetName().c_str(), what);
                     });
 }
 
-// Whether the calling thread may not wait for the table: it has what comes later in the order
-// of locks, a bundle or the configurator, which the holder of the table may be waiting for.
+// Whether the calling thread is not to wait for the table: it has a bundle or the configurator,
+// and others wait for it while the holder of the table runs user code or sleeps.
 bool IsTableOutOfReach() {
     return HeldBundle::Any() || ServiceBirth::Any();
 }
@@ -128,6 +128,7 @@ BundleMgrImpl::BundleMgrImpl()
 BundleMgrImpl::~BundleMgrImpl() noexcept(false) {
     const TableLock::Guard guard;
     ForgetBundles();
+    LiveBundles::Configure({});
     ServiceLibraries::CloseUnused();
     for (const auto& library : m_mapLibraries) dlclose(library.second);
     m_mapLibraries.clear();
@@ -244,17 +245,24 @@ void BundleMgrImpl::ReadConfiguration() {
 int BundleMgrImpl::InitAllBundles() {
     g_log.Prepare();
     unsigned long finisBefore = 0;
-    {
-        const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(m_phaseLock);
-        if (m_nFinalising > 0) return kStoppedByFini;  // whose phase must stay
-        SetMgrPhase(MGR_PHASE_INIT);
-        finisBefore = m_nFinis;
-    }
+    if (!BeginInit(finisBefore)) return kStoppedByFini;
+    // Two that let go of the table in turn would initialise a bundle twice.
+    const YieldingGuard<ACE_Recursive_Thread_Mutex> turn(m_initLock, HeldLocks());
+    if (!BeginInit(finisBefore)) return kStoppedByFini;
     for (const bool core : {true, false}) {
         const int result = InitBundles(SelectLoaded(core), finisBefore);
         if (result != 0) return result;
     }
-    return 0;
+    return IsFinalisedSince(finisBefore) ? kStoppedByFini : 0;
+}
+
+// False while the bundles are finalised: that phase must stay.
+bool BundleMgrImpl::BeginInit(unsigned long& finisBefore) {
+    const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(m_phaseLock);
+    if (m_nFinalising > 0) return false;
+    SetMgrPhase(MGR_PHASE_INIT);
+    finisBefore = m_nFinis;
+    return true;
 }
 
 bool BundleMgrImpl::IsFinalisedSince(unsigned long finisBefore) {
@@ -307,9 +315,17 @@ BundleMgrImpl::FiniScope::~FiniScope() {
     --m_manager.m_nFinalising;
 }
 
+// An Init that has let go of the table stops before its bundle is finalised. A service that is
+// being made is not to wait for that: the Init may be waiting for the configurator.
+void BundleMgrImpl::AwaitInit() {
+    if (InService::IsActive()) return;
+    const YieldingGuard<ACE_Recursive_Thread_Mutex> turn(m_initLock, HeldLocks());
+}
+
 void BundleMgrImpl::FiniAllBundles() {
     g_log.Prepare();
     const FiniScope scope(*this);
+    AwaitInit();
     const TableLock::Guard guard;
     BundlesByOrder bundles;
     for (const auto& entry : m_mapBundleTable) {

@@ -88,6 +88,8 @@ private:
     void ReadConfiguration();
     BundlesByOrder SelectLoaded(bool core);
     int InitBundles(const BundlesByOrder& bundles, unsigned long finisBefore);
+    bool BeginInit(unsigned long& finisBefore);
+    void AwaitInit();
     bool IsFinalisedSince(unsigned long finisBefore);
     BundleObject* FindBundle(const std::string& name) const;
     bool Knows(const std::string& name) const;
@@ -100,6 +102,7 @@ private:
     std::vector<std::string> m_vecConfiguredBundles;  // in file order, duplicates kept
     std::map<std::string, TableEntry> m_mapBundleTable;
     std::atomic<int> m_nIntSetting;
+    ACE_Recursive_Thread_Mutex m_initLock;   // held by InitAllBundles; taken before the table
     ACE_Recursive_Thread_Mutex m_phaseLock;  // guards the three below
     int m_nPhase;
     unsigned long m_nFinis;  // calls of FiniAllBundles so far

@@ -87,6 +87,7 @@ public:
     int Init() override {
         if (onInit) onInit();
         const int result = LoadAllServiceObjects();
+        if (afterLoading) afterLoading();
         return result != 0 ? result : BundleObject::Init();
     }
     void Fini() override {
@@ -96,6 +97,7 @@ public:
     }
 
     std::function<void()> onInit;
+    std::function<void()> afterLoading;
     std::function<void()> onFini;
 
 private:
@@ -178,6 +180,25 @@ TEST_F(ThreadsTest, AServiceIsNotDestroyedWhileItIsToldToEndItsThreads) {
             EXPECT_FALSE(IsInRepository("a1"));
         }
     }
+}
+
+TEST_F(ThreadsTest, AServiceThatIsToldMayRemoveAnotherWhileItFails) {
+    std::atomic<bool> told{false};
+    At("a2 init", [&told] { return WaitFor([&told] { return told.load(); }) ? -1 : 0; });
+    At("a2 exit", [this, &told] {
+        told = true;
+        WaitFor([] { return false; }, std::chrono::milliseconds(20));  // mostly long enough for it to fail
+        m_a.RemoveServiceObject("a1");
+        return 0;
+    });
+    const Elsewhere loader([this] { m_a.LoadAllServiceObjects(); });
+    ASSERT_TRUE(WaitFor([] { return IsDone("a2 init"); }));
+
+    EXPECT_TRUE(CanBeDoneElsewhere([this] { m_a.WaitThreadExit(); }));
+
+    EXPECT_TRUE(loader.Finishes());
+    EXPECT_TRUE(IsDone("a1 dtor"));
+    EXPECT_TRUE(IsDone("a2 dtor"));
 }
 
 TEST_F(ThreadsTest, AServiceThatIsStillBeingConstructedIsNotAsked) {
@@ -307,6 +328,64 @@ TEST_F(ThreadsTest, AnInitialisationDoesNotBeginWhileTheEndIsUnderWay) {
     goOn = true;
     EXPECT_TRUE(end.Finishes());
     EXPECT_THAT(Done(), IsEmpty());
+}
+
+TEST_F(ThreadsTest, AnInitialisationThatIsOverWhenTheEndComesSaysSo) {
+    At("b2 init", [] { return WaitFor([] { return Mgr().GetMgrPhase() == MGR_PHASE_FINI; }) ? 0 : 1; });
+    int result = 0;
+    const Elsewhere init([&] { result = Mgr().InitAllBundles(); });
+    ASSERT_TRUE(WaitFor([] { return IsDone("b2 init"); }));
+
+    Mgr().FiniAllBundles();
+
+    EXPECT_TRUE(init.Finishes());
+    EXPECT_EQ(-1, result);
+}
+
+TEST_F(ThreadsTest, TwoInitialisationsDoNotInitialiseABundleTwice) {
+    std::atomic<bool> goOn{false};
+    At("b1 init", [&goOn] { return WaitFor([&goOn] { return goOn.load(); }) ? 0 : 1; });
+    const Elsewhere loader([this] { m_b.LoadAllServiceObjects(); });  // has the configurator
+    ASSERT_TRUE(WaitFor([] { return IsDone("b1 init"); }));
+    std::atomic<int> inits{0};
+    m_a.onInit = [&inits] { ++inits; };
+    m_dir.Write("etc/oss_cfg/nbi/conf/fx_hooked_b/svc.cfg", "");
+    const Elsewhere first([] { Mgr().InitAllBundles(); });
+    ASSERT_TRUE(WaitFor([&inits] { return inits == 1; }));
+    const Elsewhere second([] { Mgr().InitAllBundles(); });
+
+    EXPECT_FALSE(second.Finishes(std::chrono::milliseconds(20)));
+    goOn = true;
+
+    EXPECT_TRUE(loader.Finishes());
+    EXPECT_TRUE(first.Finishes());
+    EXPECT_TRUE(second.Finishes());
+    EXPECT_EQ(1, inits);
+}
+
+TEST_F(ThreadsTest, ABundleIsNotFinalisedBeforeItsInitHasStopped) {
+    std::atomic<bool> goOn{false};
+    At("b1 init", [&goOn] { return WaitFor([&goOn] { return goOn.load(); }) ? 0 : 1; });
+    const Elsewhere loader([this] { m_b.LoadAllServiceObjects(); });  // has the configurator
+    ASSERT_TRUE(WaitFor([] { return IsDone("b1 init"); }));
+    std::atomic<bool> inInit{false};
+    std::atomic<bool> overtook{false};
+    m_a.onInit = [&inInit] { inInit = true; };
+    m_a.afterLoading = [&inInit] { inInit = false; };
+    m_a.onFini = [&inInit, &overtook] { overtook = inInit.load(); };
+    int result = 0;
+    const Elsewhere init([&] { result = Mgr().InitAllBundles(); });
+    ASSERT_TRUE(WaitFor([&inInit] { return inInit.load(); }));
+    const Elsewhere end([] { Mgr().FiniAllBundles(); });
+
+    EXPECT_FALSE(end.Finishes(std::chrono::milliseconds(20)));
+    goOn = true;
+
+    EXPECT_TRUE(loader.Finishes());
+    EXPECT_TRUE(init.Finishes());
+    EXPECT_TRUE(end.Finishes());
+    EXPECT_EQ(-1, result);
+    EXPECT_FALSE(overtook);
 }
 
 // ---- While a service is ended ---------------------------------------------------------------------------

@@ -408,7 +408,7 @@ TEST_F(BundleObjectTest, AnUnloadedServiceIsNotCalledAgain) {
     m_trace.clear();
     m_bundle.WaitThreadExit();
     m_bundle.UnLoadAllServiceObjects();
-    for (const char* const name : {"a", "b", "c"}) EXPECT_THAT(m_bundle.FindServiceInterface(name), IsNull());
+    for (const char* const name : {"a", "b", "c"}) EXPECT_THAT(test::FindInterface(m_bundle, name), IsNull());
     EXPECT_THAT(m_trace, IsEmpty());
     EXPECT_THAT(Reported("bundledef"),
                 ElementsAre(Begin("c"), Finish("c"), Begin("b"), Finish("b"), Begin("a"), Finish("a")));
@@ -506,10 +506,10 @@ TEST_F(BundleObjectTest, NamesAreComparedExactly) {
 TEST_F(BundleObjectTest, AnInterfaceIsFoundByItsServicesName) {
     NamedInterface interface;
     const auto service = Make("svc");
-    EXPECT_THAT(m_bundle.FindServiceInterface("svc"), IsNull());
+    EXPECT_THAT(test::FindInterface(m_bundle, "svc"), IsNull());
     service->m_pInterface = &interface;
-    EXPECT_EQ(&interface, m_bundle.FindServiceInterface("svc"));
-    EXPECT_THAT(m_bundle.FindServiceInterface("Svc"), IsNull());
+    EXPECT_EQ(&interface, test::FindInterface(m_bundle, "svc"));
+    EXPECT_THAT(test::FindInterface(m_bundle, "Svc"), IsNull());
 }
 
 TEST_F(BundleObjectTest, TheServicesAreThoseThatTheBundleNames) {
@@ -525,14 +525,14 @@ TEST_F(BundleObjectTest, TheServicesAreThoseThatTheBundleNames) {
     TestService service(m_trace, "nowhere", "svc");
     service.m_pInterface = &interface;
     OwnServices bundle(service);
-    EXPECT_EQ(&interface, bundle.FindServiceInterface("own"));
+    EXPECT_EQ(&interface, test::FindInterface(bundle, "own"));
 }
 
 TEST_F(BundleObjectTest, AnExceptionFromTheServiceLeavesTheBundleFree) {
     const TestService::Action onGetInterface = [] { throw std::runtime_error("no interface today"); };
     const auto service = Make("svc");
     service->onGetInterface = &onGetInterface;
-    EXPECT_THROW(m_bundle.FindServiceInterface("svc"), std::runtime_error);
+    EXPECT_THROW(test::FindInterface(m_bundle, "svc"), std::runtime_error);
     EXPECT_TRUE(BundleIsFree());
 }
 
@@ -714,7 +714,7 @@ TEST_F(BundleObjectTest, AServiceThatIsEndedFindsItsBundleWithoutTheTable) {
     Add("waited").onExit = &ask;
     Add("asked").onGetInterface = &ask;
     const std::vector<std::function<void()>> operations = {
-        [this] { m_bundle.FindServiceInterface("asked"); }, [this] { m_bundle.WaitThreadExit(); },
+        [this] { test::FindInterface(m_bundle, "asked"); }, [this] { m_bundle.WaitThreadExit(); },
         [this] { m_bundle.RemoveServiceObject("removed"); }, [this] { m_bundle.UnLoadAllServiceObjects(); }};
     auto table = std::make_unique<TableLock::Guard>();
     for (const std::function<void()>& operation : operations) {

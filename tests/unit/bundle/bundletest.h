@@ -41,6 +41,13 @@ private:
     int* const m_deletions;
 };
 
+/// The interface that a service of the bundle publishes, of whatever type.
+inline NS_BUNDLEMGR1::ServiceInterface* FindInterface(NS_BUNDLEMGR1::BundleObject& bundle, const std::string& service) {
+    void* typed = nullptr;
+    return bundle.FindServiceInterface(
+        service, [](NS_BUNDLEMGR1::ServiceInterface* iface) -> void* { return iface; }, typed);
+}
+
 class TestBundle : public NS_BUNDLEMGR1::BundleObject {
 public:
     explicit TestBundle(std::string name = "bundle") : m_name(std::move(name)) {}

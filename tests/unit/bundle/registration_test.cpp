@@ -176,7 +176,7 @@ TEST_F(RegistrationTest, AServiceThatCouldNotBeCreatedIsNotCalled) {
     _make_throwing(nullptr);
     EXPECT_THAT(Startup().m_vecServiceNames, ElementsAre("throwing"));
     Startup().WaitThreadExit();
-    EXPECT_THAT(Startup().FindServiceInterface("throwing"), IsNull());
+    EXPECT_THAT(test::FindInterface(Startup(), "throwing"), IsNull());
     Startup().RemoveServiceObject("throwing");
     EXPECT_THAT(Startup().m_vecServiceNames, IsEmpty());
 }

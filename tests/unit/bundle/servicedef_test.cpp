@@ -142,7 +142,7 @@ TEST_F(ServiceTest, IsFoundAndAskedForItsThreadsAfterItRestartedItself) {
     service.m_pInterface = &published;
     service.fini();
     service.init(0, nullptr);
-    EXPECT_EQ(&published, m_bundle.FindServiceInterface("svc"));
+    EXPECT_EQ(&published, test::FindInterface(m_bundle, "svc"));
     m_bundle.WaitThreadExit();
     EXPECT_THAT(m_trace, testing::ElementsAre("fini svc", "exit svc"));
 }

@@ -421,6 +421,32 @@ TEST_F(ProxyTest, EachTypeIsVerifiedByItself) {
     EXPECT_THROW(AdderProxy("Sums").GetInterface(), InterfaceNotExistException);
 }
 
+TEST_F(ProxyTest, AnotherTypeAtTheSameAddressIsNoticed) {
+    alignas(Adder) alignas(NamedInterface) unsigned char memory[sizeof(NamedInterface) + sizeof(Adder)];
+    AdderProxy proxy("Sums");
+    auto* const adder = new (memory) Adder(1);
+    SetIFBuf("Sums", adder);
+    EXPECT_EQ(adder, proxy.GetInterface());
+    CheckIFBuf("Sums")->clear();
+    adder->~Adder();
+    auto* const named = new (memory) NamedInterface;
+    Publish("first", "Sums", named);
+    EXPECT_EQ(named, ServiceInterfaceProxy<NamedInterface>("Sums").GetInterface());
+    EXPECT_THROW(proxy.GetInterface(), InterfaceNotExistException);
+    named->~NamedInterface();
+}
+
+// The first bundle's service goes while a later one is searched.
+TEST_F(ProxyTest, WhatASearchFoundIsNotTouchedAfterItsServiceIsGone) {
+    auto published = std::make_unique<Adder>();
+    Adder* const address = published.get();
+    Publish("third", "Sums", address);
+    const TestService::Action goes = [&published] { published.reset(); };
+    Publish("first", "Sums", nullptr).onGetInterface = &goes;
+    EXPECT_EQ(address, AdderProxy("Sums").GetInterface());
+    EXPECT_THAT(published, IsNull());
+}
+
 TEST_F(ProxyTest, AListThatItsHolderChangesIsNoticed) {
     AdderProxy proxy("Sums");
     Interfaces& list = *CheckIFBuf("Sums");
@@ -478,7 +504,7 @@ TEST_F(ProxyTest, ASearchTakesTheProxiesMutexAndThenTheBundles) {
     auto guard = std::make_unique<ACE_Guard<ACE_Thread_Mutex>>(_g_actualmutex);
     const Elsewhere searching([] { AdderProxy("Sums").GetInterface(); });
     EXPECT_FALSE(searching.Finishes(std::chrono::milliseconds(20)));
-    EXPECT_TRUE(CanBeDoneElsewhere([this] { m_first.FindServiceInterface("Sums"); }));
+    EXPECT_TRUE(CanBeDoneElsewhere([this] { test::FindInterface(m_first, "Sums"); }));
     guard.reset();
     EXPECT_TRUE(searching.Finishes());
 }

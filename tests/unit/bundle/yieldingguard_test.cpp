@@ -75,6 +75,24 @@ TEST_F(YieldingGuardTest, GivesTheOtherLockBackWhileItWaits) {
     EXPECT_TRUE(IsFree(m_held));
 }
 
+TEST_F(YieldingGuardTest, HoldsNothingWhileItWaitsForTheOtherLockToComeBack) {
+    auto busy = std::make_unique<Guard>(m_lock);
+    std::atomic<bool> holds{false};
+    const Elsewhere waiting([this, &holds] {
+        const Guard held(m_held);
+        holds = true;
+        const Yielding guard(m_lock, m_held);
+    });
+    ASSERT_TRUE(test::WaitFor([&holds] { return holds.load(); }));
+    auto taken = std::make_unique<Guard>(m_held);
+    busy.reset();
+    EXPECT_TRUE(IsFree(m_lock));
+    EXPECT_TRUE(Waits(waiting));
+    EXPECT_TRUE(IsFree(m_lock));
+    taken.reset();
+    EXPECT_TRUE(waiting.Finishes());
+}
+
 TEST_F(YieldingGuardTest, ThreadsInEitherOrderDoNotBlockEachOther) {
     constexpr int kRounds = 2000;
     int counter = 0;
