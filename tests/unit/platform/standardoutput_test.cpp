@@ -168,7 +168,7 @@ TEST(StandardOutputTest, OutlivesEveryReaderHoweverTheStreamBuffers) {
                     PrintOut("%s\n%s", std::string(length, 'y').c_str(), "z");
                 }
                 PrintOutText(std::string(100000, 'x').c_str());
-                _exit(0);
+                test::ExitAtOnce(0);
             });
             EXPECT_EQ(0, status) << mode << ", " << size;
         }
@@ -183,7 +183,7 @@ TEST(StandardOutputTest, OutlivesAFullFileHoweverTheStreamBuffers) {
             std::vector<char> buffer(256);
             std::setvbuf(stdout, buffer.data(), mode, buffer.size());
             for (int i = 0; i < 2000; ++i) PrintOut("print %d\n", i);
-            _exit(0);
+            test::ExitAtOnce(0);
         });
         EXPECT_EQ(0, status) << mode;
         EXPECT_EQ(5000U, ReadFile(dir / "out").size()) << mode;
@@ -204,7 +204,7 @@ TEST(StandardOutputTest, OutlivesAReaderOfItsOwnStream) {
         std::vector<char> read(1000);
         if (std::fread(read.data(), 1, read.size(), stdout) != read.size()) _exit(3);
         for (int i = 0; i < 200; ++i) PrintOut("%s", std::string(100, 'y').c_str());
-        _exit(0);
+        test::ExitAtOnce(0);
     });
     EXPECT_EQ(0, status);
 }
