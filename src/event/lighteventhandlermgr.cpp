@@ -343,14 +343,15 @@ bool LightEventMgr::HasThreads() const {
 }
 
 int LightEventMgr::svc() {
-    const Stay stay(this);
-    if (!stay) return 0;
-    const ThreadScope<LightEventMgr*> scope(t_workerOf, this);
+    // Counted first, as a thread that is to be joined, even if it is turned away.
     m_nStarts.fetch_add(1);
     if (IsThisThreadDetached()) {
         t_detachedFrom = this;
         m_nDetached.fetch_add(1);
     }
+    const Stay stay(this);
+    if (!stay) return 0;
+    const ThreadScope<LightEventMgr*> scope(t_workerOf, this);
     try {
         while (!m_bExit.load() && msg_queue() != nullptr) Dispatch(NextEvent());
     } catch (...) {

@@ -4,6 +4,7 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <cerrno>
 #include <filesystem>
 #include <functional>
 #include <mutex>
@@ -12,6 +13,8 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+
+#include <ace/OS_NS_sys_time.h>
 
 #include "bundlemgr/bundlemgr.h"
 #include "bundlemgr/event.h"
@@ -99,6 +102,13 @@ protected:
             NS_BUNDLEMGR1::BundleMgr::Instance()->GetLogProxyMgr()->GetLogProxy(name);
         kept->Add(proxy);
         return proxy;
+    }
+
+    /// Looks under the queue's lock.
+    static bool IsClosed(NS_BUNDLEMGR1::LightEventMgr& mgr) {
+        ACE_Message_Block* head = nullptr;
+        ACE_Time_Value now = ACE_OS::gettimeofday();
+        return mgr.msg_queue()->peek_dequeue_head(head, &now) == -1 && errno == ESHUTDOWN;
     }
 
     static std::string ThisThread() { return "Thread " + std::to_string(static_cast<int>(pthread_self())); }

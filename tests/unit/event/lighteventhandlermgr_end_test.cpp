@@ -315,7 +315,7 @@ TEST_F(LightEventMgrEnd, AHandlerKeepsItsManagerDuringDestroy) {
     LightEventMgr* const dying = LightEventMgr::Instance();
     Handler looking([&](int, LightEventParam*) {
         entered.Give();
-        EXPECT_TRUE(WaitFor([&] { return dying->msg_queue()->deactivated(); }));
+        EXPECT_TRUE(WaitFor([&] { return IsClosed(*dying); }));
         seen.Add(LightEventMgr::Instance());
         LightEventMgr::Destroy();
         LightEventMgr::Instance()->UnRegisterHandler(1, &looking);
@@ -359,17 +359,15 @@ TEST_F(LightEventMgrEnd, FiniDuringDestroyReturnsWhenTheWorkerHasEnded) {
 }
 
 TEST_F(LightEventMgrEnd, WhoWaitsForAnEventIsWokenByDestroy) {
-    std::atomic<int> rounds{0};
+    Signal waiting;
     LightEventMgr& mgr = Mgr();
-    const Elsewhere pumping([&] {
-        while (!mgr.msg_queue()->deactivated()) {
-            ++rounds;
-            mgr.process_msg();
-            if (rounds == 2) return;
-        }
-    });
     mgr.Push_Msg(1, nullptr, 0);
-    ASSERT_TRUE(WaitFor([&] { return rounds == 2; }));
+    const Elsewhere pumping([&] {
+        mgr.process_msg();
+        waiting.Give();
+        mgr.process_msg();
+    });
+    ASSERT_TRUE(waiting.Wait());
 
     EXPECT_TRUE(test::CanBeDoneElsewhere([] { LightEventMgr::Destroy(); }));
 
@@ -411,7 +409,7 @@ TEST_F(LightEventMgrEnd, DestroyWaitsForNobodyWhoUsesAnotherManager) {
     Signal stopping, done;
     Handler destroying([&](int, LightEventParam*) {
         EXPECT_TRUE(stopping.Wait());
-        EXPECT_TRUE(WaitFor([&] { return other.msg_queue()->deactivated(); }));
+        EXPECT_TRUE(WaitFor([&] { return IsClosed(other); }));
         LightEventMgr::Destroy();
         done.Give();
     });

@@ -10,7 +10,6 @@
 
 #include <gmock/gmock.h>
 
-#include <ace/OS_NS_sys_time.h>
 #include <ace/Recursive_Thread_Mutex.h>
 #include <ace/Static_Object_Lock.h>
 
@@ -59,13 +58,6 @@ protected:
     }
 
     bool QueueIsClosed() { return IsClosed(Mgr()); }
-
-    // Looks under the queue's lock.
-    static bool IsClosed(LightEventMgr& mgr) {
-        ACE_Message_Block* head = nullptr;
-        ACE_Time_Value now = ACE_OS::gettimeofday();
-        return mgr.msg_queue()->peek_dequeue_head(head, &now) == -1 && errno == ESHUTDOWN;
-    }
 };
 
 // ---- Instance and Destroy ------------------------------------------------------------

@@ -71,18 +71,19 @@ TEST(UseGateTest, ClosesAnObjectThatWasNeverOpen) {
 
 TEST(UseGateTest, WaitsForThoseInside) {
     auto counter = std::make_unique<Counter>();
+    Counter* const seen = counter.get();
     std::atomic<bool> closing{false};
     std::atomic<bool> closed{false};
     std::thread closer;
     {
-        const UseGate::Use use(g_gate, counter.get());
+        const UseGate::Use use(g_gate, seen);
         closer = std::thread([&] {
             closing = true;
             counter.reset();
             closed = true;
         });
         // Shut for others at once, and not closed before this one is out.
-        ASSERT_TRUE(test::WaitFor([&] { return closing && !UseGate::Use(g_gate, counter.get()); }));
+        ASSERT_TRUE(test::WaitFor([&] { return closing && !UseGate::Use(g_gate, seen); }));
         EXPECT_FALSE(closed);
     }
     closer.join();
