@@ -266,6 +266,7 @@ private:
     static void AfterForkInParent();
     static void AfterForkInChild();
 
+    void End();
     bool EnsureDirectory();
     void Append(Records& record);
     void WriteWaiting();

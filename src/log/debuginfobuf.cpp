@@ -28,8 +28,8 @@ constexpr std::uint64_t kMaxFiles = 100;
 constexpr std::size_t kOutputCapacity = 8192;   // records
 constexpr std::size_t kFilteredCapacity = 128;  // records
 
-// Where the one buffer lives. The place stays when the buffer is gone: a pointer that is
-// out of date still leads to memory that may be looked at.
+// Where the one buffer lives, for good: what a Destroy ends is all that is in it. A pointer
+// that is out of date still leads to an object.
 alignas(LogProxyDebugInfoBufMgr) unsigned char g_place[sizeof(LogProxyDebugInfoBufMgr)];
 
 UseGate g_gate;
@@ -106,8 +106,14 @@ LogProxyDebugInfoBufMgr* LogProxyDebugInfoBufMgr::Prepare() {
 }
 
 LogProxyDebugInfoBufMgr* LogProxyDebugInfoBufMgr::Create() {
+    static LogProxyDebugInfoBufMgr* s_former = nullptr;
     try {
-        return new (g_place) LogProxyDebugInfoBufMgr;
+        if (s_former == nullptr) {
+            s_former = new (g_place) LogProxyDebugInfoBufMgr;
+        } else {
+            g_gate.Open(s_former);
+        }
+        return s_former;
     } catch (const std::exception&) {
         return nullptr;
     }
@@ -122,7 +128,7 @@ void LogProxyDebugInfoBufMgr::Destroy() {
     ACE_GUARD(ACE_Recursive_Thread_Mutex, guard, *ACE_Static_Object_Lock::instance());
     const std::lock_guard<std::mutex> life(g_lifeMutex);
     LogProxyDebugInfoBufMgr* const instance = m_pInstance.exchange(nullptr);
-    if (instance != nullptr) instance->~LogProxyDebugInfoBufMgr();
+    if (instance != nullptr) instance->End();
 }
 
 LogProxyDebugInfoBufMgr::LogProxyDebugInfoBufMgr()
@@ -134,12 +140,22 @@ LogProxyDebugInfoBufMgr::LogProxyDebugInfoBufMgr()
 }
 
 LogProxyDebugInfoBufMgr::~LogProxyDebugInfoBufMgr() {
+    End();
+}
+
+// Afterwards everything is as it was in the beginning.
+void LogProxyDebugInfoBufMgr::End() {
     g_gate.Close(this);
     g_hasDirectory.store(false, std::memory_order_release);
+    m_nOutputMode.store(LOG_OUTPUT_IMMEDIATE, std::memory_order_relaxed);
     if (m_pLogFile == nullptr) return;  // nobody has used it
     WriteWaiting();
     Lose(m_listKept);
+    m_listKept.clear();
+    m_listFiltered.clear();
     std::snprintf(g_lastPath, sizeof g_lastPath, "%s", m_pLogFile->PathToContinue().c_str());
+    m_pLogFile.reset();
+    m_bHasDirectory.store(false, std::memory_order_release);
 }
 
 bool LogProxyDebugInfoBufMgr::EnsureDirectory() {

@@ -3,9 +3,8 @@
 #include <sys/wait.h>
 
 #include <atomic>
-#include <csignal>
+#include <condition_variable>
 #include <cstdlib>
-#include <memory>
 #include <mutex>
 #include <thread>
 
@@ -236,8 +235,8 @@ TEST_F(DebugInfoBufForkTest, AChildLogsWhenItsOwnThreadHoldsTheStaticObjectLock)
     EXPECT_THAT(TextsOf(getpid()), ElementsAre("parent"));
 }
 
-/// Threads that log, each through a proxy of its own and one that all share, and end the
-/// buffer now and then.
+/// Threads that log in bursts, each through a proxy of its own and one that all share, and
+/// end the buffer now and then.
 class Traffic {
 public:
     explicit Traffic(bool ends) {
@@ -248,38 +247,61 @@ public:
     Traffic& operator=(const Traffic&) = delete;
 
     void End() {
-        m_stop = true;
+        Burst(kEnd);
         for (std::thread& thread : m_threads) thread.join();
         m_threads.clear();
     }
 
-    /// @return whether records were logged meanwhile
-    bool GoesOn() const {
+    /// Begins a burst. @return whether records are being logged
+    bool GoesOn() {
         const int before = m_logged;
+        Burst(m_burst + 1);
         return test::WaitFor([&] { return m_logged > before + kThreads; });
     }
 
 private:
     static constexpr int kThreads = 4;
+    static constexpr int kRounds = 20;  // of a burst
+    static constexpr int kEnd = -1;
+
+    void Burst(int burst) {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        m_burst = burst;
+        m_hasBegun.notify_all();
+    }
+
+    int WaitForBurst(int after) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_hasBegun.wait(lock, [&] { return m_burst != after; });
+        return m_burst;
+    }
 
     void Run(int thread, bool ends) {
-        LogProxyMgr& manager = *BundleMgr::Instance()->GetLogProxyMgr();
-        for (int i = 0; !m_stop; ++i) {
-            LogProxy& own = *manager.GetLogProxy((std::to_string(thread) + "." + std::to_string(i % 50)).c_str());
-            LogProxy& shared = *manager.GetLogProxy("shared");
-            for (LogProxy* const proxy : {&own, &shared}) {
-                proxy->SetDebugOutputMode(i / 10 % 2);
-                proxy->SetPosition(i % 2 == 0 ? "short" : "a_name_that_takes_memory_of_its_own", 1);
-                proxy->DisableAllLevels();
-                proxy->EnableAllLevels();
-                proxy->Printf(i % 100 == 0 ? 0 : 1, "parent %d.%d", thread, i);
+        for (int burst = WaitForBurst(0); burst != kEnd; burst = WaitForBurst(burst)) {
+            for (int round = 0; round < kRounds; ++round) {
+                Log(thread, burst * kRounds + round);
+                if (ends && round % 10 == thread) LogProxyDebugInfoBufMgr::Destroy();
+                ++m_logged;
             }
-            if (ends && i % 20 == thread) LogProxyDebugInfoBufMgr::Destroy();
-            ++m_logged;
         }
     }
 
-    std::atomic<bool> m_stop{false};
+    static void Log(int thread, int number) {
+        LogProxyMgr& manager = *BundleMgr::Instance()->GetLogProxyMgr();
+        LogProxy& own = *manager.GetLogProxy((std::to_string(thread) + "." + std::to_string(number % 50)).c_str());
+        LogProxy& shared = *manager.GetLogProxy("shared");
+        for (LogProxy* const proxy : {&own, &shared}) {
+            proxy->SetDebugOutputMode(number / 10 % 2);
+            proxy->SetPosition(number % 2 == 0 ? "short" : "a_name_that_takes_memory_of_its_own", 1);
+            proxy->DisableAllLevels();
+            proxy->EnableAllLevels();
+            proxy->Printf(number % 100 == 0 ? 0 : 1, "parent %d.%d", thread, number);
+        }
+    }
+
+    std::mutex m_mutex;
+    std::condition_variable m_hasBegun;
+    int m_burst = 0;
     std::atomic<int> m_logged{0};
     std::vector<std::thread> m_threads;
 };
@@ -323,8 +345,9 @@ TEST_F(DebugInfoBufForkTest, ProgramsAreStartedWhileOthersLog) {
     std::string name = "/bin/true";
     char* const words[] = {name.data(), nullptr};
     test::StdoutOf([&] {
-        const Traffic traffic(false);
+        Traffic traffic(false);
         for (int i = 0; i < kPrograms; ++i) {
+            EXPECT_TRUE(traffic.GoesOn());
             pid_t child = -1;
             ASSERT_EQ(0, posix_spawn(&child, words[0], nullptr, nullptr, words, environ));
             EXPECT_EQ(0, StatusOf(child));

@@ -53,6 +53,9 @@ __attribute__((visibility("default"))) void* operator new(std::size_t size) {
     if (memory == nullptr) throw std::bad_alloc();
     return memory;
 }
+__attribute__((visibility("default"))) void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return Strikes() ? nullptr : std::malloc(size > 0 ? size : 1);
+}
 __attribute__((visibility("default"))) void operator delete(void* memory) noexcept {
     std::free(memory);
 }
