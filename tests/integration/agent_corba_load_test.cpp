@@ -117,6 +117,25 @@ TEST_F(AgentCorbaLoadTest, ClosesConnectionsForWhichThereIsNoDescriptorUntilTher
     EXPECT_EQ(LogCount("no file descriptor is left"), 1u);
 }
 
+TEST_F(AgentCorbaLoadTest, RefusesAnAddressThatAclLacksWithOneRecordAMinute) {
+    const auto from = [this](const char* address) {
+        test::LineClientSettings settings;
+        settings.from = address;
+        GiopClient client(m_target->port, settings);
+        return Call(client);
+    };
+    m_root.SetItem("CorbaMaxConnections", "2");
+    ASSERT_NO_FATAL_FAILURE(StartAgentAndTarget());
+
+    for (int i = 0; i < 20; ++i) EXPECT_EQ(from("127.0.0.2"), "");
+    EXPECT_EQ(from("127.0.0.3"), "");
+    EXPECT_EQ(from("127.0.0.1"), "Reply");
+
+    EXPECT_EQ(LogCount("client 127.0.0.2 refused, its address is in no acl item"), 1u);
+    EXPECT_EQ(LogCount("client 127.0.0.3 refused, its address is in no acl item"), 1u);
+    EXPECT_EQ(LogCount("(CorbaMaxConnections)"), 0u) << "who is refused does not count";
+}
+
 class FewDescriptorsTest : public AgentCorbaLoadTest {
 protected:
     void StartAgent() override {

@@ -7,7 +7,7 @@
 
 #include <omniORB4/CORBA.h>
 
-#include "accesslist.h"
+#include "accessguard.h"
 #include "agentservant.h"
 #include "alarmtable.h"
 #include "bundlemgr/base.h"
@@ -78,7 +78,6 @@ public:
 
 private:
     bool ReadSettings();
-    void AddAccessRules();
     void Start();
     void Withdraw();
     void Stop();
@@ -89,6 +88,7 @@ private:
     seconds m_longestIdle{60};
     std::size_t m_mostConnections = 0;
 
+    std::unique_ptr<AccessGuard> m_access;
     ConnectionLimit m_limit{m_log};
     CORBA::ORB_var m_orb;
     std::unique_ptr<IteratorPool> m_iterators;
@@ -149,14 +149,9 @@ bool OrbSvc::ReadSettings() {
     m_options.Add("nativeCharCodeSet", "UTF-8");  // what the alarms are in, see alarm.idl
     m_options.Add("clientCallTimeOutPeriod", std::to_string(kCallTimeout.count()));
     m_options.Add("serverCallTimeOutPeriod", std::to_string(kReplyTimeout.count()));
-    AddAccessRules();
+    // From any address: who may connect is the access guard's business.
+    m_options.Add("serverTransportRule", "* tcp");
     return true;
-}
-
-void OrbSvc::AddAccessRules() {
-    const alarms::AccessList access(m_log);
-    for (const std::string& address : access.Addresses()) m_options.Add("serverTransportRule", address + " tcp");
-    m_options.Add("serverTransportRule", "* none");
 }
 
 void OrbSvc::Start() {
@@ -165,6 +160,9 @@ void OrbSvc::Start() {
     alarms::AlarmTable& table = *ServiceInterfaceProxy<alarms::AlarmTable>(alarms::ALARM_SERVICE).GetInterface();
 
     m_orb = m_options.InitOrb();
+    // The first one is asked first, so that who is refused does not count for the other.
+    m_access = std::make_unique<AccessGuard>(m_log);
+    m_access->Begin();
     m_limit.Begin(m_mostConnections);
     const CORBA::Object_var object = m_orb->resolve_initial_references("RootPOA");
     const PortableServer::POA_var poa = PortableServer::POA::_narrow(object);
@@ -199,6 +197,7 @@ void OrbSvc::Stop() {
     // the ORB: the library may go. The ORB's own libraries stay, see zo_alarm_idl.
     m_orb->shutdown(true);
     if (m_orbThread.joinable()) m_orbThread.join();
+    if (m_access) m_access->End();
     m_limit.End();
     m_orb->destroy();
     m_orb = CORBA::ORB::_nil();
