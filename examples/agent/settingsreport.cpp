@@ -24,6 +24,7 @@ constexpr const char* kKeys[] = {
     "CorbaAgentPort",
     "NamingServicePort",
     "NotifyServicePort",
+    "CorbaMaxConnections",
     "CorbaIteratorIdleSeconds",
     "NotifyQueueLength",
 };

@@ -932,6 +932,11 @@ TEST(AgentLife, KeysAndLinesOfTheSettingsThatMeanNothingAreReported) {
                   ":6: not key=value; line skipped\n" + path + ":7: unknown key 'asciiport'\n");
 }
 
+TEST(AgentLife, TheSettingsOfTheExampleAreAllKnown) {
+    const AgentRoot root;
+    EXPECT_EQ(ErrorsWithStartFile(root), "");
+}
+
 TEST(AgentLife, WithoutALogItRunsButSaysSo) {
     for (const bool inTheWay : {false, true}) {
         const AgentRoot root;
