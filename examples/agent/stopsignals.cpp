@@ -34,7 +34,7 @@ StopSignals::StopSignals(const Progress& progress, LogKeeper& log, int status)
 
 StopSignals::~StopSignals() {
     m_ending = true;
-    pthread_kill(m_thread.native_handle(), SIGTERM);  // ends its waiting
+    pthread_kill(m_thread.native_handle(), SIGHUP);  // ends its waiting
     m_thread.join();
 }
 

@@ -63,9 +63,8 @@ rlim_t OpenDescriptors() {
 // The acceptor's own operation asks select() for more connections, and breaks the process
 // when its descriptor is above 1023.
 int AsciiAcceptor::handle_input(ACE_HANDLE) {
-    AsciiSession* session = nullptr;
-    if (make_svc_handler(session) == -1) return handle_accept_error();
-    if (accept_svc_handler(session) == -1) return handle_accept_error();
+    AsciiSession* const session = AsciiSession::Make(reactor());
+    if (session == nullptr || accept_svc_handler(session) == -1) return handle_accept_error();
     activate_svc_handler(session);
     return 0;
 }

@@ -54,6 +54,16 @@ std::string UpperCase(std::string text) {
 
 }  // namespace
 
+AsciiSession* AsciiSession::Make(ACE_Reactor* reactor) {
+    auto* const session = new (std::nothrow) AsciiSession;
+    if (session == nullptr) {
+        errno = ENOMEM;
+    } else {
+        session->reactor(reactor);
+    }
+    return session;
+}
+
 // An exception would leave the reactor in the middle of its work. Without memory for it a
 // session is closed.
 template <class Action>

@@ -33,9 +33,12 @@ class AsciiSession : public ACE_Svc_Handler<ACE_SOCK_Stream, ACE_NULL_SYNCH> {
     using Base = ACE_Svc_Handler<ACE_SOCK_Stream, ACE_NULL_SYNCH>;
 
 public:
-    /// The acceptor sets the reactor. By default it would be the process's, which is made
-    /// for that and breaks the process when its descriptors are above 1023.
+    /// Without a reactor, which the acceptor sets. By default it would be the process's,
+    /// which is made for that and breaks the process when its descriptors are above 1023.
     AsciiSession() : Base(nullptr, nullptr, nullptr) {}
+
+    /// @return a session without a connection; null, and `errno` set, without memory
+    static AsciiSession* Make(ACE_Reactor* reactor);
 
     /// Called by the acceptor when the connection is there.
     /// @return -1 when the client is refused, which closes the connection
