@@ -1,7 +1,5 @@
 // A record whose time stamp cannot be converted. Apart, and one test only, since the
 // process asks for the local character set once.
-#include <dlfcn.h>
-
 #include <cerrno>
 
 #include <gmock/gmock.h>
@@ -16,30 +14,19 @@ namespace {
 int g_failures = 0;  // how many of the next calls fail
 int g_failed = 0;
 
-template <class Handle>
-Handle Open(const char* function, const char* to, const char* from) {
-    if (g_failures > 0) {
-        --g_failures;
-        ++g_failed;
-        errno = EINVAL;
-        return reinterpret_cast<Handle>(-1);
-    }
-    return reinterpret_cast<Handle (*)(const char*, const char*)>(dlsym(RTLD_NEXT, function))(to, from);
-}
-
 }  // namespace
 
-// This program's own comes before that of the library.
+// The linker puts the first in front of the second.
 extern "C" {
-#ifdef ZO_HAVE_GNU_LIBICONV
-__attribute__((visibility("default"))) libiconv_t libiconv_open(const char* to, const char* from) {
-    return Open<libiconv_t>("libiconv_open", to, from);
+libiconv_t __real_libiconv_open(const char* to, const char* from);
+libiconv_t __wrap_libiconv_open(const char* to, const char* from);
+libiconv_t __wrap_libiconv_open(const char* to, const char* from) {
+    if (g_failures == 0) return __real_libiconv_open(to, from);
+    --g_failures;
+    ++g_failed;
+    errno = EINVAL;
+    return NS_BUNDLEMGR1::NoIconv();
 }
-#else
-__attribute__((visibility("default"))) void* iconv_open(const char* to, const char* from) {
-    return Open<void*>("iconv_open", to, from);
-}
-#endif
 }
 
 namespace NS_BUNDLEMGR1 {
