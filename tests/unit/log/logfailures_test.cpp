@@ -408,13 +408,19 @@ TEST_F(LogFailuresTest, RecordsAreDroppedUntilAFileOpens) {
 }
 
 TEST_F(LogFailuresTest, NoEmptyFileStaysWhereThereIsNoMemoryForTheStream) {
-    g_stream.next = 4;  // each time it is tried twice
+    g_stream.next = 4;  // each record tries twice
     Append("lost");
     EXPECT_THAT(Files(), IsEmpty());
     Append("lost");
     EXPECT_THAT(Files(), IsEmpty());
     Append("kept");
     EXPECT_EQ(4, g_stream.failed);
+    EXPECT_EQ(Bytes(1, "kept"), FirstFile());
+}
+
+TEST_F(LogFailuresTest, NoRecordIsLostWhereMemoryForTheStreamIsShortForAMoment) {
+    g_stream.next = 1;
+    Append("kept");
     EXPECT_EQ(Bytes(1, "kept"), FirstFile());
 }
 
