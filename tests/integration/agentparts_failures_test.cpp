@@ -29,10 +29,13 @@ namespace {
 std::atomic<bool> g_noThreads{false};
 thread_local bool t_noMemory = false;
 
+void* Allocate(std::size_t size) noexcept {
+    return t_noMemory ? nullptr : std::malloc(size != 0 ? size : 1);
+}
+
 void* AllocateOrThrow(std::size_t size) {
-    void* const memory = t_noMemory ? nullptr : std::malloc(size != 0 ? size : 1);
-    if (memory == nullptr) throw std::bad_alloc();
-    return memory;
+    if (void* const memory = Allocate(size)) return memory;
+    throw std::bad_alloc();
 }
 
 }  // namespace
@@ -51,6 +54,12 @@ ZO_REPLACES void* operator new(std::size_t size) {
 }
 ZO_REPLACES void* operator new[](std::size_t size) {
     return AllocateOrThrow(size);
+}
+ZO_REPLACES void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return Allocate(size);
+}
+ZO_REPLACES void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    return Allocate(size);
 }
 ZO_REPLACES void operator delete(void* memory) noexcept {
     std::free(memory);
