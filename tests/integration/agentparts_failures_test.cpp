@@ -21,6 +21,7 @@
 #include "servicelog.h"
 #include "servicethread.h"
 #include "support/environment.h"
+#include "support/replacednew.h"
 #include "support/tempdir.h"
 #include "support/wait.h"
 
@@ -29,49 +30,18 @@ namespace {
 std::atomic<bool> g_noThreads{false};
 thread_local bool t_noMemory = false;
 
-void* Allocate(std::size_t size) noexcept {
-    return t_noMemory ? nullptr : std::malloc(size != 0 ? size : 1);
-}
-
-void* AllocateOrThrow(std::size_t size) {
-    if (void* const memory = Allocate(size)) return memory;
-    throw std::bad_alloc();
-}
-
 }  // namespace
 
-#define ZO_REPLACES __attribute__((visibility("default")))
+bool test::RefusesMemory() noexcept {
+    return t_noMemory;
+}
 
-extern "C" ZO_REPLACES int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
-                                          void* argument) {
+extern "C" __attribute__((visibility("default"))) int pthread_create(pthread_t* thread,
+                                                                     const pthread_attr_t* attributes,
+                                                                     void* (*body)(void*), void* argument) {
     using Function = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
     static const auto next = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "pthread_create"));
     return g_noThreads ? EAGAIN : next(thread, attributes, body, argument);
-}
-
-ZO_REPLACES void* operator new(std::size_t size) {
-    return AllocateOrThrow(size);
-}
-ZO_REPLACES void* operator new[](std::size_t size) {
-    return AllocateOrThrow(size);
-}
-ZO_REPLACES void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return Allocate(size);
-}
-ZO_REPLACES void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-    return Allocate(size);
-}
-ZO_REPLACES void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-ZO_REPLACES void operator delete[](void* memory) noexcept {
-    std::free(memory);
-}
-ZO_REPLACES void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
-ZO_REPLACES void operator delete[](void* memory, std::size_t) noexcept {
-    std::free(memory);
 }
 
 namespace {

@@ -15,6 +15,7 @@
 #include "support/capture.h"
 #include "support/environment.h"
 #include "support/forkedchild.h"
+#include "support/replacednew.h"
 #include "support/tempdir.h"
 #include "support/wait.h"
 #include "unit/base/corelog.h"
@@ -24,51 +25,12 @@ namespace {
 // How many more requests of this thread are served; negative for all.
 thread_local long t_requestsLeft = -1;
 
-void* Allocate(std::size_t size) {
-    if (t_requestsLeft == 0) return nullptr;
-    if (t_requestsLeft > 0) --t_requestsLeft;
-    return std::malloc(size > 0 ? size : 1);
-}
-
-void* AllocateOrThrow(std::size_t size) {
-    void* const memory = Allocate(size);
-    if (memory == nullptr) throw std::bad_alloc();
-    return memory;
-}
-
 }  // namespace
 
-#define ZO_REPLACES __attribute__((visibility("default")))
-
-ZO_REPLACES void* operator new(std::size_t size) {
-    return AllocateOrThrow(size);
-}
-ZO_REPLACES void* operator new[](std::size_t size) {
-    return AllocateOrThrow(size);
-}
-ZO_REPLACES void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return Allocate(size);
-}
-ZO_REPLACES void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-    return Allocate(size);
-}
-ZO_REPLACES void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-ZO_REPLACES void operator delete[](void* memory) noexcept {
-    std::free(memory);
-}
-ZO_REPLACES void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
-ZO_REPLACES void operator delete[](void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
-ZO_REPLACES void operator delete(void* memory, const std::nothrow_t&) noexcept {
-    std::free(memory);
-}
-ZO_REPLACES void operator delete[](void* memory, const std::nothrow_t&) noexcept {
-    std::free(memory);
+bool test::RefusesMemory() noexcept {
+    if (t_requestsLeft == 0) return true;
+    if (t_requestsLeft > 0) --t_requestsLeft;
+    return false;
 }
 
 namespace NS_BUNDLEMGR1 {

@@ -6,8 +6,6 @@
 #include <pthread.h>
 
 #include <cerrno>
-#include <cstdlib>
-#include <new>
 
 #include <gmock/gmock.h>
 
@@ -16,6 +14,7 @@
 
 #include "eventtest.h"
 #include "support/capture.h"
+#include "support/replacednew.h"
 #include "support/wait.h"
 
 namespace {
@@ -37,20 +36,11 @@ Function Next(const char* name) {
     return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
 
-bool AllocationFails() {
+}  // namespace
+
+bool test::RefusesMemory() noexcept {
     return t_failingAllocation > 0 && --t_failingAllocation == 0;
 }
-
-void* Allocate(std::size_t size) noexcept {
-    return AllocationFails() ? nullptr : std::malloc(size != 0 ? size : 1);
-}
-
-void* AllocateOrThrow(std::size_t size) {
-    if (void* const memory = Allocate(size)) return memory;
-    throw std::bad_alloc();
-}
-
-}  // namespace
 
 #define ZO_REPLACES __attribute__((visibility("default")))
 
@@ -102,37 +92,6 @@ ZO_REPLACES int pthread_rwlock_unlock(pthread_rwlock_t* lock) {
 }
 
 }  // extern "C"
-
-ZO_REPLACES void* operator new(std::size_t size) {
-    return AllocateOrThrow(size);
-}
-ZO_REPLACES void* operator new[](std::size_t size) {
-    return AllocateOrThrow(size);
-}
-ZO_REPLACES void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return Allocate(size);
-}
-ZO_REPLACES void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-    return Allocate(size);
-}
-ZO_REPLACES void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-ZO_REPLACES void operator delete[](void* memory) noexcept {
-    std::free(memory);
-}
-ZO_REPLACES void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
-ZO_REPLACES void operator delete[](void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
-ZO_REPLACES void operator delete(void* memory, const std::nothrow_t&) noexcept {
-    std::free(memory);
-}
-ZO_REPLACES void operator delete[](void* memory, const std::nothrow_t&) noexcept {
-    std::free(memory);
-}
 
 namespace NS_BUNDLEMGR1 {
 namespace {

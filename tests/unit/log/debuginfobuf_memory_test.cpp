@@ -12,6 +12,7 @@
 #include "log/logproxy.h"
 #include "logbuffertest.h"
 #include "support/capture.h"
+#include "support/replacednew.h"
 
 namespace {
 
@@ -47,22 +48,9 @@ public:
 
 }  // namespace
 
-// NOLINTBEGIN(cppcoreguidelines-no-malloc): this is what new is made of.
-__attribute__((visibility("default"))) void* operator new(std::size_t size) {
-    void* const memory = Strikes() ? nullptr : std::malloc(size > 0 ? size : 1);
-    if (memory == nullptr) throw std::bad_alloc();
-    return memory;
+bool test::RefusesMemory() noexcept {
+    return Strikes();
 }
-__attribute__((visibility("default"))) void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return Strikes() ? nullptr : std::malloc(size > 0 ? size : 1);
-}
-__attribute__((visibility("default"))) void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-__attribute__((visibility("default"))) void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
-// NOLINTEND(cppcoreguidelines-no-malloc)
 
 namespace NS_BUNDLEMGR1 {
 namespace {
