@@ -23,7 +23,8 @@ constexpr char kUsage[] =
     "  --version      print the version\n"
     "\n"
     "Status: 0 after an orderly stop, 1 when a bundle could not be loaded or initialised,\n"
-    "2 for a wrong command line, 3 when a third SIGINT or SIGTERM broke off the stop.\n";
+    "2 for a wrong command line, 3 when a third SIGINT or SIGTERM ended it.\n"
+    "SIGHUP makes the log go on in a new file.\n";
 
 constexpr char kSeconds[] = "decimal number of seconds, 2147483647 at most";
 

@@ -6,12 +6,12 @@
 #include <map>
 #include <tuple>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include "bundlemgr/base.h"
 #include "bundlemgr/bundle.h"
 #include "bundlemgr/bundlemgr.h"
+#include "configlines.h"
 
 using NS_BUNDLEMGR1::BundleMgr;
 using NS_BUNDLEMGR1::BundleObject;
@@ -30,13 +30,8 @@ std::string Cannot(const char* what, const std::string& path) {
 // "" for a file that can be read. Those who read the configuration take one that cannot
 // be for an empty one.
 std::string ReadTrouble(const std::string& file) {
-    char ignored = 0;
-    const int handle = open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    // A directory can be opened, but not read.
-    const bool readable = handle != -1 && read(handle, &ignored, sizeof ignored) != -1;
-    std::string trouble = readable ? "" : Cannot("read", file);
-    if (handle != -1) close(handle);
-    return trouble;
+    const std::string trouble = alarms::ConfigLines(file).Trouble();
+    return trouble.empty() ? "" : "cannot read " + file + ": " + trouble;
 }
 
 std::string ServicesFile(const std::string& bundle) {

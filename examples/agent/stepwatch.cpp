@@ -1,6 +1,7 @@
 #include "stepwatch.h"
 
 #include <chrono>
+#include <exception>
 #include <map>
 #include <system_error>
 
@@ -17,6 +18,7 @@ constexpr std::chrono::milliseconds kInterval(100);
 
 // The service that is being initialised or was the last to be, or "".
 std::string LatestService(BundleObject& bundle, const std::vector<std::string>& services) {
+    if (services.empty()) return "";  // the look waits for whoever holds the bundle
     std::map<std::string, ServiceObjectBase*> made;
     bundle.GetAllServiceObjects(made);
     std::string latest;
@@ -54,7 +56,11 @@ void StepWatch::Watch() {
     std::unique_lock<std::mutex> lock(m_mutex);
     while (!m_ending) {
         lock.unlock();
-        Look();
+        try {
+            Look();
+        } catch (const std::exception&) {
+            // No memory: the next look may have some.
+        }
         lock.lock();
         m_end.wait_for(lock, kInterval, [this] { return m_ending; });
     }
@@ -63,11 +69,17 @@ void StepWatch::Watch() {
 void StepWatch::Look() {
     for (const Step& step : m_steps) {
         if (IsDone(step)) continue;
+        Enter(step.name);
         const std::string service = LatestService(*step.bundle, step.services);
-        const std::string name = service.empty() ? step.name : step.name + " (service " + service + ")";
-        m_progress.Enter(name + (m_what == What::END ? " to be ended" : " to be initialised"));
+        if (!service.empty()) Enter(step.name + " (service " + service + ")");
         return;
     }
+}
+
+void StepWatch::Enter(const std::string& name) {
+    if (name == m_entered || m_entered.rfind(name + " (", 0) == 0) return;  // is known already, or better
+    m_entered = name;
+    m_progress.Enter(name + (m_what == What::END ? " to be ended" : " to be initialised"));
 }
 
 bool StepWatch::IsDone(const Step& step) const {

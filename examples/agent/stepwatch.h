@@ -38,12 +38,14 @@ private:
 
     void Watch();
     void Look();
+    void Enter(const std::string& name);
     bool IsDone(const Step& step) const;
 
     const What m_what;
     Progress& m_progress;
     std::vector<Step> m_steps;
-    std::mutex m_mutex;  // guards m_ending
+    std::string m_entered;  // what the progress was told last; the thread's own
+    std::mutex m_mutex;     // guards m_ending
     std::condition_variable m_end;
     bool m_ending = false;
     std::thread m_thread;

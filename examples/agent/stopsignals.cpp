@@ -1,7 +1,9 @@
 #include "stopsignals.h"
 
+#include <exception>
 #include <string>
 
+#include <poll.h>
 #include <unistd.h>
 
 namespace {
@@ -11,8 +13,11 @@ constexpr std::chrono::seconds kPatience(2);
 
 constexpr timespec kInterval{0, 250 * 1000 * 1000};
 
-// The stream may be locked by a thread that hangs.
+// The stream may be locked by a thread that hangs, and its reader may have stopped reading:
+// this thread must go on hearing signals.
 void Print(const std::string& text) {
+    pollfd standardError{STDERR_FILENO, POLLOUT, 0};
+    if (poll(&standardError, 1, 0) != 1 || (standardError.revents & POLLOUT) == 0) return;
     const std::string line = "zo_agent: " + text + "\n";
     const ssize_t written = write(STDERR_FILENO, line.data(), line.size());
     static_cast<void>(written);  // where should that be told?
@@ -69,11 +74,19 @@ void StopSignals::Watch() {
         const int number = Fetch();
         if (m_ending) return;
         Take(number);
+        TellWhatIsDue();
+    }
+}
+
+void StopSignals::TellWhatIsDue() {
+    try {
         const std::string loss = m_log.Loss();
         if (!loss.empty()) Print(loss);
-        if (Clock::now() < m_tellAt) continue;
+        if (Clock::now() < m_tellAt) return;
         m_tellAt = Clock::time_point::max();
         if (IsStarting()) Tell("");
+    } catch (const std::exception&) {
+        // No memory: the next round may have some.
     }
 }
 
@@ -83,6 +96,7 @@ int StopSignals::Fetch() const {
 }
 
 void StopSignals::Take(int number) {
+    // Waits for a record that is being written: a disk that hangs makes this thread deaf.
     if (number == SIGHUP) m_log.OpenNewFile();
     if (number == SIGINT || number == SIGTERM) TakeStop();
 }
@@ -112,5 +126,9 @@ StopSignals::Phase StopSignals::Request() {
 }
 
 void StopSignals::Tell(const char* more) const {
-    Print(m_progress.Text() + more);
+    try {
+        Print(m_progress.Text() + more);
+    } catch (const std::exception&) {
+        // No memory to tell it; what it was about goes on all the same.
+    }
 }

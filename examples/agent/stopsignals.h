@@ -52,6 +52,7 @@ private:
     void Watch();
     int Fetch() const;
     void Take(int number);
+    void TellWhatIsDue();
     void TakeStop();
     Phase Request();
     bool IsStarting();

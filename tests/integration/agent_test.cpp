@@ -878,13 +878,20 @@ TEST(AgentLife, ABundleWhoseServicesCannotBeReadRunsWithoutThem) {
     std::filesystem::remove(unreadable / file);
     std::filesystem::create_directory(unreadable / file);
 
+    const AgentRoot pipe;
+    std::filesystem::remove(pipe / file);
+    ASSERT_EQ(mkfifo((pipe / file).c_str(), 0600), 0);
+
     Agent first(missing, {"--for", "0"});
     Agent second(unreadable, {"--for", "0"});
+    Agent third(pipe, {"--for", "0"});
     EXPECT_EQ(first.Process().Wait(), 0);
     EXPECT_EQ(second.Process().Wait(), 0);
+    EXPECT_EQ(third.Process().Wait(), 0);
 
     EXPECT_EQ(first.Err(), warning(missing, "No such file or directory"));
     EXPECT_EQ(second.Err(), warning(unreadable, "Is a directory"));
+    EXPECT_EQ(third.Err(), warning(pipe, "Not a regular file"));
     EXPECT_NE(first.Out().find("zo_agent: ready\n"), std::string::npos);
 }
 
