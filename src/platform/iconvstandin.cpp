@@ -11,6 +11,7 @@
 // reading and writing.
 #include "platform/iconv.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -438,6 +439,15 @@ CharsetName Recognise(const char* name) {
     return {name, Charset::kOther};
 }
 
+// The C library passes over these characters, and may then have another set of its own for the
+// name of one of ours, or that of the locale for none at all.
+bool IsDisguised(const std::string& name) {
+    std::string bare;
+    std::remove_copy_if(name.begin(), name.end(), std::back_inserter(bare),
+                        [](char c) { return c == '+' || c == '(' || c == ')'; });
+    return bare != name && (bare.empty() || Recognise(bare.c_str()).charset != Charset::kOther);
+}
+
 std::unique_ptr<Decoder> MakeDecoder(const CharsetName& name) {
     switch (name.charset) {
         case Charset::kGbk:
@@ -659,6 +669,7 @@ Handle& Of(libiconv_t handle) {
 }
 
 std::unique_ptr<Handle> Open(const char* toCode, const char* fromCode) {
+    if (IsDisguised(fromCode) || IsDisguised(toCode)) return nullptr;
     const CharsetName from = Recognise(fromCode);
     const CharsetName to = Recognise(toCode);
     std::unique_ptr<Decoder> decoder = MakeDecoder(from);

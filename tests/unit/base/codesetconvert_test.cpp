@@ -230,9 +230,10 @@ TEST(CodeSetConvertFailure, ConversionsThatFailAreSilent) {
 }
 
 TEST(CodeSetConvertFailure, NamesOfOtherThanTheirCharactersAreUnknown) {
-    const std::vector<std::string> names = {"",      " ",       "GBK ",     " GBK", "G BK",    "GB#K",       "GBK//",
-                                            "GBK\t", "GBK\xE9", "\xC7GBK",  "GBK,", "UTF-8/",  "UTF-8//",    "GBK|",
-                                            "*",     "GBK\n",   "ISO 8859", "UTF@", "latin1;", "GBK//IGNORE"};
+    const std::vector<std::string> names = {"",      " ",       "GBK ",     " GBK",  "G BK",    "GB#K",        "GBK//",
+                                            "GBK\t", "GBK\xE9", "\xC7GBK",  "GBK,",  "UTF-8/",  "UTF-8//",     "GBK|",
+                                            "*",     "GBK\n",   "ISO 8859", "UTF@",  "latin1;", "GBK//IGNORE", "GBK+",
+                                            "G(B)K", "()",      "+",        "UTF-8+"};
     const test::CoreLogDir log;
     for (const std::string& name : names) {
         const std::string toName = "[CodeSetConvert]:iconv_open(" + name + ",UTF-8) failed.\n";
