@@ -24,7 +24,7 @@ class OutOfMemoryLogProxy : public DefaultLogProxy {
 public:
     void Printf(int, const char* format, ...) override __attribute__((format(printf, 3, 4))) {
         LossCounter::Lost(1, RecordTime());
-        ACE_OS::printf("%s", format);
+        PrintOutText(format != nullptr ? format : "");
     }
 };
 
