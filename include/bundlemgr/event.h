@@ -169,6 +169,7 @@ private:
     static void BeforeFork();
     static void AfterForkInParent();
     static void AfterForkInChild();
+    static const int s_nForkHandlers;
     void StartAnewInChild();
 
     ACE_RW_Mutex m_handlerLock;

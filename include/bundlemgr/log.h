@@ -14,9 +14,10 @@
 /// Logging throws nothing: a record for which there is no memory, no file or no room on
 /// the disk is lost, and counted (`GetLogLoss`).
 ///
-/// Signal handlers must not log: a log call takes locks and memory.
+/// Signal handlers must not log, nor fork: a log call takes locks and memory.
 ///
-/// A child made by `fork` may log at once, whatever other threads did at that moment. Its
+/// A child made by `fork` may log at once, whatever other threads did in the library at that
+/// moment (one that was in the C library's own `localtime` blocks the child's, as ever). Its
 /// records go to a file of its own, numbered on from those of its parent; what waited in
 /// the parent is left to the parent. A child made by `vfork` must not log.
 #pragma once
@@ -182,7 +183,8 @@ public:
 /// Records that did not reach a log file.
 struct LogLoss {
     /// Lost since the process began; in a forked child, since that was made. Records of
-    /// disabled levels that nobody asked for in time do not count.
+    /// disabled levels count only where there was no memory to keep them at all, not when
+    /// nobody asked for them in time.
     unsigned long long records = 0;
     /// When the present loss began: the time of the first record lost after the last one
     /// that was written. Zero while records are kept.

@@ -18,6 +18,7 @@
 
 #include "event/lightinternalmessage.h"
 #include "log/logproxy.h"
+#include "platform/staticobjectlock.h"
 #include "platform/usegate.h"
 #include "platform/waituntil.h"
 
@@ -110,19 +111,14 @@ void Abandon(const void* object) {
     if (abandoned != nullptr) g_pAbandoned = abandoned;
 }
 
-// In a child of fork: its holder may be a thread that is not there, and never lets go.
-void FreeStaticObjectLock() {
-    ACE_Recursive_Thread_Mutex* const lock = ACE_Static_Object_Lock::instance();
-    if (lock->tryacquire() == 0) {
-        lock->release();
-    } else {
-        new (lock) ACE_Recursive_Thread_Mutex;
-    }
-}
-
 }  // namespace
 
 std::atomic<LightEventMgr*> LightEventMgr::m_pInstance{nullptr};
+
+// While the library loads: the program's own handlers, registered later, run while no lock of
+// the event manager is held, and may use it.
+[[maybe_unused]] const int LightEventMgr::s_nForkHandlers =
+    pthread_atfork(BeforeFork, AfterForkInParent, AfterForkInChild);
 
 LightEventParam::~LightEventParam() = default;
 
@@ -253,8 +249,6 @@ void LightEventMgr::TakeOffShelf() {
 // created here, since an event may be posted under a lock that comes later in order.
 LightEventMgr::LightEventMgr() : ACE_Task<ACE_MT_SYNCH>(Threads()), m_bExit(false) {
     ACE_Allocator::instance();
-    static const int s_forkHandlers = pthread_atfork(BeforeFork, AfterForkInParent, AfterForkInChild);
-    static_cast<void>(s_forkHandlers);
     g_gate.Open(this);
 }
 
@@ -490,9 +484,13 @@ void LightEventMgr::AfterForkInParent() {
 }
 
 void LightEventMgr::AfterForkInChild() {
-    FreeStaticObjectLock();
-    Abandon(g_pThreadsOfChild);
-    g_pThreadsOfChild = new (std::nothrow) ACE_Thread_Manager;
+    bool any = false;
+    ForEachManager([&any](LightEventMgr&) { any = true; });
+    if (any) {
+        FreeStaticObjectLockInChild();
+        Abandon(g_pThreadsOfChild);
+        g_pThreadsOfChild = new (std::nothrow) ACE_Thread_Manager;
+    }
     g_nDestroysOver.store(g_nDestroysBegun.load());
     ForEachManager([](LightEventMgr& mgr) { mgr.StartAnewInChild(); });
     g_gate.AfterForkInChild();

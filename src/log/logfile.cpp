@@ -8,7 +8,6 @@
 #include <utility>
 
 #include <ace/OS_NS_stdio.h>
-#include <ace/OS_NS_time.h>
 #include <fcntl.h>
 #include <stdio_ext.h>
 #include <sys/stat.h>
@@ -16,6 +15,7 @@
 
 #include "bundlemgr/base.h"
 #include "log/losscounter.h"
+#include "platform/calendar.h"
 #include "platform/openfile.h"
 #include "platform/standardoutput.h"
 
@@ -140,9 +140,9 @@ void LogFile::LeaveToParent() {
 std::string LogFile::NextPath() const {
     const std::time_t now = std::time(nullptr);
     std::tm local{};
-    ACE_OS::localtime_r(&now, &local);
+    Calendar::LocalTime(now, local);
     char stamp[32] = "";
-    std::strftime(stamp, sizeof(stamp), "%Y%m%d_%H%M%S", &local);
+    Calendar::Format(stamp, sizeof(stamp), "%Y%m%d_%H%M%S", local);
     return m_strDirectory + "/" + m_strPrefix + "_sys_" + stamp + "_" + std::to_string(getpid()) + ".log";
 }
 

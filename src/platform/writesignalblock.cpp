@@ -48,7 +48,8 @@ void WriteSignalBlock::Block() {
 }
 
 // One of each at most: a write raises it on this thread, whose own signals come first. One
-// that was sent to the process meanwhile stays.
+// that is sent to a process all of whose threads block it, at this very moment and without a
+// write that failed, is taken for ours.
 void WriteSignalBlock::TakeAwayRaised() {
     const timespec atOnce{};
     for (int number = 1; number > 0 || errno == EINTR;) {

@@ -14,6 +14,7 @@
 #include "bundlemgr/base.h"
 #include "log/logproxy.h"
 #include "platform/bounded.h"
+#include "platform/calendar.h"
 #include "platform/openfile.h"
 
 namespace NS_BUNDLEMGR1 {
@@ -162,7 +163,7 @@ void RemoveDirectory(const std::string& path, bool removeSelf, const Visit* oute
 ///         beyond what the C library can express
 std::tm LocalTime(std::time_t seconds) {
     std::tm local{};
-    if (localtime_r(&seconds, &local) != nullptr) return local;
+    if (Calendar::LocalTime(seconds, local) != nullptr) return local;
     local = std::tm{};
     local.tm_isdst = -1;
     return local;
@@ -266,7 +267,7 @@ void RemoveFilesList(const std::list<std::string>& files) {
 std::string GetZoneTimeStamp(const ACE_Time_Value& t) {
     const std::tm local = LocalTime(t.sec());
     char text[kTimeStampBufferSize] = {};
-    if (std::strftime(text, kMaxZoneLength + 1, "%Z", &local) == 0 &&
+    if (Calendar::Format(text, kMaxZoneLength + 1, "%Z", local) == 0 &&
         strncpy_s(text, sizeof text, "Unknown Time Zone", kMaxZoneLength) != 0) {
         g_log.Print(__LINE__, LOG_LEVEL_ERROR, "strncpy_s failed.");
     }

@@ -1,4 +1,5 @@
 // The event manager in a child of fork, whose only thread is the one that forked.
+#include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -65,6 +66,20 @@ private:
     std::vector<std::thread> m_threads;
 };
 
+// Handlers of the program, which it registers before there is an event manager, and which use
+// it: those of the event manager must hold nothing meanwhile.
+std::atomic<bool> g_programUsesIt{false};
+
+void UseEventManager() {
+    if (!g_programUsesIt) return;
+    Handler nobody([](int, LightEventParam*) {});
+    LightEventMgr::Instance()->RegisterHandler(7, &nobody);
+    LightEventMgr::Instance()->Push_Msg(7, nullptr, 0);
+    LightEventMgr::Instance()->UnRegisterHandler(7, &nobody);
+}
+
+[[maybe_unused]] const int g_programsHandlers = pthread_atfork(UseEventManager, UseEventManager, UseEventManager);
+
 class LightEventMgrFork : public test::EventTest {
 protected:
     static LightEventMgr& Mgr() { return *LightEventMgr::Instance(); }
@@ -74,6 +89,15 @@ protected:
         return true;
     }
 };
+
+TEST_F(LightEventMgrFork, HandlersOfTheProgramMayUseIt) {
+    Mgr().Push_Msg(1, nullptr, 0);
+    g_programUsesIt = true;
+
+    EXPECT_EQ(0, StatusOfChild([] { return PostAndDestroy(); }));
+
+    g_programUsesIt = false;
+}
 
 TEST_F(LightEventMgrFork, DestroyReturnsInAChildOfARunningManager) {
     ASSERT_EQ(1, Mgr().Init());

@@ -14,6 +14,7 @@
 #include <ace/Recursive_Thread_Mutex.h>
 #include <ace/Static_Object_Lock.h>
 
+#include "bundlemgr/base.h"
 #include "logtest.h"
 #include "support/capture.h"
 #include "support/wait.h"
@@ -96,6 +97,24 @@ TEST_F(DebugInfoBufForkTest, AChildHasAFileOfItsOwn) {
 
     EXPECT_THAT(TextsOf(getpid()), ElementsAre("parent", "parent again"));
     EXPECT_THAT(TextsOf(child), ElementsAre("child"));
+}
+
+TEST_F(DebugInfoBufForkTest, AChildOfAProcessThatMakesTimeStampsDoesNotHang) {
+    std::atomic<bool> stop{false};
+    std::thread stamps([&stop] {
+        while (!stop) GetZoneTimeStamp(ACE_Time_Value(test::kTheSecond));
+    });
+
+    for (int i = 0; i < 100; ++i) {
+        ForkAndWait([] {
+            Append("child");
+            std::_Exit(0);
+            return 0;
+        });
+    }
+
+    stop = true;
+    stamps.join();
 }
 
 TEST_F(DebugInfoBufForkTest, AChildGoesOnNumberingRecords) {
