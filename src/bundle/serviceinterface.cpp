@@ -72,7 +72,7 @@ InterfaceEntry& EntryOf(const std::string& name) {
 // Names the type even when its library has gone. Types of unnamed namespaces share their
 // names; each library has its own.
 std::string TypeKey(const std::type_info& type) {
-    const std::string name = type.name();
+    std::string name = type.name();
     if (name.find("_GLOBAL__N_") == std::string::npos) return name;
     return name + "@" + std::to_string(reinterpret_cast<std::uintptr_t>(type.name()));
 }
@@ -117,7 +117,7 @@ void Append(InterfaceEntry& entry, ServiceInterface* iface, VerifiedInterface& v
 /// vector's own operations cannot be made to take part in that, hence the look at what all
 /// implementations of it begin with: pointers to its first element and behind its last.
 __attribute__((no_sanitize("thread"))) const void* FirstOf(const std::vector<ServiceInterface*>& list) {
-    static_assert(sizeof(list) == 3 * sizeof(void*), "first, last, end of the memory");
+    static_assert(sizeof(std::vector<ServiceInterface*>) == 3 * sizeof(void*), "first, last, end of the memory");
     using Element = const void* const;
     Element* const* const ends = reinterpret_cast<Element* const*>(&list);
     Element* const begin = __atomic_load_n(&ends[0], __ATOMIC_RELAXED);

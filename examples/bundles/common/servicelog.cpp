@@ -5,7 +5,6 @@
 #include "bundlemgr/bundlemgr.h"
 
 using NS_BUNDLEMGR1::BundleMgr;
-using NS_BUNDLEMGR1::LogProxy;
 
 namespace alarms {
 
