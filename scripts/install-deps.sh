@@ -83,10 +83,18 @@ find_new_servers() {
     done
 }
 
+# What stands in the policy for services below, and in nobody else's.
+signature='By install-deps.sh of zo_bundlemgr, while it installs packages.'
+
+# Not one that this script has left behind when it was killed.
+is_policy_of_system() {
+    { [ -e "$policy" ] || [ -L "$policy" ]; } && ! grep -qF "$signature" "$policy" 2>/dev/null
+}
+
 # While they are installed the system's policy for services, if there is one, is asked
 # about all others only.
 deny_servers() {
-    if { [ -e "$policy" ] || [ -L "$policy" ]; } && [ ! -e "$policy.kept" ]; then
+    if is_policy_of_system && [ ! -e "$policy.kept" ]; then
         $as_root mv "$policy" "$policy.kept"
     fi
     trap restore_policy EXIT
@@ -97,7 +105,7 @@ deny_servers() {
     case "$new_servers " in *" omnievents "*) patterns="${patterns:+$patterns | }*' omniorb'*eventservice*" ;; esac
     $as_root tee "$policy" >/dev/null <<EOF
 #!/bin/sh
-# By install-deps.sh of zo_bundlemgr, while it installs packages.
+# $signature
 case " \$*" in $patterns) exit 101 ;; esac
 [ ! -x $policy.kept ] || exec $policy.kept "\$@"
 EOF

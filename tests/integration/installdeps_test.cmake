@@ -33,3 +33,54 @@ endfunction()
 
 expect_installed(package dpkg-dev file)
 expect_installed(build "g\\+\\+" cmake)
+
+# While the CORBA servers are installed, the script has a policy for services of its own in
+# place of the system's. Here it finds both in a directory of this test.
+set(policy "${WORK_DIR}/policy-rc.d")
+file(READ "${SCRIPT}" text)
+string(REPLACE "policy=/usr/sbin/policy-rc.d" "policy=${policy}" moved "${text}")
+if(moved STREQUAL text)
+    message(FATAL_ERROR "${SCRIPT} does not say where the system's policy for services is")
+endif()
+set(SCRIPT "${WORK_DIR}/install-deps.sh")
+file(WRITE "${SCRIPT}" "${moved}")
+foreach(tool mv rm tee chmod cp grep sed sort)
+    find_program(path_${tool} ${tool} REQUIRED)
+    file(CREATE_LINK "${path_${tool}}" "${bin}/${tool}" SYMBOLIC)
+endforeach()
+foreach(tool dpkg systemctl)
+    file(WRITE "${bin}/${tool}" "#!${path_sh}\n")
+endforeach()
+# What is in place while packages are installed is what a script that is killed then leaves.
+file(WRITE "${bin}/apt-get" "#!${path_sh}\necho \"$*\" >>'${calls}'\ncp '${policy}' '${WORK_DIR}/left' 2>/dev/null || :\n")
+file(CHMOD "${bin}/apt-get" "${bin}/dpkg" "${bin}/systemctl" PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+
+function(expect_no_policy)
+    if(EXISTS "${policy}" OR EXISTS "${policy}.kept")
+        message(FATAL_ERROR "install-deps.sh leaves a policy for services behind")
+    endif()
+endfunction()
+
+function(expect_the_administrators_policy)
+    file(READ "${policy}" kept)
+    if(NOT kept STREQUAL "#!/bin/sh\nexit 0\n" OR EXISTS "${policy}.kept")
+        message(FATAL_ERROR "install-deps.sh does not keep the system's policy for services: ${kept}")
+    endif()
+endfunction()
+
+expect_installed(corba omniorb-nameserver)
+expect_no_policy()
+
+# After one that was killed: without a policy of the system, and with one.
+file(COPY_FILE "${WORK_DIR}/left" "${policy}")
+expect_installed(corba omniorb-nameserver)
+expect_no_policy()
+
+file(WRITE "${policy}" "#!/bin/sh\nexit 0\n")
+expect_installed(corba omniorb-nameserver)
+expect_the_administrators_policy()
+
+file(RENAME "${policy}" "${policy}.kept")
+file(COPY_FILE "${WORK_DIR}/left" "${policy}")
+expect_installed(corba omniorb-nameserver)
+expect_the_administrators_policy()
