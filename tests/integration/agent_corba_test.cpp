@@ -193,7 +193,9 @@ protected:
         ASSERT_TRUE(WaitFor([&] {
             NbiAlarm::AlarmSeq_var alarms;
             NbiAlarm::AlarmIterator_var rest;
-            return m_service->getActiveAlarms(0, alarms.out(), rest.out()).sequenceNumber == kAlarms;
+            const NbiAlarm::Position listed = m_service->getActiveAlarms(0, alarms.out(), rest.out());
+            if (!CORBA::is_nil(rest)) rest->destroy();  // it would count with those of the test
+            return listed.sequenceNumber == kAlarms;
         }));
     }
 
@@ -293,7 +295,6 @@ TEST_F(AgentCorbaIteratorTest, TheIdlestGoesWhenThereAreTooMany) {
     ASSERT_NO_FATAL_FAILURE(StartWithManyAlarms());
     NbiAlarm::AlarmSeq_var piece;
     std::vector<NbiAlarm::AlarmIterator_var> iterators;
-    // Those that the waiting above has left behind go first.
     for (int i = 0; i < 100; ++i) iterators.emplace_back(First(10, piece.out()));
     EXPECT_FALSE(IsGone(iterators[0]));  // used: now the second is the idlest
 
@@ -303,6 +304,49 @@ TEST_F(AgentCorbaIteratorTest, TheIdlestGoesWhenThereAreTooMany) {
     EXPECT_FALSE(IsGone(iterators[0]));
     EXPECT_FALSE(IsGone(iterators[2]));
     EXPECT_FALSE(IsGone(oneMore));
+}
+
+TEST_F(AgentCorbaIteratorTest, TheIdlestThatIsAloneWithItsListGoesWhenThereAreEightOtherLists) {
+    ASSERT_NO_FATAL_FAILURE(StartWithManyAlarms());
+    NbiAlarm::AlarmSeq_var piece;
+    int changes = 0;
+    const auto changedList = [&] {
+        m_service->acknowledge("a0001", std::to_string(++changes).c_str());
+        return First(1, piece.out());
+    };
+    const NbiAlarm::AlarmIterator_var shared = changedList();
+    const NbiAlarm::AlarmIterator_var sharing = First(1, piece.out());
+    std::vector<NbiAlarm::AlarmIterator_var> alone;
+    for (int i = 0; i < 7; ++i) alone.emplace_back(changedList());
+    EXPECT_FALSE(IsGone(alone[0]));  // used: now the second is the idlest
+
+    const NbiAlarm::AlarmIterator_var ninth = changedList();
+    const NbiAlarm::AlarmIterator_var sharingTheNinth = First(1, piece.out());
+
+    EXPECT_TRUE(IsGone(alone[1]));
+    EXPECT_FALSE(IsGone(alone[0]));
+    EXPECT_FALSE(IsGone(alone[2]));
+    EXPECT_FALSE(IsGone(shared));
+    EXPECT_FALSE(IsGone(sharing));
+    EXPECT_FALSE(IsGone(ninth));
+    EXPECT_FALSE(IsGone(sharingTheNinth));
+}
+
+TEST_F(AgentCorbaIteratorTest, ListsThatSeveralShareAreBoundedTheSame) {
+    ASSERT_NO_FATAL_FAILURE(StartWithManyAlarms());
+    NbiAlarm::AlarmSeq_var piece;
+    std::vector<NbiAlarm::AlarmIterator_var> iterators;
+    for (int list = 0; list < 20; ++list) {
+        m_service->acknowledge("a0001", std::to_string(list).c_str());
+        iterators.emplace_back(First(1, piece.out()));
+        iterators.emplace_back(First(1, piece.out()));
+    }
+
+    const auto left = std::count_if(iterators.begin(), iterators.end(),
+                                    [](const NbiAlarm::AlarmIterator_var& iterator) { return !IsGone(iterator); });
+
+    EXPECT_EQ(left, 16);  // of the eight latest lists
+    EXPECT_FALSE(IsGone(iterators.back()));
 }
 
 TEST_F(AgentCorbaTest, IsBoundAgainWhenTheNamingServiceWasRestartedWithoutItsData) {

@@ -1,6 +1,7 @@
 #include "iteratorpool.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 #include "idlalarm.h"
@@ -10,6 +11,9 @@ namespace corba_bundle {
 namespace {
 
 constexpr std::size_t kMostIterators = 100;
+
+// So many different lists may wait for clients: each of them is a copy of the whole table.
+constexpr std::size_t kMostLists = 8;
 
 thread_local IteratorPool::Reply* t_reply = nullptr;
 
@@ -60,19 +64,46 @@ IteratorPool::IteratorPool(PortableServer::POA_ptr poa, std::chrono::seconds lon
     : m_poa(PortableServer::POA::_duplicate(poa)), m_longestIdle(longestIdle) {}
 
 NbiAlarm::AlarmIterator_ptr IteratorPool::Make(std::shared_ptr<const alarms::AlarmSnapshot> list, std::size_t next) {
+    const alarms::AlarmSnapshot* const kept = list.get();
     // The variable gives up its reference when this returns; the POA keeps one.
     const PortableServer::Servant_var<IteratorServant> servant(new IteratorServant(*this, std::move(list), next));
     const PortableServer::ObjectId_var id = m_poa->activate_object(servant);
     NbiAlarm::AlarmIterator_var reference = servant->_this();
-    IteratorServant* tooMany = nullptr;
     {
         const std::lock_guard<std::mutex> guard(m_mutex);
-        if (m_active.size() >= kMostIterators) tooMany = m_active.extract(Idlest()).key();
-        m_active[servant] = Clock::now();
+        m_active[servant] = {Clock::now(), kept};
     }
-    if (tooMany != nullptr) Deactivate(tooMany);
+    while (IteratorServant* const tooMany = TakeOutTooMany(kept)) Deactivate(tooMany);
     if (t_reply != nullptr) t_reply->m_made = servant;
     return reference._retn();
+}
+
+// Null when there are none too many.
+IteratorServant* IteratorPool::TakeOutTooMany(const alarms::AlarmSnapshot* newest) {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    if (m_active.size() > kMostIterators) return m_active.extract(Idlest()).key();
+    const Holders others = HoldersOfOthers(newest);
+    if (others.size() < kMostLists) return nullptr;
+    return m_active.extract(LeastShared(others)).key();
+}
+
+// The lock must be held, as for the next ones.
+IteratorPool::Holders IteratorPool::HoldersOfOthers(const alarms::AlarmSnapshot* list) const {
+    Holders holders;
+    for (const auto& entry : m_active) ++holders[entry.second.list];
+    holders.erase(list);
+    return holders;
+}
+
+// Of those whose list is among these; the idlest where there are several.
+IteratorPool::Uses::iterator IteratorPool::LeastShared(const Holders& lists) {
+    const auto rank = [&lists](const Uses::value_type& entry) {
+        const auto found = lists.find(entry.second.list);
+        const std::size_t sharing = found != lists.end() ? found->second : std::numeric_limits<std::size_t>::max();
+        return std::make_pair(sharing, entry.second.last);
+    };
+    return std::min_element(m_active.begin(), m_active.end(),
+                            [&rank](const auto& a, const auto& b) { return rank(a) < rank(b); });
 }
 
 std::size_t IteratorPool::Reap() {
@@ -80,7 +111,7 @@ std::size_t IteratorPool::Reap() {
     {
         const std::lock_guard<std::mutex> guard(m_mutex);
         const auto limit = Clock::now() - m_longestIdle;
-        for (auto it = Idlest(); it != m_active.end() && it->second < limit; it = Idlest()) {
+        for (auto it = Idlest(); it != m_active.end() && it->second.last < limit; it = Idlest()) {
             idle.push_back(m_active.extract(it).key());
         }
     }
@@ -91,7 +122,7 @@ std::size_t IteratorPool::Reap() {
 void IteratorPool::Touch(IteratorServant* iterator) {
     const std::lock_guard<std::mutex> guard(m_mutex);
     const auto it = m_active.find(iterator);
-    if (it != m_active.end()) it->second = Clock::now();
+    if (it != m_active.end()) it->second.last = Clock::now();
 }
 
 void IteratorPool::Destroy(IteratorServant* iterator) {
@@ -102,9 +133,9 @@ void IteratorPool::Destroy(IteratorServant* iterator) {
     Deactivate(iterator);
 }
 
-IteratorPool::LastUses::iterator IteratorPool::Idlest() {
+IteratorPool::Uses::iterator IteratorPool::Idlest() {
     return std::min_element(m_active.begin(), m_active.end(),
-                            [](const auto& a, const auto& b) { return a.second < b.second; });
+                            [](const auto& a, const auto& b) { return a.second.last < b.second.last; });
 }
 
 void IteratorPool::Deactivate(IteratorServant* iterator) {

@@ -19,7 +19,8 @@ class IteratorServant;
 /// Makes iterators and sees to their end: a client destroys its iterator or reads it to
 /// its end, but may as well crash or forget it. So one that is left alone for too long
 /// is reaped, and there is a limit to how many there are: beyond it the one that was
-/// left alone the longest goes.
+/// left alone the longest goes. Each keeps a whole list, so there is another limit to how
+/// many lists they keep: beyond it those go whose list the fewest share.
 ///
 /// Thread-safe. Must live until the ORB is shut down, which takes what is left.
 class IteratorPool {
@@ -61,15 +62,23 @@ public:
 
 private:
     using Clock = std::chrono::steady_clock;
-    using LastUses = std::map<IteratorServant*, Clock::time_point>;
+    struct Use {
+        Clock::time_point last;
+        const alarms::AlarmSnapshot* list = nullptr;  // which the iterator keeps
+    };
+    using Uses = std::map<IteratorServant*, Use>;
+    using Holders = std::map<const alarms::AlarmSnapshot*, std::size_t>;  // how many iterators keep a list
 
-    LastUses::iterator Idlest();
+    IteratorServant* TakeOutTooMany(const alarms::AlarmSnapshot* newest);
+    Holders HoldersOfOthers(const alarms::AlarmSnapshot* list) const;
+    Uses::iterator LeastShared(const Holders& lists);
+    Uses::iterator Idlest();
     void Deactivate(IteratorServant* iterator);
 
     const PortableServer::POA_var m_poa;
     const std::chrono::seconds m_longestIdle;
     std::mutex m_mutex;
-    LastUses m_active;  // the POA owns them; who takes one out here has it deactivated
+    Uses m_active;  // the POA owns them; who takes one out here has it deactivated
 };
 
 }  // namespace corba_bundle
