@@ -159,4 +159,13 @@ TEST_F(FewDescriptorsTest, TakeFewerConnectionsAndAreReported) {
     EXPECT_EQ(LogCount("no file descriptor is left"), 0u);
 }
 
+TEST_F(AgentCorbaLoadTest, ABadNumberOfTextClientsIsReportedByTheTextServerAlone) {
+    m_root.SetBundles({"zo_base_bundle", "zo_domain_bundle", "zo_ascii_bundle", "zo_corba_bundle"});
+    m_root.SetItem("AsciiMaxClients", "010");
+
+    ASSERT_NO_FATAL_FAILURE(StartAgent());
+
+    EXPECT_EQ(LogCount("AsciiMaxClients=010 is not a decimal number from 1 to 512, taking 32\n"), 1u) << m_root.Log();
+}
+
 }  // namespace

@@ -24,6 +24,7 @@ function(zo_add_agent_corba_test name)
             zo_agent zo_nms
             zo_base_bundle AlarmSvc HeartbeatSvc
             zo_domain_bundle FeedSvc StatisticsSvc
+            zo_ascii_bundle AsciiSvc
             zo_corba_bundle OrbSvc NamingSvc NotifySvc)
     else()
         target_compile_definitions(${name} PRIVATE ZO_HAVE_CORBA=0)

@@ -10,7 +10,10 @@
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -20,6 +23,7 @@
 #include "bundlemgr/bundlemgr.h"
 #include "bundlemgr/event.h"
 #include "changejudge.h"
+#include "descriptors.h"
 #include "eventsubscription.h"
 #include "feedfollower.h"
 #include "lossreport.h"
@@ -210,6 +214,33 @@ TEST_F(AgentPart, AServiceThreadSurvivesAnException) {
     EXPECT_NE(records.find("Bundle = bundle, Service = Svc \nfilename = parts, lineno = "), std::string::npos)
         << records;
     EXPECT_NE(records.find("\nthe service's thread failed and tries again: no table\n"), std::string::npos) << records;
+}
+
+// ---- Descriptors ----
+
+TEST(AgentDescriptors, AreCountedWithoutTheOneThatCountingTakes) {
+    const std::size_t before = alarms::OpenDescriptors();
+    const int handle = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    ASSERT_NE(handle, -1);
+
+    EXPECT_EQ(alarms::OpenDescriptors(), before + 1);
+    close(handle);
+    EXPECT_EQ(alarms::OpenDescriptors(), before);
+    EXPECT_GE(before, 3U);
+}
+
+TEST(AgentDescriptors, AreLimitedAsTheSystemSaysAndNotCountedWhenNoneIsLeft) {
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none = {0, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    const std::size_t limit = alarms::DescriptorLimit();
+    const std::size_t open = alarms::OpenDescriptors();
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+
+    EXPECT_EQ(limit, 0U);
+    EXPECT_EQ(open, 0U);
+    EXPECT_EQ(alarms::DescriptorLimit(), before.rlim_cur);
 }
 
 // ---- RefusalLog ----

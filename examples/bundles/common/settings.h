@@ -14,6 +14,9 @@ namespace alarms {
 ///                 to `log`
 ZO_PLUGIN_EXPORT int IntSetting(const char* name, int standard, int least, int most, ServiceLog& log);
 
+/// The same without a report: for a setting of another service, which reports it.
+ZO_PLUGIN_EXPORT int IntSetting(const char* name, int standard, int least, int most);
+
 /// @return a path below the installation root for a relative one; an absolute one as it is
 ZO_PLUGIN_EXPORT std::string PathInRoot(const std::string& path);
 

@@ -4,12 +4,8 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <filesystem>
 #include <new>
-#include <system_error>
 #include <utility>
-
-#include <sys/resource.h>
 
 #include <ace/Dev_Poll_Reactor.h>
 #include <ace/INET_Addr.h>
@@ -17,6 +13,7 @@
 #include <ace/Thread.h>
 
 #include "alarmtext.h"
+#include "descriptors.h"
 
 namespace alarms {
 
@@ -29,10 +26,7 @@ constexpr int kAcceptPauseSeconds = 1;
 
 // The highest descriptor that the reactor takes is below this. It keeps a table of that
 // size, so what the system allows may be too much.
-constexpr rlim_t kMostDescriptors = 65536;
-
-// What the agent opens besides its clients' connections: files, reactors, the ORB.
-constexpr rlim_t kOwnDescriptors = 32;
+constexpr std::size_t kMostDescriptors = 65536;
 
 // So many different tables may be on their way to clients. When these are too few, a
 // client that takes nothing of its table is cut off.
@@ -41,22 +35,6 @@ constexpr std::chrono::seconds kPatience(5);
 constexpr int kLookAgainMicroseconds = 500 * 1000;
 
 using Clock = std::chrono::steady_clock;
-
-// How many descriptors the process may have.
-rlim_t DescriptorLimit() {
-    rlimit limit{};
-    return getrlimit(RLIMIT_NOFILE, &limit) == 0 ? limit.rlim_cur : kMostDescriptors;
-}
-
-rlim_t OpenDescriptors() {
-    std::error_code trouble;
-    rlim_t count = 0;
-    for (std::filesystem::directory_iterator handle("/proc/self/fd", trouble), end; !trouble && handle != end;
-         handle.increment(trouble)) {
-        ++count;
-    }
-    return count;
-}
 
 }  // namespace
 
@@ -118,13 +96,13 @@ bool AsciiServer::Listen() {
 }
 
 void AsciiServer::ReportFewDescriptors() const {
-    const rlim_t limit = DescriptorLimit();
-    const rlim_t open = OpenDescriptors();
-    if (open + kOwnDescriptors + static_cast<rlim_t>(m_settings.maxClients) <= limit) return;
+    const std::size_t limit = DescriptorLimit();
+    const std::size_t open = OpenDescriptors();
+    if (open + OWN_DESCRIPTORS + static_cast<std::size_t>(m_settings.maxClients) <= limit) return;
     m_log.Error(__LINE__,
-                "%d clients (AsciiMaxClients) need more descriptors than the %llu of this process (ulimit -n), of "
-                "which %llu are in use",
-                m_settings.maxClients, static_cast<unsigned long long>(limit), static_cast<unsigned long long>(open));
+                "%d clients (AsciiMaxClients) need more descriptors than the %zu of this process (ulimit -n), of "
+                "which %zu are in use",
+                m_settings.maxClients, limit, open);
 }
 
 void AsciiServer::Serve() {

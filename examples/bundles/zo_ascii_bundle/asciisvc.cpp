@@ -9,9 +9,11 @@
 #include "portfile.h"
 #include "servicelog.h"
 #include "settings.h"
+#include "textclients.h"
 
 namespace {
 
+namespace TextClients = alarms::TextClients;
 using alarms::AlarmEvent;
 using alarms::AsciiServer;
 using NS_BUNDLEMGR1::LightEventParam;
@@ -19,8 +21,6 @@ using NS_BUNDLEMGR1::ServiceObjectBase;
 
 constexpr char kService[] = "AsciiSvc";
 constexpr int kMostPort = 65535;
-constexpr int kStandardClients = 32;
-constexpr int kMostClients = 512;
 constexpr int kStandardBacklog = 1024 * 1024;
 constexpr int kLeastBacklog = 1024;
 constexpr int kMostBacklog = 256 * 1024 * 1024;
@@ -63,7 +63,8 @@ private:
     AsciiServer::Settings ReadSettings() {
         AsciiServer::Settings settings;
         settings.port = alarms::IntSetting("AsciiPort", 0, 0, kMostPort, m_log);
-        settings.maxClients = alarms::IntSetting("AsciiMaxClients", kStandardClients, 1, kMostClients, m_log);
+        settings.maxClients =
+            alarms::IntSetting(TextClients::ITEM, TextClients::STANDARD, TextClients::LEAST, TextClients::MOST, m_log);
         settings.backlog = static_cast<std::size_t>(
             alarms::IntSetting("AsciiBacklog", kStandardBacklog, kLeastBacklog, kMostBacklog, m_log));
         return settings;

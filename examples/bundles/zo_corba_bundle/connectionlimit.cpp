@@ -1,22 +1,18 @@
 #include "connectionlimit.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <iterator>
-#include <system_error>
-
-#include <sys/resource.h>
 
 #include <omniORB4/internal/giopStrand.h>
 
+#include "descriptors.h"
 #include "settings.h"
+#include "textclients.h"
 
 namespace corba_bundle {
 
 namespace {
 
-// What the agent opens besides the connections of clients: files, its own connections.
-constexpr std::size_t kOwnDescriptors = 32;
+namespace TextClients = alarms::TextClients;
 
 // A client that finds the limit reached tends to try again and again.
 constexpr std::chrono::minutes kReportEvery{1};
@@ -28,26 +24,16 @@ static_assert((kAdmitted & GIOPSTRAND_APPLICATION_MASK) != 0);
 // What an interceptor is called with does not tell whose it is.
 std::atomic<ConnectionLimit*> g_limit{nullptr};
 
-std::size_t DescriptorLimit() {
-    rlimit limit{};
-    return getrlimit(RLIMIT_NOFILE, &limit) == 0 ? limit.rlim_cur : RLIM_INFINITY;
-}
-
-std::size_t OpenDescriptors() {
-    std::error_code ignored;
-    const std::filesystem::directory_iterator handles("/proc/self/fd", ignored);
-    return static_cast<std::size_t>(std::distance(begin(handles), end(handles)));
-}
-
 }  // namespace
 
 void ConnectionLimit::Begin(std::size_t most) {
     m_most = most;
-    const std::size_t limit = DescriptorLimit();
-    const std::size_t open = OpenDescriptors();
+    const std::size_t limit = alarms::DescriptorLimit();
+    const std::size_t open = alarms::OpenDescriptors();
     // The clients of the text server come when they like.
-    const int textClients = alarms::IntSetting("AsciiMaxClients", 32, 1, 512, m_log);
-    const std::size_t others = open + kOwnDescriptors + static_cast<std::size_t>(textClients);
+    const int textClients =
+        alarms::IntSetting(TextClients::ITEM, TextClients::STANDARD, TextClients::LEAST, TextClients::MOST);
+    const std::size_t others = open + alarms::OWN_DESCRIPTORS + static_cast<std::size_t>(textClients);
     if (others + most > limit) {
         m_most = others < limit ? limit - others : 1;
         m_log.Error(__LINE__,
