@@ -137,6 +137,29 @@ TEST(AgentLoad, SaysAtItsStartThatDescriptorsAreTooFewForItsClients) {
         << root.Log();
 }
 
+TEST(AgentLoad, TakesNoMoreTextClientsThanThereAreDescriptorsFor) {
+    const AgentRoot root;
+    root.SetItem("AsciiMaxClients", "500");
+    Agent agent(root, {}, {}, {"/bin/sh", "-c", "ulimit -n 100; exec \"$0\" \"$@\""});
+    ASSERT_TRUE(agent.WaitUntilReady());
+
+    std::vector<std::unique_ptr<LineClient>> clients;
+    const auto isServed = [](LineClient& client) {
+        client.Send("LIST\n");
+        return client.ReadThrough("END\n") == "LIST 0 0\nEND\n";
+    };
+    std::size_t served = 0;
+    while (isServed(*clients.emplace_back(std::make_unique<LineClient>(agent.TextPort())))) ++served;
+    LineClient oneMore(agent.TextPort());
+
+    EXPECT_EQ(oneMore.ReadToEnd(), "ERROR too many clients\n");
+    EXPECT_GT(served, 20U);
+    EXPECT_LT(served, 66U);  // 32 and the three standard ones are for others
+    EXPECT_EQ(Count(root.Log(), "taking " + std::to_string(served) + " clients\n"), 1U) << root.Log();
+    EXPECT_EQ(Count(root.Log(), "no client can be accepted"), 0U) << root.Log();
+    EXPECT_EQ(agent.Stop(), 0);
+}
+
 TEST(AgentLoad, SaysNothingOfDescriptorsWhenThereAreEnough) {
     const AgentRoot root;
     root.SetItem("AsciiMaxClients", "150");
@@ -151,8 +174,9 @@ TEST(AgentLoad, WaitsForADescriptorWithoutWorkAndReportsThatOnce) {
     root.SetItem("AsciiMaxClients", "500");
     root.SetItem("HeartbeatSeconds", "3600");
     root.SetItem("FeedPollMilliseconds", "60000");
-    Agent agent(root, {}, {}, {"/bin/sh", "-c", "ulimit -n 32; exec \"$0\" \"$@\""});
+    Agent agent(root);
     ASSERT_TRUE(agent.WaitUntilReady());
+    ASSERT_TRUE(agent.Process().LimitDescriptors(32));
     const std::string report = "no client can be accepted now: Too many open files\n";
     std::vector<std::unique_ptr<LineClient>> clients;
     while (clients.size() < 40) {

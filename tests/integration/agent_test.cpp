@@ -652,8 +652,9 @@ TEST(AgentText, GoesOnAcceptingWhenFileDescriptorsAreFreeAgain) {
     }
     const AgentRoot root;
     root.SetItem("AsciiMaxClients", "500");
-    Agent agent(root, {}, {}, {"/bin/sh", "-c", "ulimit -n 32; exec \"$0\" \"$@\""});
+    Agent agent(root);
     ASSERT_TRUE(agent.WaitUntilReady());
+    ASSERT_TRUE(agent.Process().LimitDescriptors(32));
 
     // One after the other until one has to wait.
     const std::string report = "no client can be accepted now: Too many open files\n";

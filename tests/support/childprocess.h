@@ -11,6 +11,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -63,6 +64,15 @@ public:
         int status = 0;
         Signal(SIGSTOP);
         return waitpid(m_pid, &status, WUNTRACED) == m_pid && WIFSTOPPED(status);
+    }
+
+    /// Lets it have no descriptor from this one on.
+    /// @return whether that is so
+    bool LimitDescriptors(rlim_t most) const {
+        rlimit limit{};
+        if (prlimit(m_pid, RLIMIT_NOFILE, nullptr, &limit) != 0) return false;
+        limit.rlim_cur = most;
+        return prlimit(m_pid, RLIMIT_NOFILE, &limit, nullptr) == 0;
     }
 
     bool HasEnded() {

@@ -67,6 +67,7 @@ AsciiServer::AsciiServer(const Settings& settings, ServiceLog& log)
     : m_settings(settings),
       m_log(log),
       m_access(log),
+      m_mostClients(static_cast<std::size_t>(settings.maxClients)),
       // Not one on select(), see above. It is deleted with its owner.
       m_reactor(new ACE_Dev_Poll_Reactor(std::min(DescriptorLimit(), kMostDescriptors)), true),
       m_acceptor(*this),
@@ -90,19 +91,23 @@ bool AsciiServer::Listen() {
         return false;
     }
     m_port = address.get_port_number();
-    ReportFewDescriptors();
+    FitIntoDescriptors();
     m_log.Info(__LINE__, "serving on port %d for %s", m_port, m_access.Text().c_str());
     return true;
 }
 
-void AsciiServer::ReportFewDescriptors() const {
+// Those who connect beyond that are told so, and some descriptors are left for others.
+void AsciiServer::FitIntoDescriptors() {
     const std::size_t limit = DescriptorLimit();
     const std::size_t open = OpenDescriptors();
-    if (open + OWN_DESCRIPTORS + static_cast<std::size_t>(m_settings.maxClients) <= limit) return;
+    const std::size_t others = open + OWN_DESCRIPTORS;
+    if (others + m_mostClients <= limit) return;
+    m_mostClients = others < limit ? limit - others : 1;
     m_log.Error(__LINE__,
                 "%d clients (AsciiMaxClients) need more descriptors than the %zu of this process (ulimit -n), of "
                 "which %zu are in use",
                 m_settings.maxClients, limit, open);
+    m_log.Error(__LINE__, "taking %zu clients", m_mostClients);
 }
 
 void AsciiServer::Serve() {
@@ -249,9 +254,9 @@ bool AsciiServer::Admits(const std::string& host, const std::string& client) {
 }
 
 bool AsciiServer::IsFull(const std::string& host, const std::string& client) {
-    const bool full = m_sessions.size() >= static_cast<std::size_t>(m_settings.maxClients);
+    const bool full = m_sessions.size() >= m_mostClients;
     if (full && m_refusals.ShouldTell(host, Clock::now())) {
-        m_log.Error(__LINE__, "client %s refused, there are %d already", client.c_str(), m_settings.maxClients);
+        m_log.Error(__LINE__, "client %s refused, there are %zu already", client.c_str(), m_mostClients);
     }
     return full;
 }

@@ -57,7 +57,7 @@ class AsciiServer : private ACE_Event_Handler {
 public:
     struct Settings {
         int port = 0;             ///< 0: any free one.
-        int maxClients = 0;       ///< At the same time.
+        int maxClients = 0;       ///< At the same time; fewer where the process may not open so many files.
         std::size_t backlog = 0;  ///< Bytes of changes that may wait for one client.
     };
 
@@ -106,7 +106,7 @@ public:
 private:
     int handle_exception(ACE_HANDLE handle) override;
     int handle_timeout(const ACE_Time_Value& now, const void* argument) override;
-    void ReportFewDescriptors() const;
+    void FitIntoDescriptors();
     void DeliverQueue();
     void Deliver(const AlarmEvent& event);
     std::shared_ptr<const AlarmSnapshot> Snapshot();
@@ -119,6 +119,7 @@ private:
     const Settings m_settings;
     ServiceLog& m_log;
     const AccessList m_access;
+    std::size_t m_mostClients;  // fewer than asked for where descriptors are few
     RefusalLog m_refusals;
     NS_BUNDLEMGR1::ServiceInterfaceProxy<AlarmTable> m_alarms{ALARM_SERVICE};
     int m_port = 0;
