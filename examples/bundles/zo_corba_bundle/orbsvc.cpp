@@ -68,8 +68,9 @@ public:
     int init(int argc, ACE_TCHAR* argv[]) override;
     void SetInterface() override;
 
-    // Services are finalised before the bundles are asked for their threads, and a
-    // finalised one is not asked any more: each of the three ends the ORB.
+    // Services are finalised before the bundles are asked for their threads. One that was
+    // removed is not asked any more, one that ran its own `fini` still is: each of the three
+    // ends the ORB.
     void ExitThreads() override { Stop(); }
     int fini() override {
         Stop();
