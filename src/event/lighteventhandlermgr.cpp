@@ -492,7 +492,10 @@ void LightEventMgr::AfterForkInChild() {
         g_pThreadsOfChild = new (std::nothrow) ACE_Thread_Manager;
     }
     g_nDestroysOver.store(g_nDestroysBegun.load());
-    ForEachManager([](LightEventMgr& mgr) { mgr.StartAnewInChild(); });
+    ForEachManager([](LightEventMgr& mgr) {
+        mgr.m_handlerLock.release();  // for who keeps books of what this thread holds
+        mgr.StartAnewInChild();
+    });
     g_gate.AfterForkInChild();
 }
 

@@ -406,8 +406,9 @@ TEST_F(LightEventMgrEnd, AHandlerMayDestroyTheManagerThatTheHostPumps) {
 
 TEST_F(LightEventMgrEnd, DestroyWaitsForNobodyWhoUsesAnotherManager) {
     SlowMgr other;
-    Signal stopping, done;
+    Signal entered, stopping, done;
     Handler destroying([&](int, LightEventParam*) {
+        entered.Give();
         EXPECT_TRUE(stopping.Wait());
         EXPECT_TRUE(WaitFor([&] { return IsClosed(other); }));
         LightEventMgr::Destroy();
@@ -417,6 +418,7 @@ TEST_F(LightEventMgrEnd, DestroyWaitsForNobodyWhoUsesAnotherManager) {
     ASSERT_EQ(1, other.Init());
     other.Push_Msg(1, nullptr, 0);
     Mgr();
+    ASSERT_TRUE(entered.Wait());  // or the end of the other drops the event
 
     const Elsewhere waiting([&] {
         stopping.Give();
