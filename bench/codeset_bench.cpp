@@ -5,7 +5,7 @@
 #include <benchmark/benchmark.h>
 #include <iconv.h>
 
-#include "bundlemgr/base.h"
+#include <bundlemgr/base.h>
 
 namespace {
 

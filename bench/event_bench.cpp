@@ -8,7 +8,7 @@
 
 #include <benchmark/benchmark.h>
 
-#include "bundlemgr/event.h"
+#include <bundlemgr/event.h>
 
 using namespace NS_BUNDLEMGR1;
 

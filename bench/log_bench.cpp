@@ -13,7 +13,7 @@
 #include <spdlog/spdlog.h>
 #endif
 
-#include "bundlemgr/bundlemgr.h"
+#include <bundlemgr/bundlemgr.h>
 
 using namespace NS_BUNDLEMGR1;
 

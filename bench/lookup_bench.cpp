@@ -6,7 +6,7 @@
 
 #include <benchmark/benchmark.h>
 
-#include "bundlemgr/bundle.h"
+#include <bundlemgr/bundle.h>
 
 using namespace NS_BUNDLEMGR1;
 

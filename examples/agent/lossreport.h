@@ -4,7 +4,7 @@
 #include <chrono>
 #include <string>
 
-#include "bundlemgr/log.h"
+#include <bundlemgr/log.h>
 
 /// Finds the words for what the log says of its losses: when one begins, at most once a
 /// minute, and when one is over of which that was said.

@@ -8,9 +8,10 @@
 
 #include <unistd.h>
 
-#include "bundlemgr/base.h"
-#include "bundlemgr/bundle.h"
-#include "bundlemgr/bundlemgr.h"
+#include <bundlemgr/base.h>
+#include <bundlemgr/bundle.h>
+#include <bundlemgr/bundlemgr.h>
+
 #include "configlines.h"
 
 using NS_BUNDLEMGR1::BundleMgr;

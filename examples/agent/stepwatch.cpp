@@ -5,8 +5,9 @@
 #include <map>
 #include <system_error>
 
-#include "bundlemgr/bundle.h"
-#include "bundlemgr/bundlemgr.h"
+#include <bundlemgr/bundle.h>
+#include <bundlemgr/bundlemgr.h>
+
 #include "startreport.h"
 
 using NS_BUNDLEMGR1::BundleObject;

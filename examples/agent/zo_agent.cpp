@@ -7,10 +7,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "bundlemgr/base.h"
-#include "bundlemgr/bundlemgr.h"
-#include "bundlemgr/event.h"
-#include "bundlemgr/log.h"
+#include <bundlemgr/base.h>
+#include <bundlemgr/bundlemgr.h>
+#include <bundlemgr/event.h>
+#include <bundlemgr/log.h>
+
 #include "logkeeper.h"
 #include "options.h"
 #include "progress.h"

@@ -12,7 +12,7 @@
 #include <ace/SOCK_Stream.h>
 #include <ace/Time_Value.h>
 
-#include "bundlemgr/base.h"
+#include <bundlemgr/base.h>
 
 namespace {
 

@@ -30,8 +30,8 @@
 #include <ace/Service_Object.h>
 #include <ace/Thread_Mutex.h>
 
-#include "bundlemgr/bundlemgr.h"
-#include "bundlemgr/export.h"
+#include <bundlemgr/bundlemgr.h>
+#include <bundlemgr/export.h>
 
 namespace NS_BUNDLEMGR1 {
 

@@ -18,9 +18,9 @@
 #include <list>
 #include <string>
 
-#include "bundlemgr/base.h"
-#include "bundlemgr/export.h"
-#include "bundlemgr/log.h"
+#include <bundlemgr/base.h>
+#include <bundlemgr/export.h>
+#include <bundlemgr/log.h>
 
 namespace NS_BUNDLEMGR1 {
 

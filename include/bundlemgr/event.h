@@ -17,7 +17,7 @@
 #include <ace/Task.h>
 #include <ace/Thread_Mutex.h>
 
-#include "bundlemgr/export.h"
+#include <bundlemgr/export.h>
 
 namespace NS_BUNDLEMGR1 {
 

@@ -31,7 +31,7 @@
 #include <ace/Thread_Mutex.h>
 #include <ace/Time_Value.h>
 
-#include "bundlemgr/export.h"
+#include <bundlemgr/export.h>
 
 namespace NS_BUNDLEMGR1 {
 

@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "bundlemgr/export.h"
+#include <bundlemgr/export.h>
 
 class ObjectSchema_T;
 

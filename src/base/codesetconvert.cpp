@@ -11,10 +11,11 @@
 
 #include <pthread.h>
 
-#include "bundlemgr/base.h"
-#include "log/logproxy.h"
-#include "platform/iconv.h"
-#include "platform/standardoutput.h"
+#include <bundlemgr/base.h>
+
+#include "src/corelog/corelog.h"
+#include "src/platform/iconv/iconv.h"
+#include "src/platform/standardoutput.h"
 
 namespace NS_BUNDLEMGR1 {
 

@@ -1,4 +1,4 @@
-#include "bundlemgr/bundle.h"
+#include <bundlemgr/bundle.h>
 
 namespace NS_BUNDLEMGR1 {
 

@@ -1,10 +1,11 @@
 #include <ace/Service_Object.h>
 #include <dlfcn.h>
 
-#include "bundle/currentexception.h"
-#include "bundle/liveservices.h"
-#include "bundlemgr/bundle.h"
-#include "log/logproxy.h"
+#include <bundlemgr/bundle.h>
+
+#include "src/corelog/corelog.h"
+#include "src/corelog/currentexception.h"
+#include "src/lifetime/liveservices.h"
 
 namespace NS_BUNDLEMGR1 {
 

@@ -1,7 +1,9 @@
-#include "bundle/liveservices.h"
-#include "bundle/servicerepository.h"
-#include "bundlemgr/bundle.h"
-#include "log/logproxy.h"
+#include <bundlemgr/bundle.h>
+
+#include "src/configurator/servicerepository.h"
+#include "src/corelog/corelog.h"
+#include "src/lifetime/liveservices.h"
+#include "src/lifetime/servicebirth.h"
 
 namespace NS_BUNDLEMGR1 {
 

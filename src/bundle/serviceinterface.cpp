@@ -4,9 +4,10 @@
 
 #include <ace/Guard_T.h>
 
-#include "bundle/nestedlock.h"
-#include "bundle/yieldingguard.h"
-#include "bundlemgr/bundle.h"
+#include <bundlemgr/bundle.h>
+
+#include "src/lifetime/nestedlock.h"
+#include "src/lifetime/yieldingguard.h"
 
 namespace NS_BUNDLEMGR1 {
 

@@ -1,11 +1,12 @@
-#include "bundlemgr/bundleenvironment.h"
+#include "src/bundlemgr/bundleenvironment.h"
 
 #include <algorithm>
 #include <iterator>
 
-#include "bundlemgr/base.h"
-#include "log/logproxy.h"
-#include "platform/standardoutput.h"
+#include <bundlemgr/base.h>
+
+#include "src/corelog/corelog.h"
+#include "src/platform/standardoutput.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -30,9 +31,9 @@ std::string LibraryToken(const std::string& library, const std::string& service)
     return "lib" + (ownLibrary ? service : library);
 }
 
-std::string Directive(const std::string& library, const std::string& service) {
-    return "dynamic " + service + " Service_Object * " + LibraryToken(library, service) + ":_make_" + service +
-           "() \"\"";
+ServiceDirective DirectiveFor(const std::string& library, const std::string& service) {
+    const std::string token = LibraryToken(library, service);
+    return {service, token, "dynamic " + service + " Service_Object * " + token + ":_make_" + service + "() \"\""};
 }
 
 }  // namespace
@@ -105,9 +106,10 @@ int SVC_Config_Param::Read() {
     return 0;
 }
 
+// The first of a name stands.
 void SVC_Config_Param::AddService(const std::string& library, const std::string& service) {
-    const bool isNew = m_mapDirectives.emplace(service, Directive(library, service)).second;
-    if (isNew) m_vecServiceNames.push_back(service);
+    const bool isNew = m_mapPlaces.emplace(service, m_vecServices.size()).second;
+    if (isNew) m_vecServices.push_back(DirectiveFor(library, service));
 }
 
 bool SVC_Config_Param::ReadIfNeeded(const char* serviceName) {
@@ -118,13 +120,19 @@ bool SVC_Config_Param::ReadIfNeeded(const char* serviceName) {
 
 std::string SVC_Config_Param::GetServiceDirective(const char* serviceName) {
     if (!ReadIfNeeded(serviceName)) return "";
-    const auto found = m_mapDirectives.find(serviceName);
-    return found != m_mapDirectives.end() ? found->second : "";
+    const auto found = m_mapPlaces.find(serviceName);
+    return found != m_mapPlaces.end() ? m_vecServices[found->second].directive : "";
 }
 
 std::vector<std::string> SVC_Config_Param::GetServiceNames() {
-    if (!ReadIfNeeded("")) return {};
-    return m_vecServiceNames;
+    std::vector<std::string> names;
+    for (const ServiceDirective& service : GetServices()) names.push_back(service.service);
+    return names;
+}
+
+const std::vector<ServiceDirective>& SVC_Config_Param::GetServices() {
+    static const std::vector<ServiceDirective> s_none;
+    return ReadIfNeeded("") ? m_vecServices : s_none;
 }
 
 }  // namespace NS_BUNDLEMGR1

@@ -1,9 +1,12 @@
 // Readers of the manager's and the bundles' configuration files.
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <string>
 #include <vector>
+
+#include "src/configurator/servicedirective.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -75,12 +78,15 @@ public:
     /// @return the names of the services in file order, each once
     std::vector<std::string> GetServiceNames();
 
+    /// @return the services in file order, each once; valid until the next `Read`
+    const std::vector<ServiceDirective>& GetServices();
+
 private:
     bool ReadIfNeeded(const char* serviceName);
     void AddService(const std::string& library, const std::string& service);
 
-    std::map<std::string, std::string> m_mapDirectives;  // by service name
-    std::vector<std::string> m_vecServiceNames;
+    std::map<std::string, std::size_t> m_mapPlaces;  // of the services in the list, by name
+    std::vector<ServiceDirective> m_vecServices;
 };
 
 }  // namespace NS_BUNDLEMGR1

@@ -1,10 +1,9 @@
-#include "bundlemgr/bundlemgrimpl.h"
+#include "src/bundlemgr/bundlemgrimpl.h"
 
 #include <chrono>
 #include <cstdlib>
 #include <thread>
 
-#include <ace/Assert.h>
 #include <ace/DLL_Manager.h>
 #include <ace/Framework_Component.h>
 #include <ace/Guard_T.h>
@@ -14,18 +13,21 @@
 #include <ace/Thread_Manager.h>
 #include <dlfcn.h>
 
-#include "bundle/currentexception.h"
-#include "bundle/heldbundle.h"
-#include "bundle/livebundles.h"
-#include "bundle/liveservices.h"
-#include "bundle/servicelibraries.h"
-#include "bundle/tablelock.h"
-#include "bundle/yieldingguard.h"
-#include "bundlemgr/bundle.h"
-#include "bundlemgr/bundleenvironment.h"
-#include "log/logproxy.h"
-#include "log/logproxymgrimpl.h"
-#include "platform/standardoutput.h"
+#include <bundlemgr/bundle.h>
+
+#include "src/bundlemgr/bundleenvironment.h"
+#include "src/configurator/servicelibraries.h"
+#include "src/corelog/assertion.h"
+#include "src/corelog/corelog.h"
+#include "src/corelog/usercode.h"
+#include "src/lifetime/heldbundle.h"
+#include "src/lifetime/inservice.h"
+#include "src/lifetime/livebundles.h"
+#include "src/lifetime/servicebirth.h"
+#include "src/lifetime/tablelock.h"
+#include "src/lifetime/yieldingguard.h"
+#include "src/log/logproxymgrimpl.h"
+#include "src/platform/standardoutput.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -45,20 +47,13 @@ bool IsCoreBundle(const std::string& name) {
     return name == "zo_base_bundle" || name == "zo_domain_bundle";
 }
 
-// ACE_ASSERT would name the path of this file, where the log names sources barely.
-void Assert(bool condition, const char* expression, int line) {
-    if (condition) return;
-    __ace_assert(kSourceFile, line, expression);
-    std::abort();  // for a host that has masked ACE's log, which aborts only what it prints
-}
-
 // A bundle that throws must not keep the others from being ended.
 template <class Action>
 void Contain(const char* operation, BundleObject& bundle, Action action) {
     ReportException([&] { action(bundle); },
                     [&](const char* what) {
-                        g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: %s of bundle %s threw: %s\n", operation,
-                                    bundle.GetName().c_str(), what);
+                        const std::string name = bundle.GetName();
+                        ReportThrown(g_log, operation, UserCode{"bundle", name.c_str()}, what);
                     });
 }
 
@@ -142,9 +137,9 @@ void BundleMgrImpl::ForgetBundles() {
 
 void BundleMgrImpl::RegisterBundle(BundleObject* pBundle) {
     const TableLock::Guard guard;
-    Assert(pBundle != nullptr, "pBundle != 0", __LINE__);
+    Assert(pBundle != nullptr, "pBundle != 0", kSourceFile, __LINE__);
     const std::string strName = pBundle->GetName();
-    Assert(!Knows(strName), "m_mapBundleTable.find(strName) == m_mapBundleTable.end()", __LINE__);
+    Assert(!Knows(strName), "m_mapBundleTable.find(strName) == m_mapBundleTable.end()", kSourceFile, __LINE__);
     m_mapBundleTable[strName] = TableEntry(pBundle);
     LiveBundles::Register(strName, pBundle);
 }

@@ -10,7 +10,7 @@
 
 #include <ace/Recursive_Thread_Mutex.h>
 
-#include "bundlemgr/bundlemgr.h"
+#include <bundlemgr/bundlemgr.h>
 
 namespace NS_BUNDLEMGR1 {
 

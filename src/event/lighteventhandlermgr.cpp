@@ -1,4 +1,4 @@
-#include "bundlemgr/event.h"
+#include <bundlemgr/event.h>
 
 #include <pthread.h>
 
@@ -16,11 +16,11 @@
 #include <ace/Static_Object_Lock.h>
 #include <ace/Thread_Manager.h>
 
-#include "event/lightinternalmessage.h"
-#include "log/logproxy.h"
-#include "platform/staticobjectlock.h"
-#include "platform/usegate.h"
-#include "platform/waituntil.h"
+#include "src/corelog/corelog.h"
+#include "src/event/lightinternalmessage.h"
+#include "src/platform/staticobjectlock.h"
+#include "src/platform/usegate.h"
+#include "src/platform/waituntil.h"
 
 namespace NS_BUNDLEMGR1 {
 

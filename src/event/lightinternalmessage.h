@@ -3,7 +3,7 @@
 
 #include <ace/Message_Block.h>
 
-#include "bundlemgr/event.h"
+#include <bundlemgr/event.h>
 
 namespace NS_BUNDLEMGR1 {
 

@@ -10,13 +10,15 @@
 #include <ace/Recursive_Thread_Mutex.h>
 #include <ace/Static_Object_Lock.h>
 
-#include "bundlemgr/base.h"
-#include "bundlemgr/log.h"
-#include "log/logfile.h"
-#include "log/losscounter.h"
-#include "log/recordstamp.h"
-#include "log/writingscope.h"
-#include "platform/usegate.h"
+#include <bundlemgr/base.h>
+#include <bundlemgr/log.h>
+
+#include "src/corelog/losscounter.h"
+#include "src/corelog/writingscope.h"
+#include "src/log/logfile.h"
+#include "src/log/recordstamp.h"
+#include "src/platform/usegate.h"
+#include "src/platform/wallclock.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -285,7 +287,7 @@ void LogProxyDebugInfoBufMgr::WriteMerged(const Records& enabled, const Records&
 void LogProxyDebugInfoBufMgr::WriteCacheFullNotice(bool hadFile) {
     DebugInfo notice;
     notice.level = LOG_LEVEL_ERROR;
-    notice.time = RecordTime();
+    notice.time = WallClock();
     try {
         notice.thread = RecordThread();
         notice.bundle = "debug";

@@ -1,4 +1,4 @@
-#include "log/logfile.h"
+#include "src/log/logfile.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -13,11 +13,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "bundlemgr/base.h"
-#include "log/losscounter.h"
-#include "platform/calendar.h"
-#include "platform/openfile.h"
-#include "platform/standardoutput.h"
+#include <bundlemgr/base.h>
+
+#include "src/corelog/losscounter.h"
+#include "src/platform/calendar.h"
+#include "src/platform/openfile.h"
+#include "src/platform/standardoutput.h"
 
 namespace NS_BUNDLEMGR1 {
 

@@ -6,8 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "bundlemgr/log.h"
-#include "log/recordstamp.h"
+#include <bundlemgr/log.h>
+
+#include "src/log/recordstamp.h"
 
 namespace NS_BUNDLEMGR1 {
 

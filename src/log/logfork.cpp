@@ -1,12 +1,13 @@
-#include "log/logfork.h"
+#include "src/log/logfork.h"
 
 #include <pthread.h>
 
-#include "bundlemgr/log.h"
-#include "log/logproxyimpl.h"
-#include "log/logproxymgrimpl.h"
-#include "platform/calendar.h"
-#include "platform/staticobjectlock.h"
+#include <bundlemgr/log.h>
+
+#include "src/log/logproxyimpl.h"
+#include "src/log/logproxymgrimpl.h"
+#include "src/platform/calendar.h"
+#include "src/platform/staticobjectlock.h"
 
 namespace NS_BUNDLEMGR1 {
 

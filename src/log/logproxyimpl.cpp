@@ -1,12 +1,13 @@
-#include "log/logproxyimpl.h"
+#include "src/log/logproxyimpl.h"
 
 #include <cstddef>
 #include <exception>
 
-#include "log/losscounter.h"
-#include "log/recordstamp.h"
-#include "platform/bounded.h"
-#include "platform/standardoutput.h"
+#include "src/corelog/losscounter.h"
+#include "src/log/recordstamp.h"
+#include "src/platform/bounded.h"
+#include "src/platform/standardoutput.h"
+#include "src/platform/wallclock.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -65,7 +66,7 @@ void LogProxyImpl::Write(int level, const char* text) {
 // False where there is no memory for it.
 bool LogProxyImpl::MakeRecord(int level, const char* text, DebugInfo& info) {
     info.level = level;
-    info.time = RecordTime();
+    info.time = WallClock();
     try {
         info.thread = RecordThread();
         info.text = text;

@@ -7,7 +7,7 @@
 #include <mutex>
 #include <string>
 
-#include "bundlemgr/log.h"
+#include <bundlemgr/log.h>
 
 namespace NS_BUNDLEMGR1 {
 

@@ -1,10 +1,10 @@
-#include "log/logproxymgrimpl.h"
+#include "src/log/logproxymgrimpl.h"
 
 #include <atomic>
 #include <mutex>
 #include <stdexcept>
 
-#include "log/logproxyimpl.h"
+#include "src/log/logproxyimpl.h"
 
 namespace NS_BUNDLEMGR1 {
 

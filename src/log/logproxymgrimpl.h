@@ -4,7 +4,7 @@
 #include <map>
 #include <string>
 
-#include "bundlemgr/log.h"
+#include <bundlemgr/log.h>
 
 namespace NS_BUNDLEMGR1 {
 

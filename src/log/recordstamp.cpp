@@ -1,13 +1,12 @@
-#include "log/recordstamp.h"
+#include "src/log/recordstamp.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 
 #include <pthread.h>
-#include <sys/time.h>
 
-#include "bundlemgr/base.h"
+#include <bundlemgr/base.h>
 
 namespace NS_BUNDLEMGR1 {
 
@@ -34,12 +33,6 @@ bool EndsWith(const std::string& text, const std::string& end) {
 }
 
 }  // namespace
-
-ACE_Time_Value RecordTime() {
-    timeval now{};
-    if (gettimeofday(&now, nullptr) != 0) return ACE_Time_Value(-1, 0);
-    return ACE_Time_Value(now);
-}
 
 std::string RecordThread() {
     const auto id = static_cast<std::uint32_t>(pthread_self());

@@ -1,4 +1,4 @@
-#include "platform/calendar.h"
+#include "src/platform/calendar.h"
 
 #include <mutex>
 

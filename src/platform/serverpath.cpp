@@ -1,4 +1,4 @@
-#include "platform/serverpath.h"
+#include "src/platform/serverpath.h"
 
 #ifndef ZO_HAVE_KORUSDK_WRAP
 

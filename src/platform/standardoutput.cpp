@@ -1,4 +1,4 @@
-#include "platform/standardoutput.h"
+#include "src/platform/standardoutput.h"
 
 #include <cerrno>
 #include <cstdarg>
@@ -8,7 +8,7 @@
 
 #include <stdio_ext.h>
 
-#include "platform/writesignalblock.h"
+#include "src/platform/writesignalblock.h"
 
 namespace NS_BUNDLEMGR1 {
 

@@ -1,4 +1,4 @@
-#include "platform/staticobjectlock.h"
+#include "src/platform/staticobjectlock.h"
 
 #include <ace/OS_NS_Thread.h>
 #include <ace/Recursive_Thread_Mutex.h>

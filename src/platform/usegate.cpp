@@ -1,8 +1,8 @@
-#include "platform/usegate.h"
+#include "src/platform/usegate.h"
 
 #include <type_traits>
 
-#include "platform/waituntil.h"
+#include "src/platform/waituntil.h"
 
 namespace NS_BUNDLEMGR1 {
 

@@ -1,4 +1,4 @@
-#include "platform/writesignalblock.h"
+#include "src/platform/writesignalblock.h"
 
 #include <cerrno>
 #include <ctime>

@@ -1,4 +1,4 @@
-#include "bundlemgr/schema.h"
+#include <bundlemgr/schema.h>
 
 #include <algorithm>
 #include <atomic>
@@ -7,8 +7,9 @@
 #include <iterator>
 #include <utility>
 
-#include "bundlemgr/base.h"
-#include "platform/standardoutput.h"
+#include <bundlemgr/base.h>
+
+#include "src/platform/standardoutput.h"
 
 namespace {
 

@@ -15,8 +15,9 @@
 
 #include <gtest/gtest.h>
 
-#include "bundlemgr/bundlemgr.h"
-#include "bundlemgr/log.h"
+#include <bundlemgr/bundlemgr.h>
+#include <bundlemgr/log.h>
+
 #include "refusallog.h"
 #include "servicelog.h"
 #include "servicethread.h"

@@ -17,11 +17,12 @@
 
 #include <gtest/gtest.h>
 
+#include <bundlemgr/bundlemgr.h>
+#include <bundlemgr/event.h>
+
 #include "alarm.h"
 #include "alarmevent.h"
 #include "alarmtableimpl.h"
-#include "bundlemgr/bundlemgr.h"
-#include "bundlemgr/event.h"
 #include "changejudge.h"
 #include "descriptors.h"
 #include "eventsubscription.h"

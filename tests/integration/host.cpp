@@ -12,10 +12,11 @@
 
 #include <ace/Service_Config.h>
 
-#include "bundlemgr/base.h"
-#include "bundlemgr/bundle.h"
-#include "bundlemgr/bundlemgr.h"
-#include "bundlemgr/event.h"
+#include <bundlemgr/base.h>
+#include <bundlemgr/bundle.h>
+#include <bundlemgr/bundlemgr.h>
+#include <bundlemgr/event.h>
+
 #include "fixtures/greeter.h"
 #include "support/elsewhere.h"
 

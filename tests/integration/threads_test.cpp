@@ -15,8 +15,9 @@
 #include <ace/Service_Repository.h>
 #include <gmock/gmock.h>
 
-#include "bundlemgr/bundle.h"
-#include "bundlemgr/event.h"
+#include <bundlemgr/bundle.h>
+#include <bundlemgr/event.h>
+
 #include "support/elsewhere.h"
 #include "unit/log/logtest.h"
 

@@ -5,7 +5,7 @@
 
 #include <arpa/inet.h>
 
-#include "bundlemgr/base.h"
+#include <bundlemgr/base.h>
 
 namespace alarms {
 

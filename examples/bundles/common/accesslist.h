@@ -4,7 +4,8 @@
 #include <set>
 #include <string>
 
-#include "bundlemgr/export.h"
+#include <bundlemgr/export.h>
+
 #include "configlines.h"
 #include "servicelog.h"
 

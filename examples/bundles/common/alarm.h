@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "bundlemgr/export.h"
-#include "bundlemgr/schema.h"
+#include <bundlemgr/export.h>
+#include <bundlemgr/schema.h>
 
 namespace alarms {
 

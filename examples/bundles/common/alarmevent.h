@@ -5,8 +5,9 @@
 #include <string>
 #include <vector>
 
+#include <bundlemgr/event.h>
+
 #include "alarm.h"
-#include "bundlemgr/event.h"
 
 namespace alarms {
 

@@ -7,9 +7,10 @@
 #include <string>
 #include <vector>
 
+#include <bundlemgr/base.h>
+#include <bundlemgr/bundle.h>
+
 #include "alarm.h"
-#include "bundlemgr/base.h"
-#include "bundlemgr/bundle.h"
 
 namespace alarms {
 

@@ -9,7 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "bundlemgr/base.h"
+#include <bundlemgr/base.h>
 
 namespace alarms {
 

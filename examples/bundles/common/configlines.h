@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "bundlemgr/export.h"
+#include <bundlemgr/export.h>
 
 namespace alarms {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <system_error>
 
-#include "bundlemgr/base.h"
+#include <bundlemgr/base.h>
 
 namespace alarms {
 

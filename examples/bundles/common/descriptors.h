@@ -3,7 +3,7 @@
 
 #include <cstddef>
 
-#include "bundlemgr/export.h"
+#include <bundlemgr/export.h>
 
 namespace alarms {
 

@@ -3,7 +3,7 @@
 
 #include <functional>
 
-#include "bundlemgr/event.h"
+#include <bundlemgr/event.h>
 
 namespace alarms {
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "bundlemgr/bundle.h"
+#include <bundlemgr/bundle.h>
 
 namespace alarms {
 

@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "bundlemgr/bundle.h"
-#include "bundlemgr/event.h"
+#include <bundlemgr/bundle.h>
+#include <bundlemgr/event.h>
 
 namespace alarms {
 

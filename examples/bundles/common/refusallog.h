@@ -7,7 +7,7 @@
 #include <string>
 #include <unordered_map>
 
-#include "bundlemgr/export.h"
+#include <bundlemgr/export.h>
 
 namespace alarms {
 

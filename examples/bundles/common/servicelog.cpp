@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "bundlemgr/bundlemgr.h"
+#include <bundlemgr/bundlemgr.h>
 
 using NS_BUNDLEMGR1::BundleMgr;
 

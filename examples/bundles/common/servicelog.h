@@ -3,7 +3,7 @@
 
 #include <cstdarg>
 
-#include "bundlemgr/log.h"
+#include <bundlemgr/log.h>
 
 namespace alarms {
 

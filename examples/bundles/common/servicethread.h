@@ -7,7 +7,8 @@
 #include <mutex>
 #include <thread>
 
-#include "bundlemgr/export.h"
+#include <bundlemgr/export.h>
+
 #include "servicelog.h"
 
 namespace alarms {

@@ -1,6 +1,7 @@
 #include "settings.h"
 
-#include "bundlemgr/base.h"
+#include <bundlemgr/base.h>
+
 #include "decimal.h"
 
 using NS_BUNDLEMGR1::CorbaConfigItems;

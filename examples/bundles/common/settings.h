@@ -3,7 +3,8 @@
 
 #include <string>
 
-#include "bundlemgr/export.h"
+#include <bundlemgr/export.h>
+
 #include "servicelog.h"
 
 namespace alarms {

@@ -4,8 +4,9 @@
 #include <array>
 #include <cstdint>
 
+#include <bundlemgr/bundle.h>
+
 #include "alarm.h"
-#include "bundlemgr/bundle.h"
 
 namespace alarms {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "bundlemgr/base.h"
+#include <bundlemgr/base.h>
 
 namespace alarms {
 

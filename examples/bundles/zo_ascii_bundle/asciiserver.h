@@ -15,11 +15,12 @@
 #include <ace/Reactor.h>
 #include <ace/SOCK_Acceptor.h>
 
+#include <bundlemgr/bundle.h>
+
 #include "accesslist.h"
 #include "alarmevent.h"
 #include "alarmtable.h"
 #include "asciisession.h"
-#include "bundlemgr/bundle.h"
 #include "refusallog.h"
 #include "servicelog.h"
 #include "servicethread.h"

@@ -13,8 +13,9 @@
 #include <ace/INET_Addr.h>
 #include <ace/Reactor.h>
 
+#include <bundlemgr/base.h>
+
 #include "asciiserver.h"
-#include "bundlemgr/base.h"
 
 namespace alarms {
 

@@ -1,6 +1,6 @@
 // Serves the alarms as lines of text to upper systems. Its service is named in its
 // svc.cfg and lives in a library of its own.
-#include "bundlemgr/bundle.h"
+#include <bundlemgr/bundle.h>
 
 namespace {
 

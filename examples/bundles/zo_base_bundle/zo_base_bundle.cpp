@@ -1,6 +1,6 @@
 // The foundation of the agent: the alarm table and the heartbeat. Its services are
 // named in its svc.cfg; each lives in a library of its own.
-#include "bundlemgr/bundle.h"
+#include <bundlemgr/bundle.h>
 
 namespace {
 

@@ -5,7 +5,7 @@
 
 #include <omniORB4/CORBA.h>
 
-#include "bundlemgr/bundle.h"
+#include <bundlemgr/bundle.h>
 
 namespace corba_bundle {
 

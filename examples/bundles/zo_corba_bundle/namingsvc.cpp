@@ -11,8 +11,9 @@
 #include <omniORB4/CORBA.h>
 #include <omniORB4/Naming.hh>
 
-#include "bundlemgr/base.h"
-#include "bundlemgr/bundle.h"
+#include <bundlemgr/base.h>
+#include <bundlemgr/bundle.h>
+
 #include "corbainterfaces.h"
 #include "peer.h"
 #include "servicelog.h"

@@ -8,11 +8,12 @@
 
 #include <omniORB4/CORBA.h>
 
+#include <bundlemgr/base.h>
+#include <bundlemgr/bundle.h>
+
 #include "alarm.hh"
 #include "alarmevent.h"
 #include "alarmtable.h"
-#include "bundlemgr/base.h"
-#include "bundlemgr/bundle.h"
 #include "changequeue.h"
 #include "corbainterfaces.h"
 #include "eventchannel.h"

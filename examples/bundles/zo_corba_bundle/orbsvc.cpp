@@ -7,11 +7,12 @@
 
 #include <omniORB4/CORBA.h>
 
+#include <bundlemgr/base.h>
+#include <bundlemgr/bundle.h>
+
 #include "accessguard.h"
 #include "agentservant.h"
 #include "alarmtable.h"
-#include "bundlemgr/base.h"
-#include "bundlemgr/bundle.h"
 #include "connectionlimit.h"
 #include "corbainterfaces.h"
 #include "iteratorpool.h"

@@ -1,6 +1,7 @@
 // The CORBA side of the agent: an ORB with the agent's object, its name in the naming
 // service, and a supplier of an event channel.
-#include "bundlemgr/bundle.h"
+#include <bundlemgr/bundle.h>
+
 #include "corbainterfaces.h"
 
 using NS_BUNDLEMGR1::BundleObject;

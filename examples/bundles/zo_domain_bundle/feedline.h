@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "bundlemgr/base.h"
+#include <bundlemgr/base.h>
 
 namespace alarms {
 

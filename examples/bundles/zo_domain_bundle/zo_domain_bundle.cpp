@@ -1,6 +1,6 @@
 // What the agent knows of its network elements: the feed of their alarms, and counts of
 // them. Its services are named in its svc.cfg; each lives in a library of its own.
-#include "bundlemgr/bundle.h"
+#include <bundlemgr/bundle.h>
 
 namespace {
 

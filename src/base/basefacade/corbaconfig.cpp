@@ -1,4 +1,4 @@
-#include "bundlemgr/base.h"
+#include <bundlemgr/base.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -13,8 +13,8 @@
 #include <json/json.h>
 #include <pthread.h>
 
-#include "log/logproxy.h"
-#include "platform/openfile.h"
+#include "src/corelog/corelog.h"
+#include "src/platform/openfile.h"
 
 namespace NS_BUNDLEMGR1 {
 

@@ -2,8 +2,9 @@
 #include <cstdlib>
 #include <mutex>
 
-#include "bundlemgr/base.h"
-#include "platform/serverpath.h"
+#include <bundlemgr/base.h>
+
+#include "src/platform/serverpath.h"
 
 namespace NS_BUNDLEMGR1 {
 

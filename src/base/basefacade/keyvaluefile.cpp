@@ -3,10 +3,11 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "bundlemgr/base.h"
-#include "log/logproxy.h"
-#include "platform/bounded.h"
-#include "platform/openfile.h"
+#include <bundlemgr/base.h>
+
+#include "src/corelog/corelog.h"
+#include "src/platform/bounded.h"
+#include "src/platform/openfile.h"
 
 namespace NS_BUNDLEMGR1 {
 

@@ -11,11 +11,12 @@
 #include <iterator>
 #include <memory>
 
-#include "bundlemgr/base.h"
-#include "log/logproxy.h"
-#include "platform/bounded.h"
-#include "platform/calendar.h"
-#include "platform/openfile.h"
+#include <bundlemgr/base.h>
+
+#include "src/corelog/corelog.h"
+#include "src/platform/bounded.h"
+#include "src/platform/calendar.h"
+#include "src/platform/openfile.h"
 
 namespace NS_BUNDLEMGR1 {
 

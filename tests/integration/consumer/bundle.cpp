@@ -1,7 +1,7 @@
 // A bundle without services that publishes an interface of its own.
 #include <string>
 
-#include "bundlemgr/bundle.h"
+#include <bundlemgr/bundle.h>
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include <cstdio>
 #include <string>
 
-#include "bundlemgr/base.h"
-#include "bundlemgr/bundle.h"
-#include "bundlemgr/bundlemgr.h"
+#include <bundlemgr/base.h>
+#include <bundlemgr/bundle.h>
+#include <bundlemgr/bundlemgr.h>
 
 namespace {
 

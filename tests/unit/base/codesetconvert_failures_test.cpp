@@ -11,7 +11,8 @@
 
 #include <gtest/gtest.h>
 
-#include "bundlemgr/base.h"
+#include <bundlemgr/base.h>
+
 #include "support/capture.h"
 #include "support/environment.h"
 #include "support/forkedchild.h"

@@ -13,8 +13,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "bundlemgr/base.h"
-#include "bundlemgr/bundlemgr.h"
+#include <bundlemgr/base.h>
+#include <bundlemgr/bundlemgr.h>
+
 #include "support/capture.h"
 #include "support/environment.h"
 #include "support/tempdir.h"

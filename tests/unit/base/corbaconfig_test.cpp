@@ -14,7 +14,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "bundlemgr/base.h"
+#include <bundlemgr/base.h>
+
 #include "support/capture.h"
 #include "support/elsewhere.h"
 #include "support/environment.h"

@@ -5,7 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include "bundlemgr/base.h"
+#include <bundlemgr/base.h>
+
 #include "support/environment.h"
 
 namespace NS_BUNDLEMGR1 {

@@ -12,7 +12,8 @@
 
 #include <gtest/gtest.h>
 
-#include "bundlemgr/base.h"
+#include <bundlemgr/base.h>
+
 #include "support/elsewhere.h"
 #include "support/ordinaryuser.h"
 #include "support/tempdir.h"

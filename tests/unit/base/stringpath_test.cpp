@@ -23,7 +23,8 @@
 
 #include <gtest/gtest.h>
 
-#include "bundlemgr/base.h"
+#include <bundlemgr/base.h>
+
 #include "support/environment.h"
 #include "support/ordinaryuser.h"
 #include "support/tempdir.h"

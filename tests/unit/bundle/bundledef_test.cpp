@@ -2,10 +2,11 @@
 #include <optional>
 #include <stdexcept>
 
-#include "bundle/tablelock.h"
-#include "bundlemgr/base.h"
+#include <bundlemgr/base.h>
+
 #include "bundletest.h"
 #include "slotstest.h"
+#include "src/lifetime/tablelock.h"
 #include "support/capture.h"
 #include "support/elsewhere.h"
 

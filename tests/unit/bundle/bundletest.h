@@ -16,8 +16,9 @@
 #include <ace/Service_Types.h>
 #include <ace/Static_Object_Lock.h>
 
-#include "bundlemgr/bundle.h"
-#include "bundlemgr/event.h"
+#include <bundlemgr/bundle.h>
+#include <bundlemgr/event.h>
+
 #include "support/environment.h"
 #include "unit/log/logtest.h"
 

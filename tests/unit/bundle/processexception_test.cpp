@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "bundlemgr/bundle.h"
+#include <bundlemgr/bundle.h>
 
 namespace NS_BUNDLEMGR1 {
 namespace {

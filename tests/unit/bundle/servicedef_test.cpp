@@ -2,9 +2,10 @@
 
 #include <ace/Service_Config.h>
 
-#include "bundle/liveservices.h"
 #include "bundletest.h"
 #include "slotstest.h"
+#include "src/lifetime/liveservices.h"
+#include "src/lifetime/servicebirth.h"
 #include "support/capture.h"
 
 namespace NS_BUNDLEMGR1 {

@@ -2,8 +2,8 @@
 #include <stdexcept>
 #include <type_traits>
 
-#include "bundlemgr/bundlemgrimpl.h"
 #include "bundletest.h"
+#include "src/bundlemgr/bundlemgrimpl.h"
 #include "support/elsewhere.h"
 #include "support/slot.h"
 

@@ -1,4 +1,4 @@
-#include "bundlemgr/bundleenvironment.h"
+#include "src/bundlemgr/bundleenvironment.h"
 
 #include <unistd.h>
 

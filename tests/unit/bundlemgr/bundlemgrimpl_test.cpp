@@ -1,4 +1,4 @@
-#include "bundlemgr/bundlemgrimpl.h"
+#include "src/bundlemgr/bundlemgrimpl.h"
 
 #include <climits>
 #include <csignal>
@@ -10,8 +10,9 @@
 #include <ace/Guard_T.h>
 #include <ace/Static_Object_Lock.h>
 
-#include "bundlemgr/base.h"
-#include "bundlemgr/bundle.h"
+#include <bundlemgr/base.h>
+#include <bundlemgr/bundle.h>
+
 #include "support/capture.h"
 #include "support/elsewhere.h"
 #include "support/slot.h"

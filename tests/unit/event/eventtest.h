@@ -16,9 +16,10 @@
 
 #include <ace/OS_NS_sys_time.h>
 
-#include "bundlemgr/bundlemgr.h"
-#include "bundlemgr/event.h"
-#include "bundlemgr/log.h"
+#include <bundlemgr/bundlemgr.h>
+#include <bundlemgr/event.h>
+#include <bundlemgr/log.h>
+
 #include "support/environment.h"
 #include "support/tempdir.h"
 

@@ -13,8 +13,8 @@
 #include <ace/Recursive_Thread_Mutex.h>
 #include <ace/Static_Object_Lock.h>
 
-#include "event/lightinternalmessage.h"
 #include "eventtest.h"
+#include "src/event/lightinternalmessage.h"
 #include "support/capture.h"
 #include "support/wait.h"
 

@@ -14,7 +14,8 @@
 #include <ace/Recursive_Thread_Mutex.h>
 #include <ace/Static_Object_Lock.h>
 
-#include "bundlemgr/base.h"
+#include <bundlemgr/base.h>
+
 #include "logtest.h"
 #include "support/capture.h"
 #include "support/wait.h"

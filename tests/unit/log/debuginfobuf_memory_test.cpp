@@ -8,9 +8,9 @@
 
 #include <gmock/gmock.h>
 
-#include "log/logfile.h"
-#include "log/logproxy.h"
 #include "logbuffertest.h"
+#include "src/corelog/corelog.h"
+#include "src/log/logfile.h"
 #include "support/capture.h"
 #include "support/replacednew.h"
 

@@ -13,8 +13,8 @@
 
 #include <gmock/gmock.h>
 
-#include "log/logfile.h"
 #include "logbuffertest.h"
+#include "src/log/logfile.h"
 #include "support/wait.h"
 
 namespace NS_BUNDLEMGR1 {

@@ -5,7 +5,7 @@
 #include <gmock/gmock.h>
 
 #include "logtest.h"
-#include "platform/iconv.h"
+#include "src/platform/iconv/iconv.h"
 #include "support/capture.h"
 #include "testclock.h"
 

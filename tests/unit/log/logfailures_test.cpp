@@ -20,10 +20,10 @@
 #include <ace/Recursive_Thread_Mutex.h>
 #include <ace/Static_Object_Lock.h>
 
-#include "log/logfile.h"
-#include "log/logproxy.h"
-#include "log/logproxyimpl.h"
 #include "logbuffertest.h"
+#include "src/corelog/corelog.h"
+#include "src/log/logfile.h"
+#include "src/log/logproxyimpl.h"
 #include "support/capture.h"
 #include "support/wait.h"
 

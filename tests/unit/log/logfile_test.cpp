@@ -1,4 +1,4 @@
-#include "log/logfile.h"
+#include "src/log/logfile.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

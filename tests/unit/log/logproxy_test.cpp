@@ -1,4 +1,4 @@
-#include "log/logproxy.h"
+#include "src/corelog/corelog.h"
 
 #include <deque>
 #include <new>

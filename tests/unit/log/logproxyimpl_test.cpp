@@ -1,4 +1,4 @@
-#include "log/logproxyimpl.h"
+#include "src/log/logproxyimpl.h"
 
 #include <climits>
 #include <memory>

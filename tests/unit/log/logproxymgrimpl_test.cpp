@@ -1,4 +1,4 @@
-#include "log/logproxymgrimpl.h"
+#include "src/log/logproxymgrimpl.h"
 
 #include <atomic>
 #include <memory>
@@ -8,8 +8,8 @@
 
 #include <gmock/gmock.h>
 
-#include "log/logproxyimpl.h"
 #include "logtest.h"
+#include "src/log/logproxyimpl.h"
 #include "support/capture.h"
 #include "support/wait.h"
 

@@ -13,8 +13,9 @@
 
 #include <gtest/gtest.h>
 
-#include "bundlemgr/bundlemgr.h"
-#include "bundlemgr/log.h"
+#include <bundlemgr/bundlemgr.h>
+#include <bundlemgr/log.h>
+
 #include "support/environment.h"
 #include "support/tempdir.h"
 

@@ -1,4 +1,4 @@
-#include "log/recordstamp.h"
+#include "src/log/recordstamp.h"
 
 #include <dlfcn.h>
 
@@ -8,7 +8,8 @@
 
 #include <gtest/gtest.h>
 
-#include "bundlemgr/base.h"
+#include <bundlemgr/base.h>
+
 #include "logtest.h"
 #include "testclock.h"
 
@@ -31,15 +32,6 @@ namespace NS_BUNDLEMGR1 {
 namespace {
 
 using test::kTheSecond;
-
-TEST(RecordStampTest, TimeIsThatOfTheClock) {
-    test::Clock::Set(kTheSecond, 999999);
-    EXPECT_EQ(ACE_Time_Value(kTheSecond, 999999), RecordTime());
-    test::Clock::Break();
-    EXPECT_EQ(ACE_Time_Value(-1, 0), RecordTime());
-    test::Clock::Reset();
-    EXPECT_LT(ACE_Time_Value(kTheSecond), RecordTime());
-}
 
 TEST(RecordStampTest, ThreadIsTheLowHalfOfItsIdAndSigned) {
     EXPECT_EQ("Thread " + std::to_string(static_cast<int>(pthread_self() & 0xFFFFFFFFU)), RecordThread());

@@ -1,4 +1,4 @@
-#include "platform/bounded.h"
+#include "src/platform/bounded.h"
 
 #include <climits>
 #include <clocale>

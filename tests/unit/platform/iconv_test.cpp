@@ -1,5 +1,5 @@
 // One suite for GNU libiconv and for the stand-in: the library asks no more of either.
-#include "platform/iconv.h"
+#include "src/platform/iconv/iconv.h"
 
 #include <atomic>
 #include <cerrno>

@@ -1,4 +1,4 @@
-#include "platform/openfile.h"
+#include "src/platform/openfile.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>

@@ -1,4 +1,4 @@
-#include "platform/serverpath.h"
+#include "src/platform/serverpath.h"
 
 #include <gtest/gtest.h>
 

@@ -7,10 +7,11 @@
 
 #include <gtest/gtest.h>
 
-#include "bundlemgr/base.h"
-#include "bundlemgr/bundleenvironment.h"
-#include "bundlemgr/bundlemgrimpl.h"
-#include "bundlemgr/schema.h"
+#include <bundlemgr/base.h>
+#include <bundlemgr/schema.h>
+
+#include "src/bundlemgr/bundleenvironment.h"
+#include "src/bundlemgr/bundlemgrimpl.h"
 #include "support/badoutput.h"
 #include "support/forkedchild.h"
 #include "unit/log/logtest.h"

@@ -1,4 +1,4 @@
-#include "platform/standardoutput.h"
+#include "src/platform/standardoutput.h"
 
 #include <pthread.h>
 #include <sys/resource.h>

@@ -1,4 +1,4 @@
-#include "platform/usegate.h"
+#include "src/platform/usegate.h"
 
 #include <sys/wait.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "bundlemgr/schema.h"
+#include <bundlemgr/schema.h>
 
 #include <climits>
 #include <cstdlib>

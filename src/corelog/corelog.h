@@ -1,0 +1,52 @@
+// The library's own way to its log.
+#pragma once
+
+#include <atomic>
+
+#include <bundlemgr/log.h>
+
+namespace NS_BUNDLEMGR1 {
+
+/// The core log proxy ("BundleMgrCore") as one source file of the library sees it:
+/// a static object of that file, named after it, that caches the proxy.
+///
+///     CoreLog g_log("bundlemgrimpl");
+///     g_log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: Load Bundle %s failed!\n", name);
+///
+/// Constant-initialised and never destroyed, so it serves static constructors and
+/// destructors, too. Throws nothing: without memory, a message is printed on standard
+/// output as a `DefaultLogProxy` does it, and counted as lost. Thread-safe.
+class CoreLog {
+public:
+    constexpr explicit CoreLog(const char* sourceFile) noexcept : m_sourceFile(sourceFile) {}
+
+    /// Sets the position and writes one record.
+    template <class... Args>
+    void Print(unsigned long line, int level, const char* format, Args... args) {
+        LogProxy* const proxy = Proxy();
+        proxy->SetPosition(m_sourceFile, line);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-security"
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+        proxy->Printf(level, format, args...);
+#pragma GCC diagnostic pop
+    }
+
+    /// Creates whatever the first record of the process would create under ACE's
+    /// static-object lock. Called before a lock is taken that the record may be
+    /// written under and that comes later in the lock order.
+    void Prepare();
+
+    /// @return the core proxy of the bundle manager's log proxy manager, or a
+    ///         `DefaultLogProxy` where there is none; never null
+    LogProxy* Proxy();
+
+private:
+    LogProxy* FetchProxy();
+    LogProxy* FetchFromManager();
+
+    const char* const m_sourceFile;
+    std::atomic<LogProxy*> m_pCache{nullptr};
+};
+
+}  // namespace NS_BUNDLEMGR1

@@ -1,0 +1,27 @@
+// A call into somebody else's code, which may throw.
+#pragma once
+
+#include "src/corelog/corelog.h"
+#include "src/corelog/currentexception.h"
+
+namespace NS_BUNDLEMGR1 {
+
+/// Whose code it is.
+struct UserCode {
+    const char* kind;  ///< "bundle" or "service".
+    const char* name;
+};
+
+/// Writes the record of an exception that left `operation`.
+inline void ReportThrown(CoreLog& log, const char* operation, const UserCode& code, const char* what) {
+    log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: %s of %s %s threw: %s\n", operation, code.kind, code.name, what);
+}
+
+/// Runs `action`; an exception from it ends here, with a record, so that one who throws does
+/// not keep the others from being started or ended.
+template <class Action>
+void Contain(CoreLog& log, const char* operation, const UserCode& code, Action action) {
+    ReportException(action, [&](const char* what) { ReportThrown(log, operation, code, what); });
+}
+
+}  // namespace NS_BUNDLEMGR1

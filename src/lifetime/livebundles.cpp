@@ -1,0 +1,82 @@
+#include "src/lifetime/livebundles.h"
+
+#include <iterator>
+#include <map>
+#include <mutex>
+
+namespace NS_BUNDLEMGR1 {
+namespace LiveBundles {
+
+namespace {
+
+struct Registry {
+    unsigned long lastId = 0;
+    std::map<const BundleObject*, unsigned long> ids;
+    std::map<std::string, BundleObject*> registered;
+    std::vector<std::string> configured;
+
+    BundleObject* Named(const std::string& name) const {
+        const auto found = registered.find(name);
+        return found != registered.end() ? found->second : nullptr;
+    }
+};
+
+std::mutex g_mutex;  // guards the registry
+
+// Never destroyed: bundles may die after this library's statics.
+Registry& Bundles() {
+    static Registry* const bundles = new Registry;
+    return *bundles;
+}
+
+}  // namespace
+
+void Enter(const BundleObject* bundle) {
+    const std::lock_guard<std::mutex> guard(g_mutex);
+    Registry& bundles = Bundles();
+    bundles.ids[bundle] = ++bundles.lastId;
+}
+
+void Leave(const BundleObject* bundle) {
+    const std::lock_guard<std::mutex> guard(g_mutex);
+    Registry& bundles = Bundles();
+    bundles.ids.erase(bundle);
+    for (auto entry = bundles.registered.begin(); entry != bundles.registered.end();) {
+        entry = entry->second == bundle ? bundles.registered.erase(entry) : std::next(entry);
+    }
+}
+
+unsigned long IdOf(const BundleObject* bundle) {
+    const std::lock_guard<std::mutex> guard(g_mutex);
+    const auto found = Bundles().ids.find(bundle);
+    return found != Bundles().ids.end() ? found->second : 0;
+}
+
+void Register(const std::string& name, BundleObject* bundle) {
+    const std::lock_guard<std::mutex> guard(g_mutex);
+    Bundles().registered[name] = bundle;
+}
+
+void Configure(const std::vector<std::string>& names) {
+    const std::lock_guard<std::mutex> guard(g_mutex);
+    Bundles().configured = names;
+}
+
+void UnregisterAll() {
+    const std::lock_guard<std::mutex> guard(g_mutex);
+    Bundles().registered.clear();
+}
+
+BundleObject* Registered(const std::string& name) {
+    const std::lock_guard<std::mutex> guard(g_mutex);
+    return Bundles().Named(name);
+}
+
+void ConfiguredInReverseOrder(std::list<BundleObject*>& out) {
+    const std::lock_guard<std::mutex> guard(g_mutex);
+    const std::vector<std::string>& names = Bundles().configured;
+    for (auto name = names.rbegin(); name != names.rend(); ++name) out.push_back(Bundles().Named(*name));
+}
+
+}  // namespace LiveBundles
+}  // namespace NS_BUNDLEMGR1

@@ -1,0 +1,204 @@
+#include "src/lifetime/liveservices.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+#include <unordered_map>
+
+#include <bundlemgr/bundle.h>
+
+#include "src/lifetime/nestedlock.h"
+#include "src/lifetime/servicebirth.h"
+
+namespace NS_BUNDLEMGR1 {
+
+namespace {
+
+struct LiveService {
+    bool IsMine() const { return owner == std::this_thread::get_id(); }
+    bool IsCalledByOthers() const {
+        const std::thread::id me = std::this_thread::get_id();
+        return std::any_of(callers.begin(), callers.end(), [me](std::thread::id caller) { return caller != me; });
+    }
+
+    unsigned long id = 0;
+    std::thread::id owner;  // the one thread that may use it, since it makes or ends it; none: all
+    bool isBorn = false;    // made by the configurator
+    bool isMade = false;    // by a factory that told so; see MarkMade
+    bool isRetired = false;
+    bool isGivenUp = false;
+    ServiceObjectBase* orphan = nullptr;  // this one, when its callers are to destroy it
+    std::vector<std::thread::id> callers;
+};
+
+struct Registry {
+    std::mutex mutex;  // guards all of it
+    std::condition_variable changed;
+    unsigned long lastId = 0;
+    std::unordered_map<const ServiceObjectBase*, LiveService> services;
+
+    /// @return null where there is none, or one of another number
+    LiveService* Find(const ServiceObjectBase* service, unsigned long id = 0) {
+        const auto found = services.find(service);
+        const bool isMeant = found != services.end() && (id == 0 || found->second.id == id);
+        return isMeant ? &found->second : nullptr;
+    }
+};
+
+// Never destroyed: services may die after this library's statics.
+Registry& Live() {
+    static Registry* const live = new Registry;
+    return *live;
+}
+
+bool IsMadeHereSince(const LiveService& live, unsigned long id) {
+    return live.id > id && live.isBorn && live.IsMine() && !live.isRetired && !live.isGivenUp;
+}
+
+bool MayCall(const LiveService& live, CallPurpose purpose) {
+    if (live.isGivenUp) return false;
+    if (live.owner == std::thread::id() || live.IsMine()) return true;
+    return purpose == CallPurpose::kEndThreads && live.isMade && !live.isRetired;
+}
+
+/// Waits, without the locks of the thread, until the condition holds for the service of
+/// that number, or there is none of that number any more.
+template <class Condition>
+void Await(const ServiceObjectBase* service, unsigned long id, Condition condition) {
+    const LockPause pause;
+    std::unique_lock<std::mutex> lock(Live().mutex);
+    Live().changed.wait(lock, [&] {
+        const LiveService* const live = Live().Find(service, id);
+        return live == nullptr || condition(*live);
+    });
+}
+
+}  // namespace
+
+namespace LiveServices {
+
+unsigned long Enter(const ServiceObjectBase* service) {
+    LiveService entered;
+    entered.isBorn = ServiceBirth::Any();
+    if (entered.isBorn) entered.owner = std::this_thread::get_id();
+    const std::lock_guard<std::mutex> guard(Live().mutex);
+    entered.id = ++Live().lastId;
+    Live().services[service] = entered;
+    return entered.id;
+}
+
+void Leave(const ServiceObjectBase* service) {
+    Leave(service, 0);
+}
+
+void Leave(const ServiceObjectBase* service, unsigned long id) {
+    const std::lock_guard<std::mutex> guard(Live().mutex);
+    if (Live().Find(service, id) == nullptr) return;
+    Live().services.erase(service);
+    Live().changed.notify_all();
+}
+
+unsigned long IdOf(const ServiceObjectBase* service) {
+    const std::lock_guard<std::mutex> guard(Live().mutex);
+    const LiveService* const live = Live().Find(service);
+    return live != nullptr ? live->id : 0;
+}
+
+void MarkMade(const ServiceObjectBase* service) {
+    const std::lock_guard<std::mutex> guard(Live().mutex);
+    LiveService* const live = Live().Find(service);
+    if (live != nullptr) live->isMade = true;
+}
+
+void GiveUp(const ServiceObjectBase* service, unsigned long id) {
+    const std::lock_guard<std::mutex> guard(Live().mutex);
+    LiveService* const live = Live().Find(service, id);
+    if (live == nullptr) return;
+    if (live->isMade) {
+        live->isGivenUp = true;
+    } else {
+        Live().services.erase(service);
+        Live().changed.notify_all();
+    }
+}
+
+bool MayVanish(const ServiceObjectBase* service) {
+    const std::lock_guard<std::mutex> guard(Live().mutex);
+    const LiveService* const live = Live().Find(service);
+    return live != nullptr && live->isBorn && !live->isMade && !live->isRetired;
+}
+
+void Retire(const ServiceObjectBase* service) {
+    unsigned long id = 0;
+    {
+        const std::lock_guard<std::mutex> guard(Live().mutex);
+        LiveService* const live = Live().Find(service);
+        if (live == nullptr) return;
+        live->owner = std::this_thread::get_id();
+        live->isRetired = true;
+        if (!live->IsCalledByOthers()) return;
+        id = live->id;
+    }
+    Await(service, id, [](const LiveService& live) { return !live.IsCalledByOthers(); });
+}
+
+bool LeaveToCallers(ServiceObjectBase* service) {
+    const std::lock_guard<std::mutex> guard(Live().mutex);
+    LiveService* const live = Live().Find(service);
+    if (live == nullptr || !live->IsCalledByOthers()) return false;
+    live->isGivenUp = true;
+    live->orphan = service;
+    return true;
+}
+
+bool IsRetiredElsewhere(const ServiceObjectBase* service, unsigned long id) {
+    const std::lock_guard<std::mutex> guard(Live().mutex);
+    const LiveService* const live = Live().Find(service, id);
+    return live != nullptr && live->isRetired && !live->IsMine();
+}
+
+void AwaitEnd(const ServiceObjectBase* service, unsigned long id) {
+    Await(service, id, [](const LiveService&) { return false; });
+}
+
+unsigned long BeginCall(const ServiceObjectBase* service, unsigned long id, CallPurpose purpose) {
+    const std::lock_guard<std::mutex> guard(Live().mutex);
+    LiveService* const live = Live().Find(service, id);
+    if (live == nullptr || !MayCall(*live, purpose)) return 0;
+    live->callers.push_back(std::this_thread::get_id());
+    return live->id;
+}
+
+ServiceObjectBase* EndCall(const ServiceObjectBase* service, unsigned long id) {
+    const std::lock_guard<std::mutex> guard(Live().mutex);
+    LiveService* const live = Live().Find(service, id);
+    if (live == nullptr) return nullptr;  // it removed itself
+    live->callers.erase(std::find(live->callers.begin(), live->callers.end(), std::this_thread::get_id()));
+    Live().changed.notify_all();
+    return live->callers.empty() ? live->orphan : nullptr;
+}
+
+unsigned long LastId() {
+    const std::lock_guard<std::mutex> guard(Live().mutex);
+    return Live().lastId;
+}
+
+std::vector<Service> MadeHereSince(unsigned long id) {
+    std::vector<Service> services;
+    const std::lock_guard<std::mutex> guard(Live().mutex);
+    for (const auto& [service, live] : Live().services) {
+        if (IsMadeHereSince(live, id)) services.push_back(Service{service, live.id});
+    }
+    return services;
+}
+
+void PublishMadeHereSince(unsigned long id) {
+    const std::lock_guard<std::mutex> guard(Live().mutex);
+    for (auto& [service, live] : Live().services) {
+        if (IsMadeHereSince(live, id)) live.owner = std::thread::id();
+    }
+}
+
+}  // namespace LiveServices
+}  // namespace NS_BUNDLEMGR1

@@ -1,0 +1,91 @@
+// Which service objects may be called.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace NS_BUNDLEMGR1 {
+
+class BundleObject;
+class ServiceObjectBase;
+
+/// What the library calls a service for.
+enum class CallPurpose {
+    kUse,         ///< Not before its `init` has returned 0, but on the thread that makes it.
+    kEndThreads,  ///< From its construction on: an `init` may wait for being told.
+};
+
+/// Every service object of the process, from its construction until it is removed or its
+/// destructor runs, whichever comes first.
+///
+/// A bundle's table keeps the pointer of a service that is long gone, and the next
+/// service may lie at the same address; the number that each object gets here tells
+/// them apart. Thread-safe.
+namespace LiveServices {
+
+/// @return the number of the object, unique in the process and never 0
+unsigned long Enter(const ServiceObjectBase* service);
+
+/// The object is there no more.
+void Leave(const ServiceObjectBase* service);
+
+/// `Leave`, if the object at that address is still the one of that number.
+void Leave(const ServiceObjectBase* service, unsigned long id);
+
+/// @return the number of the live object at that address, or 0
+unsigned long IdOf(const ServiceObjectBase* service);
+
+/// The object's constructor has returned, and its destructor will run one day.
+void MarkMade(const ServiceObjectBase* service);
+
+/// Nobody calls the object of that number any more, which did not initialise. It may be gone
+/// already.
+void GiveUp(const ServiceObjectBase* service, unsigned long id);
+
+/// @return whether the object may be freed without its destructor, by the configurator that
+///         made it and without `Retire`
+bool MayVanish(const ServiceObjectBase* service);
+
+/// The calling thread is about to end the object. Nobody else calls it from now on; returns
+/// when those who are in a call have come back. The locks of the thread (see `NestedGuard`)
+/// are let go of while it waits.
+void Retire(const ServiceObjectBase* service);
+
+/// The configurator wants the object destroyed, which may have failed to initialise, under
+/// its lock, which those who are in a call may be waiting for.
+/// @return false when nobody else is in a call; otherwise the last one to come back destroys it
+bool LeaveToCallers(ServiceObjectBase* service);
+
+/// @return whether another thread is ending the object of that number
+bool IsRetiredElsewhere(const ServiceObjectBase* service, unsigned long id);
+
+/// Waits until the object of that number is there no more, without the locks of the thread.
+void AwaitEnd(const ServiceObjectBase* service, unsigned long id);
+
+/// A call of the calling thread into a service begins, if it is allowed. See `ServiceCall`.
+/// @param id the number of the object that is meant; 0: whichever lives there
+/// @return the number of the object, or 0 when it must not be called
+unsigned long BeginCall(const ServiceObjectBase* service, unsigned long id, CallPurpose purpose);
+
+/// The call has come back.
+/// @return the service, when it is left to this thread to destroy it, or null
+ServiceObjectBase* EndCall(const ServiceObjectBase* service, unsigned long id);
+
+struct Service {
+    const ServiceObjectBase* object;
+    unsigned long id;
+};
+
+/// @return the number that was given to an object last
+unsigned long LastId();
+
+/// @return the live services that the calling thread has made since that number was given,
+///         and that only this thread may use yet
+std::vector<Service> MadeHereSince(unsigned long id);
+
+/// These are ready for every thread.
+void PublishMadeHereSince(unsigned long id);
+
+}  // namespace LiveServices
+
+}  // namespace NS_BUNDLEMGR1

@@ -1,0 +1,66 @@
+#include "src/lifetime/servicebirth.h"
+
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "livetest.h"
+
+namespace NS_BUNDLEMGR1 {
+namespace {
+
+using test::At;
+using test::MayCall;
+using test::MayCallElsewhere;
+
+TEST(ServiceBirthTest, ANestedBirthPublishesOnlyItsOwn) {
+    const ServiceBirth outer("fx_first", nullptr);
+    LiveServices::Enter(At(16));
+    {
+        const ServiceBirth inner("fx_second", nullptr);
+        LiveServices::Enter(At(32));
+        inner.Publish();
+    }
+    EXPECT_FALSE(MayCallElsewhere(At(16), CallPurpose::kUse));
+    EXPECT_TRUE(MayCallElsewhere(At(32), CallPurpose::kUse));
+}
+
+TEST(ServiceBirthTest, IsKnownToItsThread) {
+    EXPECT_FALSE(ServiceBirth::Any());
+    const ServiceBirth birth("fx_first", nullptr);
+    EXPECT_TRUE(ServiceBirth::Any());
+    std::thread([] { EXPECT_FALSE(ServiceBirth::Any()); }).join();
+}
+
+TEST(ServiceBirthTest, ItsChildrenAreThoseThatItHasNotPublished) {
+    LiveServices::Enter(At(8));
+    const ServiceBirth birth("fx_first", nullptr);
+    LiveServices::Enter(At(16));
+    const unsigned long id = LiveServices::Enter(At(32));
+    LiveServices::Leave(At(16));
+    std::thread([] { LiveServices::Enter(At(64)); }).join();
+    LiveServices::Enter(At(48));
+    LiveServices::Retire(At(48));
+    ASSERT_EQ(1U, birth.Children().size());
+    EXPECT_EQ(At(32), birth.Children().front().object);
+    EXPECT_EQ(id, birth.Children().front().id);
+    birth.Publish();
+    EXPECT_TRUE(birth.Children().empty());
+}
+
+TEST(ServiceBirthTest, AServiceThatIsOnlyConstructedIsEverybodys) {
+    { const ServiceBirth over("fx_first", nullptr); }
+    LiveServices::Enter(At(16));
+    EXPECT_TRUE(MayCallElsewhere(At(16), CallPurpose::kUse));
+}
+
+TEST(ServiceBirthTest, TheBundleIsKnownByNameOnItsThreadOnly) {
+    auto* const bundle = reinterpret_cast<BundleObject*>(16);  // never looked into
+    const ServiceBirth birth("fx_first", bundle);
+    EXPECT_EQ(bundle, ServiceBirth::BundleNamed("fx_first"));
+    EXPECT_EQ(nullptr, ServiceBirth::BundleNamed("fx_second"));
+    std::thread([] { EXPECT_EQ(nullptr, ServiceBirth::BundleNamed("fx_first")); }).join();
+}
+
+}  // namespace
+}  // namespace NS_BUNDLEMGR1
