@@ -2,24 +2,65 @@
 /// What a bundle author derives from: bundles, services and the interfaces through
 /// which they find each other.
 ///
-/// A bundle is a shared library `lib<name>.so` with one `BundleObject`:
+/// A bundle is a shared library `lib<name>.so` with one `BundleObject`; a service is a class
+/// derived from `ServiceObjectBase` with a factory (`ZO_SERVICE_FACTORY`), named in the
+/// bundle's `svc.cfg`. Most bundles need no more than `zo::ServiceBundle` of
+/// <bundlemgr/kit.h>; one that overrides `Init` and `Fini` itself does it in this order:
 ///
 ///     class MyBundle : public BundleObject {
 ///         std::string GetName() override { return "my_bundle"; }
 ///         int GetBundleOrder() override { return 10; }
-///         void SetInterface() override {}
-///         int Init() override { BundleObject::Init(); return LoadAllServiceObjects(); }
-///         void Fini() override { UnLoadAllServiceObjects(); BundleObject::Fini(); }
+///         void SetInterface() override {}  // the services publish
+///         int Init() override {
+///             const int result = LoadAllServiceObjects();       // first: a bundle counts as
+///             return result == 0 ? BundleObject::Init() : result;  // initialised when it is
+///         }
+///         void Fini() override {
+///             UnLoadAllServiceObjects();  // first: nobody starts or finds them any more
+///             RemoveInterface();          // what the bundle itself published
+///             BundleObject::Fini();
+///         }
 ///     };
 ///     ZO_BUNDLE(MyBundle);
 ///
-/// A service is a class derived from `ServiceObjectBase` with a factory
-/// (`ZO_SERVICE_FACTORY`), named in the bundle's `svc.cfg`.
+/// Where `LoadAllServiceObjects` fails, the services that are ready stay. A bundle whose
+/// initialisation is to be tried again removes them (`RemoveServiceObject`) before it returns,
+/// since a second service of a name ends the process; `zo::ServiceBundle` does so.
+///
+/// **To stay alive.** A library is unmapped when its service, or at the end its bundle, goes:
+/// a thread, a handler or a pointer that is left behind then runs into nothing.
+///
+/// - End what you began in `fini`, in `ExitThreads` and in the destructor, all three by way of
+///   one `Stop` that may be called repeatedly, also by two threads at once. In the normal stop
+///   `BundleMgr::FiniAllBundles` finalises the services first; when
+///   `WaitAllBundlesThreadExit` asks for the threads afterwards, a service that is finalised is
+///   not called any more. So `ExitThreads` alone never sees the normal stop. The destructor
+///   comes without `fini` when `init` has failed.
+/// - `Stop` runs while the manager's table and the bundle are held. A thread that is waited for
+///   there must not wait for these: it must not load, remove or look up anything for the first
+///   time.
+/// - Do the first look-up of a `ServiceInterfaceProxy` in `init`: it takes these locks. Later
+///   ones take none.
+/// - Nothing calls `SetInterface` of a service or of a bundle. Publish in `init`, when the
+///   interface can be used, and withdraw in `Stop`:
+///
+///         int init(int, ACE_TCHAR*[]) override {
+///             SetInterface();  // yours: m_pInterface = new LampImpl;
+///             return 0;
+///         }
+///         void Stop() {        // by fini, ExitThreads and the destructor
+///             m_thread.Stop();
+///             if (m_pInterface == nullptr) return;
+///             SetIFBuf("LampSvc", nullptr);  // or proxies would hand it out for ever
+///             RemoveInterface();             // deletes it
+///         }
+///
+///   Whoever has fetched the pointer before may still be using it: bundles end in the opposite
+///   order of their start, so users have a higher order value than the bundles they use.
+/// - Take event handlers away as <bundlemgr/event.h> says.
 #pragma once
 
-#include <atomic>
 #include <exception>
-#include <list>
 #include <map>
 #include <sstream>
 #include <string>
@@ -31,6 +72,8 @@
 #include <ace/Thread_Mutex.h>
 
 #include <bundlemgr/bundlemgr.h>
+#include <bundlemgr/detail/interfaceproxybase.h>
+#include <bundlemgr/detail/registration.h>
 #include <bundlemgr/export.h>
 
 namespace NS_BUNDLEMGR1 {
@@ -104,17 +147,19 @@ public:
     virtual ServiceInterface* GetInterface();
 
     /// Overridden to create the interface and store it in `m_pInterface`. The body
-    /// here only clears the pointer.
+    /// here only clears the pointer. Nothing in the library calls it; an `Init` may.
     virtual void SetInterface() = 0;
 
     /// Deletes the published interface, if there is one.
     virtual void RemoveInterface();
 
-    /// Sets `BUNDLE_STATE_INITED`. Overrides call it, and `LoadAllServiceObjects`.
+    /// Sets `BUNDLE_STATE_INITED`. Overrides call `LoadAllServiceObjects`, and this when that
+    /// has succeeded: a bundle in another state than `BUNDLE_STATE_LOADED` is not initialised
+    /// again.
     /// @return 0 on success; anything else stops the initialisation of all bundles
     virtual int Init();
 
-    /// Sets `BUNDLE_STATE_FINIED`. Overrides call it, and `UnLoadAllServiceObjects`.
+    /// Sets `BUNDLE_STATE_FINIED`. Overrides call `UnLoadAllServiceObjects`, then this.
     virtual void Fini();
 
     /// Asks every service, newest first, to end its threads, and returns when all
@@ -123,7 +168,7 @@ public:
     /// by another thread, is not.
     virtual void WaitThreadExit();
 
-    /// Enters a service; called by the constructor of `ServiceObjectBase`. A null
+    /// Registers a service; called by the constructor of `ServiceObjectBase`. A null
     /// service, or a second one of a name, fails an ACE assertion and ends the process.
     /// @param serviceName the service's name, not null
     /// @param service     stays ACE's
@@ -161,15 +206,6 @@ public:
     BundleObject(const BundleObject&) = delete;
     BundleObject& operator=(const BundleObject&) = delete;
 
-    /// @cond INTERNAL
-    /// The interface that the service of that name publishes, or null; also null for a
-    /// service that has been finalised or destroyed, and for an interface that `cast` takes
-    /// for none of the type that is sought. For the interface proxies.
-    /// @param typed what `cast` made of it
-    ServiceInterface* FindServiceInterface(const std::string& serviceName, void* (*cast)(ServiceInterface*),
-                                           void*& typed);
-    /// @endcond
-
 protected:
     int m_nState;  ///< See `BundleState`; read and written by `GetState` and `SetState`.
     std::map<std::string, ServiceObjectBase*> m_serviceObjectMap;  ///< By name; not owned.
@@ -178,17 +214,7 @@ protected:
     ServiceInterface* m_pInterface;                                ///< Owned once set; see `RemoveInterface`.
 
 private:
-    unsigned long IdOf(const std::string& serviceName) const;
-    bool IsRegistered(const std::string& serviceName) const;
-    bool IsEndedElsewhere(const std::string& serviceName) const;
-    void AwaitEndElsewhere(const std::string& serviceName);
-    void Forget(const std::string& serviceName);
-    void ExitThreadsOf(const std::string& serviceName);
-    std::vector<std::string> NamesToUnload();
-
-    /// Which object each name stands for (see `LiveServices`): the pointers in the
-    /// table outlive the services they point to.
-    std::map<std::string, unsigned long> m_mapServiceIds;
+    friend class ServiceTable;
 };
 
 /// Base class of every service.
@@ -221,20 +247,22 @@ public:
 
     /// Ends the service's own threads and returns when they have ended. May be called
     /// while `init` runs on another thread, which is how an `init` that waits learns that it
-    /// is to give up.
+    /// is to give up. Not called any more once the service is finalised, which is earlier in
+    /// the normal stop: so `fini` ends the threads, too (see the head of this file).
     virtual void ExitThreads() = 0;
 
     /// @return the published interface, or null
     virtual ServiceInterface* GetInterface();
 
-    /// Overridden to create the interface and store it in `m_pInterface`.
+    /// Overridden to create the interface and store it in `m_pInterface`. Nothing in the
+    /// library calls it: a service that publishes does, in its `init`.
     virtual void SetInterface();
 
     /// Deletes the published interface, if there is one.
     virtual void RemoveInterface();
 
-    /// Called by ACE when the service is removed. Overrides call it. Stops no thread,
-    /// removes no interface.
+    /// Called by ACE when the service is removed, before its library is unmapped. Overrides
+    /// end the service's threads, withdraw its interface, and call this, which does neither.
     /// @return 0
     int fini() override;
 
@@ -290,38 +318,15 @@ public:
     ~InterfaceNotExistException() override;
 };
 
-/// @cond INTERNAL
-struct InterfaceEntry;
-struct VerifiedInterface;
-
-/// The part of an interface proxy that does not depend on the interface's type.
-class ZO_EXPORT InterfaceProxyBase {
-protected:
-    /// The interface as the type that the proxy asks for, or null if it is none.
-    using CastFn = void* (*)(ServiceInterface*);
-
-    InterfaceProxyBase(const std::string& interfaceName, const std::string& bundleName, const std::type_info& type);
-    void* Find(CastFn cast, std::vector<ServiceInterface*>* all);
-    static ServiceInterface* NullInterface(const std::type_info& type);
-
-private:
-    void* Verify(CastFn cast);
-    void Search(CastFn cast);
-    std::list<BundleObject*> BundlesToSearch() const;
-
-    InterfaceEntry* m_pEntry;
-    VerifiedInterface* m_pVerified;
-    ACE_Thread_Mutex* m_pMutex;
-    std::string m_strBundleName;
-    std::string m_strInterfaceName;
-};
-/// @endcond
-
 /// Finds a service's published interface by the service's name, and keeps what it
 /// found in the interface registry.
 ///
 ///     ServiceInterfaceProxy<AlarmTable> alarms("AlarmSvc");
 ///     alarms->Raise(alarm);
+///
+/// The first look-up that finds the interface searches the bundles, under `_g_actualmutex` and
+/// the bundles' locks: do it in `init`, not on a thread that is waited for while its service
+/// ends. Later ones take no lock. While a search fails, each look-up searches again.
 ///
 /// Thread safety: one proxy may be used by any number of threads. The result stays the
 /// publisher's; the registry keeps it even after the publisher is gone, until
@@ -356,26 +361,6 @@ public:
 private:
     static void* Cast(ServiceInterface* iface) { return dynamic_cast<Interface*>(iface); }
 };
-
-/// @cond INTERNAL
-/// Creates a bundle and registers it; deletes it when its library is unloaded.
-class ZO_EXPORT BundleRegistration {
-public:
-    explicit BundleRegistration(BundleObject* (*create)()) noexcept;
-    ~BundleRegistration();
-    BundleRegistration(const BundleRegistration&) = delete;
-    BundleRegistration& operator=(const BundleRegistration&) = delete;
-
-private:
-    BundleObject* m_pBundle;
-};
-
-/// Calls `create`; an exception from it is reported with the service's name.
-ZO_EXPORT ACE_Service_Object* MakeService(const char* serviceName, ACE_Service_Object* (*create)()) noexcept;
-
-/// Destroys a service that `MakeService` made.
-ZO_EXPORT void DestroyService(void* service);
-/// @endcond
 
 }  // namespace NS_BUNDLEMGR1
 

@@ -1,17 +1,23 @@
 /// @file bundlemgr.h
 /// The bundle manager: loads bundles by name, initialises them in two phases, and
-/// shuts them down in order. A host's life:
+/// shuts them down in order. A host's life, with all the calls that belong to it:
 ///
 ///     BundleMgr* mgr = BundleMgr::Instance();
-///     LightEventMgr::Instance()->Init();
+///     LightEventMgr::Instance()->Init();    // the event worker
 ///     if (mgr->LoadAllBundles() == 0 && mgr->InitAllBundles() == 0) {
 ///         ... run ...
 ///     }
-///     mgr->FiniAllBundles();
-///     mgr->WaitAllBundlesThreadExit();
-///     LightEventMgr::Instance()->Fini();
+///     mgr->FiniAllBundles();                // finalises the services
+///     mgr->WaitAllBundlesThreadExit();      // and waits for what is left of them
+///     LightEventMgr::Instance()->Fini();    // no handler is called any more
 ///     LightEventMgr::Destroy();
-///     BundleMgr::Destroy();
+///     BundleMgr::Destroy();                 // unmaps the bundles
+///     LogProxyDebugInfoBufMgr::Destroy();   // writes what the log still holds
+///
+/// The stop is the same when the start has failed. In it, services are finalised first, and
+/// those that are finalised are not asked for their threads afterwards. The event worker ends
+/// before the bundles are unmapped, whose handlers it runs; the log ends last, since all
+/// others write to it.
 #pragma once
 
 #include <atomic>

@@ -15,6 +15,15 @@ constexpr int kLineFini = 55;
 
 CoreLog g_log("servicedef");
 
+// What services in the field were compiled with. Whatever else the library has to know about a
+// service, it keeps in LiveServices.
+struct ServiceLayout : public ACE_Service_Object {
+    ServiceInterface* iface;
+    std::string name;
+    std::string bundle;
+};
+static_assert(sizeof(ServiceObjectBase) == sizeof(ServiceLayout), "the base of every service keeps its size");
+
 }  // namespace
 
 ServiceObjectBase::ServiceObjectBase(const char* bundleName, const char* serviceName)

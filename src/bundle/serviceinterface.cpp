@@ -6,6 +6,7 @@
 
 #include <bundlemgr/bundle.h>
 
+#include "src/bundle/servicetable.h"
 #include "src/lifetime/nestedlock.h"
 #include "src/lifetime/yieldingguard.h"
 
@@ -218,7 +219,7 @@ void InterfaceProxyBase::Search(CastFn cast) {
     for (BundleObject* const bundle : bundles) {
         if (bundle == nullptr) continue;
         void* typed = nullptr;
-        ServiceInterface* const iface = bundle->FindServiceInterface(m_strInterfaceName, cast, typed);
+        ServiceInterface* const iface = ServiceTable::FindInterface(*bundle, m_strInterfaceName, cast, typed);
         if (iface != nullptr) Append(*m_pEntry, iface, *m_pVerified, typed);
     }
 }

@@ -9,9 +9,14 @@ namespace LiveBundles {
 
 namespace {
 
+struct LiveBundle {
+    unsigned long id = 0;
+    std::map<std::string, unsigned long> services;  // their numbers, by name
+};
+
 struct Registry {
     unsigned long lastId = 0;
-    std::map<const BundleObject*, unsigned long> ids;
+    std::map<const BundleObject*, LiveBundle> live;
     std::map<std::string, BundleObject*> registered;
     std::vector<std::string> configured;
 
@@ -34,13 +39,13 @@ Registry& Bundles() {
 void Enter(const BundleObject* bundle) {
     const std::lock_guard<std::mutex> guard(g_mutex);
     Registry& bundles = Bundles();
-    bundles.ids[bundle] = ++bundles.lastId;
+    bundles.live[bundle] = LiveBundle{++bundles.lastId, {}};
 }
 
 void Leave(const BundleObject* bundle) {
     const std::lock_guard<std::mutex> guard(g_mutex);
     Registry& bundles = Bundles();
-    bundles.ids.erase(bundle);
+    bundles.live.erase(bundle);
     for (auto entry = bundles.registered.begin(); entry != bundles.registered.end();) {
         entry = entry->second == bundle ? bundles.registered.erase(entry) : std::next(entry);
     }
@@ -48,8 +53,27 @@ void Leave(const BundleObject* bundle) {
 
 unsigned long IdOf(const BundleObject* bundle) {
     const std::lock_guard<std::mutex> guard(g_mutex);
-    const auto found = Bundles().ids.find(bundle);
-    return found != Bundles().ids.end() ? found->second : 0;
+    const auto found = Bundles().live.find(bundle);
+    return found != Bundles().live.end() ? found->second.id : 0;
+}
+
+void SetService(const BundleObject* bundle, const std::string& service, unsigned long id) {
+    const std::lock_guard<std::mutex> guard(g_mutex);
+    Bundles().live[bundle].services[service] = id;
+}
+
+unsigned long ServiceId(const BundleObject* bundle, const std::string& service) {
+    const std::lock_guard<std::mutex> guard(g_mutex);
+    const auto found = Bundles().live.find(bundle);
+    if (found == Bundles().live.end()) return 0;
+    const auto id = found->second.services.find(service);
+    return id != found->second.services.end() ? id->second : 0;
+}
+
+void ForgetService(const BundleObject* bundle, const std::string& service) {
+    const std::lock_guard<std::mutex> guard(g_mutex);
+    const auto found = Bundles().live.find(bundle);
+    if (found != Bundles().live.end()) found->second.services.erase(service);
 }
 
 void Register(const std::string& name, BundleObject* bundle) {

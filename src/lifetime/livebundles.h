@@ -1,4 +1,4 @@
-// Which bundles are still there.
+// Which bundles are still there, and which object does each name in their tables stand for?
 #pragma once
 
 #include <list>
@@ -24,6 +24,23 @@ void Leave(const BundleObject* bundle);
 
 /// @return the number of the live bundle at that address, unique in the process, or 0
 unsigned long IdOf(const BundleObject* bundle);
+
+/// @name The services in a bundle's table
+/// The pointers in the table outlive the services that they point to. What tells them from
+/// their successors stays here, since bundles in the field know the size of a `BundleObject`.
+/// @{
+
+/// The bundle has registered a service.
+/// @param id the number of the object, see `LiveServices`
+void SetService(const BundleObject* bundle, const std::string& service, unsigned long id);
+
+/// @return the number of the object that the name stands for; 0 where a bundle has put it into
+///         its table by itself
+unsigned long ServiceId(const BundleObject* bundle, const std::string& service);
+
+/// The bundle has taken the service out of its table.
+void ForgetService(const BundleObject* bundle, const std::string& service);
+/// @}
 
 /// The manager has entered the bundle in its table under that name.
 void Register(const std::string& name, BundleObject* bundle);

@@ -17,7 +17,9 @@
 #include <ace/Static_Object_Lock.h>
 
 #include <bundlemgr/bundle.h>
+
 #include <bundlemgr/event.h>
+#include "src/bundle/servicetable.h"
 
 #include "support/environment.h"
 #include "unit/log/logtest.h"
@@ -45,8 +47,8 @@ private:
 /// The interface that a service of the bundle publishes, of whatever type.
 inline NS_BUNDLEMGR1::ServiceInterface* FindInterface(NS_BUNDLEMGR1::BundleObject& bundle, const std::string& service) {
     void* typed = nullptr;
-    return bundle.FindServiceInterface(
-        service, [](NS_BUNDLEMGR1::ServiceInterface* iface) -> void* { return iface; }, typed);
+    return NS_BUNDLEMGR1::ServiceTable::FindInterface(
+        bundle, service, [](NS_BUNDLEMGR1::ServiceInterface* iface) -> void* { return iface; }, typed);
 }
 
 class TestBundle : public NS_BUNDLEMGR1::BundleObject {

@@ -1,0 +1,95 @@
+#include "src/bundle/servicetable.h"
+
+#include <algorithm>
+
+#include "src/corelog/assertion.h"
+#include "src/corelog/usercode.h"
+#include "src/lifetime/heldbundle.h"
+#include "src/lifetime/inservice.h"
+#include "src/lifetime/livebundles.h"
+#include "src/lifetime/servicecall.h"
+
+namespace NS_BUNDLEMGR1 {
+
+namespace {
+
+// Operators' log filters go by the source and the line of this assertion.
+constexpr char kRecordSource[] = "bundledef";
+constexpr int kLineAssertNewService = 148;
+
+CoreLog g_log(kRecordSource);
+
+}  // namespace
+
+bool ServiceTable::Has(const std::string& name) const {
+    return m_bundle.m_serviceObjectMap.find(name) != m_bundle.m_serviceObjectMap.end() && !IsEndedElsewhere(name);
+}
+
+unsigned long ServiceTable::IdOf(const std::string& name) const {
+    return LiveBundles::ServiceId(&m_bundle, name);
+}
+
+bool ServiceTable::IsEndedElsewhere(const std::string& name) const {
+    const auto entry = m_bundle.m_serviceObjectMap.find(name);
+    return entry != m_bundle.m_serviceObjectMap.end() && LiveServices::IsRetiredElsewhere(entry->second, IdOf(name));
+}
+
+void ServiceTable::Register(const std::string& strSvcName, ServiceObjectBase* service) {
+    std::map<std::string, ServiceObjectBase*>& map = m_bundle.m_serviceObjectMap;
+    // Whoever is ending the one of before would have taken it out by now, but for having to
+    // wait for something else.
+    if (IsEndedElsewhere(strSvcName)) Forget(strSvcName);
+    Assert(map.find(strSvcName) == map.end(), "m_serviceObjectMap.find(strSvcName) == m_serviceObjectMap.end()",
+           kRecordSource, kLineAssertNewService);
+    try {
+        LiveBundles::SetService(&m_bundle, strSvcName, LiveServices::IdOf(service));
+        map[strSvcName] = service;
+        m_bundle.m_vecServiceNames.push_back(strSvcName);
+    } catch (...) {
+        Forget(strSvcName);
+        throw;
+    }
+}
+
+void ServiceTable::Forget(const std::string& name) {
+    m_bundle.m_serviceObjectMap.erase(name);
+    LiveBundles::ForgetService(&m_bundle, name);
+    std::vector<std::string>& names = m_bundle.m_vecServiceNames;
+    const auto listed = std::find(names.begin(), names.end(), name);
+    if (listed != names.end()) names.erase(listed);
+}
+
+void ServiceTable::AwaitEndElsewhere(const std::string& name) {
+    if (InService::IsActive() || !IsEndedElsewhere(name)) return;
+    const ServiceObjectBase* const service = m_bundle.m_serviceObjectMap[name];
+    LiveServices::AwaitEnd(service, LiveServices::IdOf(service));
+}
+
+std::vector<std::string> ServiceTable::NamesNewestFirst() const {
+    return {m_bundle.m_vecServiceNames.rbegin(), m_bundle.m_vecServiceNames.rend()};
+}
+
+void ServiceTable::ExitThreadsOf(const std::string& name) {
+    const auto entry = m_bundle.m_serviceObjectMap.find(name);
+    if (entry == m_bundle.m_serviceObjectMap.end()) return;
+    ServiceObjectBase* const service = entry->second;
+    const ServiceCall call(service, IdOf(name), CallPurpose::kEndThreads);
+    if (!call) return;
+    Contain(g_log, "ExitThreads", UserCode{"service", name.c_str()}, [service] { service->ExitThreads(); });
+}
+
+ServiceInterface* ServiceTable::FindInterface(BundleObject& bundle, const std::string& name,
+                                              void* (*cast)(ServiceInterface*), void*& typed) {
+    const HeldBundle held(bundle.m_lock);
+    std::map<std::string, ServiceObjectBase*> services;
+    bundle.GetAllServiceObjects(services);
+    const auto found = services.find(name);
+    if (found == services.end()) return nullptr;
+    const ServiceCall call(found->second, ServiceTable(bundle).IdOf(name), CallPurpose::kUse);
+    ServiceInterface* const iface = call ? found->second->GetInterface() : nullptr;
+    // Here, where the service, and with it the interface, cannot go.
+    typed = iface != nullptr ? cast(iface) : nullptr;
+    return typed != nullptr ? iface : nullptr;
+}
+
+}  // namespace NS_BUNDLEMGR1
