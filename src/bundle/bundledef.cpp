@@ -56,7 +56,7 @@ struct BundleLayout {
     int state;
     std::map<std::string, ServiceObjectBase*> services;
     std::vector<std::string> names;
-    ACE_Recursive_Thread_Mutex lock;
+    ACE_Recursive_Thread_Mutex guard;
     ServiceInterface* iface;
 };
 static_assert(sizeof(BundleObject) == sizeof(BundleLayout), "the base of every bundle keeps its size");
