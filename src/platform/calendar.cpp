@@ -1,36 +1,36 @@
 #include "src/platform/calendar.h"
 
-#include <mutex>
+#include <bundlemgr/detail/mutex.h>
 
 namespace NS_BUNDLEMGR1 {
 namespace Calendar {
 
 namespace {
 
-std::mutex g_mutex;
+detail::Mutex g_mutex;
 
 }  // namespace
 
 const std::tm* LocalTime(std::time_t seconds, std::tm& local) {
-    const std::lock_guard<std::mutex> guard(g_mutex);
+    const detail::Guard guard(g_mutex);
     return localtime_r(&seconds, &local);
 }
 
 // Asks for the zone as well, for "%Z".
 std::size_t Format(char* text, std::size_t size, const char* format, const std::tm& local) {
-    const std::lock_guard<std::mutex> guard(g_mutex);
+    const detail::Guard guard(g_mutex);
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
     return std::strftime(text, size, format, &local);
 #pragma GCC diagnostic pop
 }
 
-void BeforeFork() {
-    g_mutex.lock();
+void BeforeFork() ZO_ACQUIRE(g_mutex) {
+    g_mutex.acquire();
 }
 
-void AfterFork() {
-    g_mutex.unlock();
+void AfterFork() ZO_RELEASE(g_mutex) {
+    g_mutex.release();
 }
 
 }  // namespace Calendar

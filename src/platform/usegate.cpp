@@ -9,7 +9,7 @@ namespace NS_BUNDLEMGR1 {
 static_assert(std::is_trivially_destructible_v<UseGate>, "serves static destructors");
 
 void UseGate::Open(const void* object) {
-    const std::lock_guard<std::mutex> guard(m_mutex);
+    const detail::Guard guard(m_mutex);
     if (m_pOpen == nullptr) m_pOpen = new std::set<const void*>;
     m_pOpen->insert(object);
     m_nOpen.store(m_pOpen->size());
@@ -18,7 +18,7 @@ void UseGate::Open(const void* object) {
 
 void UseGate::Close(const void* object) {
     {
-        const std::lock_guard<std::mutex> guard(m_mutex);
+        const detail::Guard guard(m_mutex);
         if (m_pOpen == nullptr || m_pOpen->erase(object) == 0) return;
         m_nOpen.store(m_pOpen->size());
         const void* latest = object;
@@ -63,16 +63,16 @@ UseGate::Counter& UseGate::MyCounter() {
 
 bool UseGate::IsOpen(const void* object) {
     if (m_nOpen.load() == 0) return false;
-    const std::lock_guard<std::mutex> guard(m_mutex);
+    const detail::Guard guard(m_mutex);
     return m_pOpen != nullptr && m_pOpen->count(object) != 0;
 }
 
 void UseGate::BeforeFork() {
-    m_mutex.lock();
+    m_mutex.acquire();
 }
 
 void UseGate::AfterForkInParent() {
-    m_mutex.unlock();
+    m_mutex.release();
 }
 
 void UseGate::AfterForkInChild() {
@@ -80,7 +80,7 @@ void UseGate::AfterForkInChild() {
         for (std::atomic<long>& inside : counter.inside) inside.store(0);
     }
     m_isWaitedFor.store(false);
-    m_mutex.unlock();
+    m_mutex.release();
 }
 
 }  // namespace NS_BUNDLEMGR1

@@ -3,8 +3,9 @@
 
 #include <atomic>
 #include <cstddef>
-#include <mutex>
 #include <set>
+
+#include <bundlemgr/detail/mutex.h>
 
 namespace NS_BUNDLEMGR1 {
 
@@ -56,15 +57,15 @@ public:
     /// @name Around fork
     /// Threads that are inside do not exist in the child, and never leave.
     /// @{
-    void BeforeFork();
+    void BeforeFork() ZO_ACQUIRE(m_mutex);
     /// Calls `action` with each open object; between `BeforeFork` and one of the others only.
     template <class Action>
-    void ForEachOpen(Action action) const {
+    void ForEachOpen(Action action) const ZO_REQUIRES(m_mutex) {
         if (m_pOpen == nullptr) return;
         for (const void* object : *m_pOpen) action(object);
     }
-    void AfterForkInParent();
-    void AfterForkInChild();
+    void AfterForkInParent() ZO_RELEASE(m_mutex);
+    void AfterForkInChild() ZO_RELEASE(m_mutex);
     /// @}
 
 private:
@@ -86,10 +87,10 @@ private:
     std::atomic<const void*> m_pLatest{nullptr};  // of the open ones; looked at first
     std::atomic<std::size_t> m_nOpen{0};
     Counter m_counters[kCounters];
-    std::atomic<int> m_side{0};                // which of the two counts newcomers take
-    std::atomic<bool> m_isWaitedFor{false};    // claimed by the one who may change the side
-    std::mutex m_mutex;                        // guards the set
-    std::set<const void*>* m_pOpen = nullptr;  // made once, never deleted
+    std::atomic<int> m_side{0};              // which of the two counts newcomers take
+    std::atomic<bool> m_isWaitedFor{false};  // claimed by the one who may change the side
+    detail::Mutex m_mutex;
+    std::set<const void*>* m_pOpen ZO_GUARDED_BY(m_mutex) = nullptr;  // made once, never deleted
 };
 
 }  // namespace NS_BUNDLEMGR1
