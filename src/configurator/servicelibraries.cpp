@@ -1,21 +1,22 @@
 #include "src/configurator/servicelibraries.h"
 
-#include <mutex>
 #include <set>
 
 #include <ace/DLL_Manager.h>
 #include <ace/Framework_Component.h>
 #include <dlfcn.h>
 
+#include <bundlemgr/detail/mutex.h>
+
 namespace NS_BUNDLEMGR1 {
 namespace ServiceLibraries {
 
 namespace {
 
-std::mutex g_mutex;
+detail::Mutex g_mutex;
 
 // Never destroyed: bundles may load services from static constructors and destructors.
-std::set<std::string>& Noted() {
+std::set<std::string>& Noted() ZO_REQUIRES(g_mutex) {
     static std::set<std::string>* const noted = new std::set<std::string>;
     return *noted;
 }
@@ -46,14 +47,14 @@ void CloseIfUnused(const std::string& library) {
 }  // namespace
 
 void Note(const std::string& library) {
-    const std::lock_guard<std::mutex> guard(g_mutex);
+    const detail::Guard guard(g_mutex);
     Noted().insert(library);
 }
 
 void CloseUnused() {
     std::set<std::string> libraries;
     {
-        const std::lock_guard<std::mutex> guard(g_mutex);
+        const detail::Guard guard(g_mutex);
         libraries.swap(Noted());
     }
     for (const std::string& library : libraries) CloseIfUnused(library);

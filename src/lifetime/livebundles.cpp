@@ -2,7 +2,8 @@
 
 #include <iterator>
 #include <map>
-#include <mutex>
+
+#include <bundlemgr/detail/mutex.h>
 
 namespace NS_BUNDLEMGR1 {
 namespace LiveBundles {
@@ -26,10 +27,10 @@ struct Registry {
     }
 };
 
-std::mutex g_mutex;  // guards the registry
+detail::Mutex g_mutex;
 
 // Never destroyed: bundles may die after this library's statics.
-Registry& Bundles() {
+Registry& Bundles() ZO_REQUIRES(g_mutex) {
     static Registry* const bundles = new Registry;
     return *bundles;
 }
@@ -37,13 +38,13 @@ Registry& Bundles() {
 }  // namespace
 
 void Enter(const BundleObject* bundle) {
-    const std::lock_guard<std::mutex> guard(g_mutex);
+    const detail::Guard guard(g_mutex);
     Registry& bundles = Bundles();
     bundles.live[bundle] = LiveBundle{++bundles.lastId, {}};
 }
 
 void Leave(const BundleObject* bundle) {
-    const std::lock_guard<std::mutex> guard(g_mutex);
+    const detail::Guard guard(g_mutex);
     Registry& bundles = Bundles();
     bundles.live.erase(bundle);
     for (auto entry = bundles.registered.begin(); entry != bundles.registered.end();) {
@@ -52,18 +53,18 @@ void Leave(const BundleObject* bundle) {
 }
 
 unsigned long IdOf(const BundleObject* bundle) {
-    const std::lock_guard<std::mutex> guard(g_mutex);
+    const detail::Guard guard(g_mutex);
     const auto found = Bundles().live.find(bundle);
     return found != Bundles().live.end() ? found->second.id : 0;
 }
 
 void SetService(const BundleObject* bundle, const std::string& service, unsigned long id) {
-    const std::lock_guard<std::mutex> guard(g_mutex);
+    const detail::Guard guard(g_mutex);
     Bundles().live[bundle].services[service] = id;
 }
 
 unsigned long ServiceId(const BundleObject* bundle, const std::string& service) {
-    const std::lock_guard<std::mutex> guard(g_mutex);
+    const detail::Guard guard(g_mutex);
     const auto found = Bundles().live.find(bundle);
     if (found == Bundles().live.end()) return 0;
     const auto id = found->second.services.find(service);
@@ -71,33 +72,33 @@ unsigned long ServiceId(const BundleObject* bundle, const std::string& service) 
 }
 
 void ForgetService(const BundleObject* bundle, const std::string& service) {
-    const std::lock_guard<std::mutex> guard(g_mutex);
+    const detail::Guard guard(g_mutex);
     const auto found = Bundles().live.find(bundle);
     if (found != Bundles().live.end()) found->second.services.erase(service);
 }
 
 void Register(const std::string& name, BundleObject* bundle) {
-    const std::lock_guard<std::mutex> guard(g_mutex);
+    const detail::Guard guard(g_mutex);
     Bundles().registered[name] = bundle;
 }
 
 void Configure(const std::vector<std::string>& names) {
-    const std::lock_guard<std::mutex> guard(g_mutex);
+    const detail::Guard guard(g_mutex);
     Bundles().configured = names;
 }
 
 void UnregisterAll() {
-    const std::lock_guard<std::mutex> guard(g_mutex);
+    const detail::Guard guard(g_mutex);
     Bundles().registered.clear();
 }
 
 BundleObject* Registered(const std::string& name) {
-    const std::lock_guard<std::mutex> guard(g_mutex);
+    const detail::Guard guard(g_mutex);
     return Bundles().Named(name);
 }
 
 void ConfiguredInReverseOrder(std::list<BundleObject*>& out) {
-    const std::lock_guard<std::mutex> guard(g_mutex);
+    const detail::Guard guard(g_mutex);
     const std::vector<std::string>& names = Bundles().configured;
     for (auto name = names.rbegin(); name != names.rend(); ++name) out.push_back(Bundles().Named(*name));
 }

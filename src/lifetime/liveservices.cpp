@@ -1,12 +1,11 @@
 #include "src/lifetime/liveservices.h"
 
 #include <algorithm>
-#include <condition_variable>
-#include <mutex>
 #include <thread>
 #include <unordered_map>
 
 #include <bundlemgr/bundle.h>
+#include <bundlemgr/detail/mutex.h>
 
 #include "src/lifetime/nestedlock.h"
 #include "src/lifetime/servicebirth.h"
@@ -33,8 +32,7 @@ struct LiveService {
 };
 
 struct Registry {
-    std::mutex mutex;  // guards all of it
-    std::condition_variable changed;
+    detail::Condition changed;
     unsigned long lastId = 0;
     std::unordered_map<const ServiceObjectBase*, LiveService> services;
 
@@ -46,8 +44,10 @@ struct Registry {
     }
 };
 
+detail::Mutex g_mutex;
+
 // Never destroyed: services may die after this library's statics.
-Registry& Live() {
+Registry& Live() ZO_REQUIRES(g_mutex) {
     static Registry* const live = new Registry;
     return *live;
 }
@@ -67,11 +67,12 @@ bool MayCall(const LiveService& live, CallPurpose purpose) {
 template <class Condition>
 void Await(const ServiceObjectBase* service, unsigned long id, Condition condition) {
     const LockPause pause;
-    std::unique_lock<std::mutex> lock(Live().mutex);
-    Live().changed.wait(lock, [&] {
+    const detail::Guard guard(g_mutex);
+    for (;;) {
         const LiveService* const live = Live().Find(service, id);
-        return live == nullptr || condition(*live);
-    });
+        if (live == nullptr || condition(*live)) return;
+        Live().changed.Wait(g_mutex);
+    }
 }
 
 }  // namespace
@@ -82,7 +83,7 @@ unsigned long Enter(const ServiceObjectBase* service) {
     LiveService entered;
     entered.isBorn = ServiceBirth::Any();
     if (entered.isBorn) entered.owner = std::this_thread::get_id();
-    const std::lock_guard<std::mutex> guard(Live().mutex);
+    const detail::Guard guard(g_mutex);
     entered.id = ++Live().lastId;
     Live().services[service] = entered;
     return entered.id;
@@ -93,38 +94,38 @@ void Leave(const ServiceObjectBase* service) {
 }
 
 void Leave(const ServiceObjectBase* service, unsigned long id) {
-    const std::lock_guard<std::mutex> guard(Live().mutex);
+    const detail::Guard guard(g_mutex);
     if (Live().Find(service, id) == nullptr) return;
     Live().services.erase(service);
-    Live().changed.notify_all();
+    Live().changed.TellAll();
 }
 
 unsigned long IdOf(const ServiceObjectBase* service) {
-    const std::lock_guard<std::mutex> guard(Live().mutex);
+    const detail::Guard guard(g_mutex);
     const LiveService* const live = Live().Find(service);
     return live != nullptr ? live->id : 0;
 }
 
 void MarkMade(const ServiceObjectBase* service) {
-    const std::lock_guard<std::mutex> guard(Live().mutex);
+    const detail::Guard guard(g_mutex);
     LiveService* const live = Live().Find(service);
     if (live != nullptr) live->isMade = true;
 }
 
 void GiveUp(const ServiceObjectBase* service, unsigned long id) {
-    const std::lock_guard<std::mutex> guard(Live().mutex);
+    const detail::Guard guard(g_mutex);
     LiveService* const live = Live().Find(service, id);
     if (live == nullptr) return;
     if (live->isMade) {
         live->isGivenUp = true;
     } else {
         Live().services.erase(service);
-        Live().changed.notify_all();
+        Live().changed.TellAll();
     }
 }
 
 bool MayVanish(const ServiceObjectBase* service) {
-    const std::lock_guard<std::mutex> guard(Live().mutex);
+    const detail::Guard guard(g_mutex);
     const LiveService* const live = Live().Find(service);
     return live != nullptr && live->isBorn && !live->isMade && !live->isRetired;
 }
@@ -132,7 +133,7 @@ bool MayVanish(const ServiceObjectBase* service) {
 void Retire(const ServiceObjectBase* service) {
     unsigned long id = 0;
     {
-        const std::lock_guard<std::mutex> guard(Live().mutex);
+        const detail::Guard guard(g_mutex);
         LiveService* const live = Live().Find(service);
         if (live == nullptr) return;
         live->owner = std::this_thread::get_id();
@@ -144,7 +145,7 @@ void Retire(const ServiceObjectBase* service) {
 }
 
 bool LeaveToCallers(ServiceObjectBase* service) {
-    const std::lock_guard<std::mutex> guard(Live().mutex);
+    const detail::Guard guard(g_mutex);
     LiveService* const live = Live().Find(service);
     if (live == nullptr || !live->IsCalledByOthers()) return false;
     live->isGivenUp = true;
@@ -153,7 +154,7 @@ bool LeaveToCallers(ServiceObjectBase* service) {
 }
 
 bool IsRetiredElsewhere(const ServiceObjectBase* service, unsigned long id) {
-    const std::lock_guard<std::mutex> guard(Live().mutex);
+    const detail::Guard guard(g_mutex);
     const LiveService* const live = Live().Find(service, id);
     return live != nullptr && live->isRetired && !live->IsMine();
 }
@@ -163,7 +164,7 @@ void AwaitEnd(const ServiceObjectBase* service, unsigned long id) {
 }
 
 unsigned long BeginCall(const ServiceObjectBase* service, unsigned long id, CallPurpose purpose) {
-    const std::lock_guard<std::mutex> guard(Live().mutex);
+    const detail::Guard guard(g_mutex);
     LiveService* const live = Live().Find(service, id);
     if (live == nullptr || !MayCall(*live, purpose)) return 0;
     live->callers.push_back(std::this_thread::get_id());
@@ -171,22 +172,22 @@ unsigned long BeginCall(const ServiceObjectBase* service, unsigned long id, Call
 }
 
 ServiceObjectBase* EndCall(const ServiceObjectBase* service, unsigned long id) {
-    const std::lock_guard<std::mutex> guard(Live().mutex);
+    const detail::Guard guard(g_mutex);
     LiveService* const live = Live().Find(service, id);
     if (live == nullptr) return nullptr;  // it removed itself
     live->callers.erase(std::find(live->callers.begin(), live->callers.end(), std::this_thread::get_id()));
-    Live().changed.notify_all();
+    Live().changed.TellAll();
     return live->callers.empty() ? live->orphan : nullptr;
 }
 
 unsigned long LastId() {
-    const std::lock_guard<std::mutex> guard(Live().mutex);
+    const detail::Guard guard(g_mutex);
     return Live().lastId;
 }
 
 std::vector<Service> MadeHereSince(unsigned long id) {
     std::vector<Service> services;
-    const std::lock_guard<std::mutex> guard(Live().mutex);
+    const detail::Guard guard(g_mutex);
     for (const auto& [service, live] : Live().services) {
         if (IsMadeHereSince(live, id)) services.push_back(Service{service, live.id});
     }
@@ -194,7 +195,7 @@ std::vector<Service> MadeHereSince(unsigned long id) {
 }
 
 void PublishMadeHereSince(unsigned long id) {
-    const std::lock_guard<std::mutex> guard(Live().mutex);
+    const detail::Guard guard(g_mutex);
     for (auto& [service, live] : Live().services) {
         if (IsMadeHereSince(live, id)) live.owner = std::thread::id();
     }

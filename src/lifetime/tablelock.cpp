@@ -2,8 +2,8 @@
 
 namespace NS_BUNDLEMGR1 {
 
-ACE_Recursive_Thread_Mutex& TableLock::Mutex() {
-    static ACE_Recursive_Thread_Mutex* const mutex = new ACE_Recursive_Thread_Mutex;
+detail::RecursiveThreadMutex& TableLock::Mutex() {
+    static auto* const mutex = new detail::RecursiveThreadMutex;
     return *mutex;
 }
 

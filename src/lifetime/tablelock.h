@@ -1,6 +1,8 @@
 // The lock of the bundle manager's table.
 #pragma once
 
+#include <bundlemgr/detail/mutex.h>
+
 #include "src/lifetime/nestedlock.h"
 
 namespace NS_BUNDLEMGR1 {
@@ -10,11 +12,12 @@ namespace NS_BUNDLEMGR1 {
 namespace TableLock {
 
 /// Outlives the manager, since `BundleMgr::Destroy` holds it until the manager is gone.
-ACE_Recursive_Thread_Mutex& Mutex();
+detail::RecursiveThreadMutex& Mutex();
 
-class Guard : public NestedGuard {
+class ZO_SCOPED_LOCKABLE Guard : public NestedGuard {
 public:
-    Guard() : NestedGuard(Mutex(), LockRank::kTable) {}
+    Guard() ZO_ACQUIRE(Mutex()) : NestedGuard(Mutex(), LockRank::kTable) {}
+    ~Guard() ZO_RELEASE() {}
 };
 
 }  // namespace TableLock
