@@ -28,9 +28,9 @@
 #include <memory>
 #include <string>
 
-#include <ace/Thread_Mutex.h>
 #include <ace/Time_Value.h>
 
+#include <bundlemgr/detail/mutex.h>
 #include <bundlemgr/export.h>
 
 namespace NS_BUNDLEMGR1 {
@@ -270,28 +270,28 @@ private:
 
     void End();
     bool EnsureDirectory();
-    void Append(Records& record);
-    void WriteWaiting();
-    bool WriteList(const Records& records);
-    void WriteMerged(const Records& enabled, const Records& disabled);
-    void WriteCacheFullNotice(bool hadFile);
-    void KeepForNextBatch(const DebugInfo& info);
-    void WriteKeptRecords();
-    void LockAll();
-    void UnlockAll();
-    void LeaveToParent();
+    void Append(Records& record) ZO_EXCLUDES(m_listMutex, m_fileMutex);
+    void WriteWaiting() ZO_EXCLUDES(m_listMutex, m_fileMutex);
+    bool WriteList(const Records& records) ZO_EXCLUDES(m_fileMutex);
+    void WriteMerged(const Records& enabled, const Records& disabled) ZO_EXCLUDES(m_fileMutex);
+    void WriteCacheFullNotice(bool hadFile) ZO_EXCLUDES(m_fileMutex);
+    void KeepForNextBatch(const DebugInfo& info) ZO_EXCLUDES(m_keptMutex);
+    void WriteKeptRecords() ZO_REQUIRES(m_fileMutex);
+    void LockAll() ZO_ACQUIRE(m_listMutex, m_fileMutex, m_keptMutex);
+    void UnlockAll() ZO_RELEASE(m_listMutex, m_fileMutex, m_keptMutex);
+    void LeaveToParent() ZO_REQUIRES(m_listMutex, m_fileMutex, m_keptMutex);
 
-    Records m_listOutput;
-    Records m_listFiltered;
-    ACE_Thread_Mutex m_listMutex;         ///< Guards both lists; taken before `m_fileMutex`.
-    ACE_Thread_Mutex m_fileMutex;         ///< Guards `m_pLogFile`.
-    std::unique_ptr<LogFile> m_pLogFile;  ///< Null until `m_bHasDirectory`.
+    Records m_listOutput ZO_GUARDED_BY(m_listMutex);
+    Records m_listFiltered ZO_GUARDED_BY(m_listMutex);
+    detail::ThreadMutex m_listMutex ZO_ACQUIRED_BEFORE(m_fileMutex);
+    detail::ThreadMutex m_fileMutex ZO_ACQUIRED_BEFORE(m_keptMutex);
+    std::unique_ptr<LogFile> m_pLogFile ZO_GUARDED_BY(m_fileMutex);  ///< Null until `m_bHasDirectory`.
     std::atomic<bool> m_bHasDirectory;
     const std::size_t m_nOutputCapacity;
     const std::size_t m_nFilteredCapacity;
     std::atomic<int> m_nOutputMode;
-    ACE_Thread_Mutex m_keptMutex;  ///< Guards `m_listKept`.
-    Records m_listKept;            ///< Records that the writing itself gave birth to.
+    detail::ThreadMutex m_keptMutex;
+    Records m_listKept ZO_GUARDED_BY(m_keptMutex);  ///< Records that the writing itself gave birth to.
 };
 
 }  // namespace NS_BUNDLEMGR1

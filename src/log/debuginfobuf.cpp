@@ -1,7 +1,6 @@
 #include <climits>
 #include <cstdio>
 #include <exception>
-#include <mutex>
 #include <new>
 #include <optional>
 
@@ -38,7 +37,7 @@ UseGate g_gate;
 
 // Held while a buffer comes or goes; taken after ACE's static-object lock, before the
 // locks of the buffer.
-std::mutex g_lifeMutex;
+detail::Mutex g_lifeMutex;
 
 // Whether the present buffer knows its directory; asked without touching it.
 std::atomic<bool> g_hasDirectory{false};
@@ -102,7 +101,7 @@ LogProxyDebugInfoBufMgr* LogProxyDebugInfoBufMgr::Prepare() {
     LogProxyDebugInfoBufMgr* const instance = m_pInstance.load(std::memory_order_acquire);
     if (instance != nullptr) return instance;
     ACE_GUARD_RETURN(ACE_Recursive_Thread_Mutex, guard, *ACE_Static_Object_Lock::instance(), m_pInstance.load());
-    const std::lock_guard<std::mutex> life(g_lifeMutex);
+    const detail::Guard life(g_lifeMutex);
     if (m_pInstance.load(std::memory_order_acquire) == nullptr) m_pInstance.store(Create(), std::memory_order_release);
     return m_pInstance.load(std::memory_order_acquire);
 }
@@ -124,11 +123,11 @@ LogProxyDebugInfoBufMgr* LogProxyDebugInfoBufMgr::Create() {
 // The static-object lock stays held while those inside finish: none of them takes it.
 void LogProxyDebugInfoBufMgr::Destroy() {
     if (m_pInstance.load(std::memory_order_acquire) == nullptr) {
-        const std::lock_guard<std::mutex> life(g_lifeMutex);  // until a Destroy on another thread is through
+        const detail::Guard life(g_lifeMutex);  // until a Destroy on another thread is through
         return;
     }
     ACE_GUARD(ACE_Recursive_Thread_Mutex, guard, *ACE_Static_Object_Lock::instance());
-    const std::lock_guard<std::mutex> life(g_lifeMutex);
+    const detail::Guard life(g_lifeMutex);
     LogProxyDebugInfoBufMgr* const instance = m_pInstance.exchange(nullptr);
     if (instance != nullptr) instance->End();
 }
@@ -145,8 +144,9 @@ LogProxyDebugInfoBufMgr::~LogProxyDebugInfoBufMgr() {
     End();
 }
 
-// Afterwards everything is as it was in the beginning.
-void LogProxyDebugInfoBufMgr::End() {
+// Afterwards everything is as it was in the beginning. Once the gate is closed nobody else is
+// inside, and no lock is needed.
+void LogProxyDebugInfoBufMgr::End() ZO_NO_THREAD_SAFETY_ANALYSIS {
     g_gate.Close(this);
     g_hasDirectory.store(false, std::memory_order_release);
     m_nOutputMode.store(LOG_OUTPUT_IMMEDIATE, std::memory_order_relaxed);
@@ -162,7 +162,7 @@ void LogProxyDebugInfoBufMgr::End() {
 
 bool LogProxyDebugInfoBufMgr::EnsureDirectory() {
     if (m_bHasDirectory.load(std::memory_order_acquire)) return true;
-    ACE_Guard<ACE_Thread_Mutex> guard(m_fileMutex);
+    const detail::Guard guard(m_fileMutex);
     if (m_pLogFile != nullptr) return true;
     try {
         auto file = std::make_unique<LogFile>(GetNBILogPath(), kFilePrefix, kMaxFileBytes, kMaxFiles);
@@ -202,7 +202,7 @@ void LogProxyDebugInfoBufMgr::AppendOutputInfo(const DebugInfo& info) {
 
 void LogProxyDebugInfoBufMgr::Append(Records& record) {
     const int level = record.front().level;
-    ACE_Guard<ACE_Thread_Mutex> guard(m_listMutex);
+    const detail::Guard guard(m_listMutex);
     m_listOutput.splice(m_listOutput.end(), record);
     // Taken out before they are written: no record is written twice, whatever happens.
     Records batch;
@@ -229,7 +229,7 @@ void LogProxyDebugInfoBufMgr::AppendFiltered(const DebugInfo& info) {
         Lose(record);
         return;
     }
-    ACE_Guard<ACE_Thread_Mutex> guard(stay->m_listMutex);
+    const detail::Guard guard(stay->m_listMutex);
     stay->m_listFiltered.splice(stay->m_listFiltered.end(), record);
     if (stay->m_listFiltered.size() > stay->m_nFilteredCapacity) stay->m_listFiltered.pop_front();
 }
@@ -243,14 +243,14 @@ void LogProxyDebugInfoBufMgr::Output() {
 void LogProxyDebugInfoBufMgr::WriteWaiting() {
     Records batch;
     {
-        ACE_Guard<ACE_Thread_Mutex> guard(m_listMutex);
+        const detail::Guard guard(m_listMutex);
         batch.swap(m_listOutput);
     }
     WriteList(batch);
 }
 
 bool LogProxyDebugInfoBufMgr::WriteList(const Records& records) {
-    ACE_Guard<ACE_Thread_Mutex> guard(m_fileMutex);
+    const detail::Guard guard(m_fileMutex);
     const WritingScope scope(*this);
     if (!m_pLogFile->EnsureOpen()) {
         Lose(records);
@@ -265,7 +265,7 @@ bool LogProxyDebugInfoBufMgr::WriteList(const Records& records) {
 // Both lists as one stream by time; of two records of the same time the enabled one
 // goes first.
 void LogProxyDebugInfoBufMgr::WriteMerged(const Records& enabled, const Records& disabled) {
-    ACE_Guard<ACE_Thread_Mutex> guard(m_fileMutex);
+    const detail::Guard guard(m_fileMutex);
     const WritingScope scope(*this);
     if (!m_pLogFile->EnsureOpen()) {
         Lose(enabled);
@@ -297,7 +297,7 @@ void LogProxyDebugInfoBufMgr::WriteCacheFullNotice(bool hadFile) {
         LossCounter::Lost(1, notice.time);
         return;
     }
-    ACE_Guard<ACE_Thread_Mutex> guard(m_fileMutex);
+    const detail::Guard guard(m_fileMutex);
     const WritingScope scope(*this);
     // The batch may have failed at its end; the notice then goes to the next file.
     if (hadFile) m_pLogFile->EnsureOpen();
@@ -307,7 +307,7 @@ void LogProxyDebugInfoBufMgr::WriteCacheFullNotice(bool hadFile) {
 
 // One a batch: were every record to give birth to another, they would never end.
 void LogProxyDebugInfoBufMgr::KeepForNextBatch(const DebugInfo& info) {
-    ACE_Guard<ACE_Thread_Mutex> guard(m_keptMutex);
+    const detail::Guard guard(m_keptMutex);
     if (m_listKept.empty()) {
         Copy(info, m_listKept);
     } else {
@@ -318,7 +318,7 @@ void LogProxyDebugInfoBufMgr::KeepForNextBatch(const DebugInfo& info) {
 void LogProxyDebugInfoBufMgr::WriteKeptRecords() {
     Records kept;
     {
-        ACE_Guard<ACE_Thread_Mutex> guard(m_keptMutex);
+        const detail::Guard guard(m_keptMutex);
         kept.swap(m_listKept);
     }
     for (const DebugInfo& info : kept) m_pLogFile->WriteRecord(info);
@@ -330,11 +330,11 @@ void LogProxyDebugInfoBufMgr::OpenNewFile() {
     if (!stay) return;
     Records batch;
     {
-        ACE_Guard<ACE_Thread_Mutex> guard(stay->m_listMutex);
+        const detail::Guard guard(stay->m_listMutex);
         batch.swap(stay->m_listOutput);
     }
     if (!batch.empty()) stay->WriteList(batch);
-    ACE_Guard<ACE_Thread_Mutex> guard(stay->m_fileMutex);
+    const detail::Guard guard(stay->m_fileMutex);
     const WritingScope scope(*stay.Buffer());
     stay->m_pLogFile->GoOnInNewFile();
 }
@@ -342,21 +342,22 @@ void LogProxyDebugInfoBufMgr::OpenNewFile() {
 // ---- Fork ----
 
 // Nobody is amid a record, nor amid the birth or death of a buffer, when the child is made.
-void LogProxyDebugInfoBufMgr::BeforeFork() {
-    g_lifeMutex.lock();
+// There may be a buffer, whose locks are then held, too, until one of the others.
+void LogProxyDebugInfoBufMgr::BeforeFork() ZO_NO_THREAD_SAFETY_ANALYSIS {
+    g_lifeMutex.acquire();
     LogProxyDebugInfoBufMgr* const instance = m_pInstance.load(std::memory_order_acquire);
     if (instance != nullptr) instance->LockAll();
     g_gate.BeforeFork();
 }
 
-void LogProxyDebugInfoBufMgr::AfterForkInParent() {
+void LogProxyDebugInfoBufMgr::AfterForkInParent() ZO_NO_THREAD_SAFETY_ANALYSIS {
     g_gate.AfterForkInParent();
     LogProxyDebugInfoBufMgr* const instance = m_pInstance.load(std::memory_order_acquire);
     if (instance != nullptr) instance->UnlockAll();
-    g_lifeMutex.unlock();
+    g_lifeMutex.release();
 }
 
-void LogProxyDebugInfoBufMgr::AfterForkInChild() {
+void LogProxyDebugInfoBufMgr::AfterForkInChild() ZO_NO_THREAD_SAFETY_ANALYSIS {
     g_gate.AfterForkInChild();
     LogProxyDebugInfoBufMgr* const instance = m_pInstance.load(std::memory_order_acquire);
     if (instance != nullptr) {
@@ -364,7 +365,7 @@ void LogProxyDebugInfoBufMgr::AfterForkInChild() {
         instance->UnlockAll();
     }
     LossCounter::Reset();
-    g_lifeMutex.unlock();
+    g_lifeMutex.release();
 }
 
 void LogProxyDebugInfoBufMgr::LockAll() {

@@ -21,22 +21,22 @@ int LogFork::Register() {
     return pthread_atfork(Before, InParent, InChild);
 }
 
-// In the order of the locks.
-void LogFork::Before() {
+// In the order of the locks, which stay held until one of the others.
+void LogFork::Before() ZO_NO_THREAD_SAFETY_ANALYSIS {
     LogProxyDebugInfoBufMgr::BeforeFork();
     LogProxyMgrImpl::BeforeFork();
     LogProxyImpl::BeforeFork();
     Calendar::BeforeFork();
 }
 
-void LogFork::InParent() {
+void LogFork::InParent() ZO_NO_THREAD_SAFETY_ANALYSIS {
     Calendar::AfterFork();
     LogProxyImpl::AfterFork();
     LogProxyMgrImpl::AfterFork();
     LogProxyDebugInfoBufMgr::AfterForkInParent();
 }
 
-void LogFork::InChild() {
+void LogFork::InChild() ZO_NO_THREAD_SAFETY_ANALYSIS {
     Calendar::AfterFork();
     FreeStaticObjectLockInChild();
     LogProxyImpl::AfterFork();

@@ -22,13 +22,13 @@ constexpr std::size_t kPositionMutexes = 16;
 constexpr std::size_t kCacheLine = 64;
 
 struct alignas(kCacheLine) PositionMutex {
-    std::mutex mutex;
+    detail::Mutex mutex;
 };
 
 PositionMutex g_positionMutexes[kPositionMutexes];
 std::atomic<std::size_t> g_proxies{0};  // made so far
 
-std::mutex& NextPositionMutex() {
+detail::Mutex& NextPositionMutex() {
     return g_positionMutexes[g_proxies.fetch_add(1, std::memory_order_relaxed) % kPositionMutexes].mutex;
 }
 
@@ -44,7 +44,7 @@ std::uint64_t LevelBit(int level) {
 }  // namespace
 
 LogProxyImpl::LogProxyImpl(const std::string& name)
-    : m_strName(name), m_nLine(0), m_nLevelMask(kAllLevels), m_bEcho(true), m_positionMutex(NextPositionMutex()) {}
+    : m_strName(name), m_positionMutex(NextPositionMutex()), m_nLine(0), m_nLevelMask(kAllLevels), m_bEcho(true) {}
 
 LogProxyImpl::~LogProxyImpl() = default;
 
@@ -70,7 +70,7 @@ bool LogProxyImpl::MakeRecord(int level, const char* text, DebugInfo& info) {
     try {
         info.thread = RecordThread();
         info.text = text;
-        const std::lock_guard<std::mutex> guard(m_positionMutex);
+        const detail::Guard guard(m_positionMutex);
         info.bundle = m_strBundleName;
         info.service = m_strServiceName;
         info.file = m_strFileName;
@@ -148,18 +148,18 @@ bool LogProxyImpl::SetDebugOutputMode(int mode) {
 }
 
 void LogProxyImpl::SetPosition(const char* file, unsigned long line) {
-    const std::lock_guard<std::mutex> guard(m_positionMutex);
+    const detail::Guard guard(m_positionMutex);
     Replace(m_strFileName, file);
     m_nLine = line;
 }
 
 void LogProxyImpl::SetBundleName(const char* name) {
-    const std::lock_guard<std::mutex> guard(m_positionMutex);
+    const detail::Guard guard(m_positionMutex);
     Replace(m_strBundleName, name);
 }
 
 void LogProxyImpl::SetServiceName(const char* name) {
-    const std::lock_guard<std::mutex> guard(m_positionMutex);
+    const detail::Guard guard(m_positionMutex);
     Replace(m_strServiceName, name);
 }
 
@@ -176,12 +176,13 @@ std::string LogProxyImpl::GetName() const {
     return m_strName;
 }
 
-void LogProxyImpl::BeforeFork() {
-    for (PositionMutex& position : g_positionMutexes) position.mutex.lock();
+// All of them, which the analysis does not follow through a loop.
+void LogProxyImpl::BeforeFork() ZO_NO_THREAD_SAFETY_ANALYSIS {
+    for (PositionMutex& position : g_positionMutexes) position.mutex.acquire();
 }
 
-void LogProxyImpl::AfterFork() {
-    for (PositionMutex& position : g_positionMutexes) position.mutex.unlock();
+void LogProxyImpl::AfterFork() ZO_NO_THREAD_SAFETY_ANALYSIS {
+    for (PositionMutex& position : g_positionMutexes) position.mutex.release();
 }
 
 }  // namespace NS_BUNDLEMGR1

@@ -1,7 +1,6 @@
 #include "src/log/logproxymgrimpl.h"
 
 #include <atomic>
-#include <mutex>
 #include <stdexcept>
 
 #include "src/log/logproxyimpl.h"
@@ -9,9 +8,6 @@
 namespace NS_BUNDLEMGR1 {
 
 namespace {
-
-std::mutex g_mapMutex;  // of all managers, so that a fork can take it
-LogProxyMgrImpl* g_retired = nullptr;
 
 // A proxy that stays. All of them form a list that starts in a static variable: leak
 // checkers find those there whose manager is gone.
@@ -32,19 +28,22 @@ std::atomic<LogProxy*> KeptLogProxy::s_latest{nullptr};
 
 }  // namespace
 
+detail::Mutex LogProxyMgrImpl::s_mutex;
+LogProxyMgrImpl* LogProxyMgrImpl::s_pRetired = nullptr;
+
 LogProxyMgrImpl* LogProxyMgrImpl::Take() {
-    const std::lock_guard<std::mutex> guard(g_mapMutex);
-    if (g_retired == nullptr) return new LogProxyMgrImpl;
-    LogProxyMgrImpl* const manager = g_retired;
-    g_retired = manager->m_pNextRetired;
+    const detail::Guard guard(s_mutex);
+    if (s_pRetired == nullptr) return new LogProxyMgrImpl;
+    LogProxyMgrImpl* const manager = s_pRetired;
+    s_pRetired = manager->m_pNextRetired;
     return manager;
 }
 
 void LogProxyMgrImpl::Retire(LogProxyMgrImpl* manager) {
-    const std::lock_guard<std::mutex> guard(g_mapMutex);
+    const detail::Guard guard(s_mutex);
     manager->m_mapProxies.clear();
-    manager->m_pNextRetired = g_retired;
-    g_retired = manager;
+    manager->m_pNextRetired = s_pRetired;
+    s_pRetired = manager;
 }
 
 LogProxyMgrImpl::LogProxyMgrImpl() = default;
@@ -54,18 +53,18 @@ LogProxyMgrImpl::~LogProxyMgrImpl() = default;
 LogProxy* LogProxyMgrImpl::GetLogProxy(const char* name) {
     // Thrown here, since the wording differs between standard libraries.
     if (name == nullptr) throw std::logic_error("basic_string::_M_construct null not valid");
-    const std::lock_guard<std::mutex> guard(g_mapMutex);
+    const detail::Guard guard(s_mutex);
     LogProxy*& proxy = m_mapProxies[name];
     if (proxy == nullptr) proxy = new KeptLogProxy(name);
     return proxy;
 }
 
 void LogProxyMgrImpl::BeforeFork() {
-    g_mapMutex.lock();
+    s_mutex.acquire();
 }
 
 void LogProxyMgrImpl::AfterFork() {
-    g_mapMutex.unlock();
+    s_mutex.release();
 }
 
 }  // namespace NS_BUNDLEMGR1

@@ -4,6 +4,7 @@
 #include <map>
 #include <string>
 
+#include <bundlemgr/detail/mutex.h>
 #include <bundlemgr/log.h>
 
 namespace NS_BUNDLEMGR1 {
@@ -28,13 +29,16 @@ public:
     /// @name Around fork
     /// No proxy is being made when the child is.
     /// @{
-    static void BeforeFork();
-    static void AfterFork();
+    static void BeforeFork() ZO_ACQUIRE(s_mutex);
+    static void AfterFork() ZO_RELEASE(s_mutex);
     /// @}
 
 private:
-    std::map<std::string, LogProxy*> m_mapProxies;  // guarded by one lock of all managers
-    LogProxyMgrImpl* m_pNextRetired = nullptr;      // by the same
+    static detail::Mutex s_mutex;  // of all managers, so that a fork can take it
+    static LogProxyMgrImpl* s_pRetired ZO_GUARDED_BY(s_mutex);
+
+    std::map<std::string, LogProxy*> m_mapProxies ZO_GUARDED_BY(s_mutex);
+    LogProxyMgrImpl* m_pNextRetired ZO_GUARDED_BY(s_mutex) = nullptr;
 };
 
 }  // namespace NS_BUNDLEMGR1
