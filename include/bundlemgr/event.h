@@ -13,10 +13,9 @@
 #include <map>
 
 #include <ace/Event_Handler.h>
-#include <ace/RW_Mutex.h>
 #include <ace/Task.h>
-#include <ace/Thread_Mutex.h>
 
+#include <bundlemgr/detail/mutex.h>
 #include <bundlemgr/export.h>
 
 namespace NS_BUNDLEMGR1 {
@@ -158,13 +157,14 @@ private:
     void MakeQueue();
     void CloseQueue();
     bool Stop(bool isInside);
-    void JoinWorkers();
+    void JoinWorkers() ZO_EXCLUDES(m_waitMutex);
     bool HasThreads() const;
     void EndUse();
     bool IsSingleton() const;
     Event NextEvent();
     static void Dispatch(const Event& event);
-    std::list<LightEventHandler*> HandlersOf(int eventId);
+    std::list<LightEventHandler*> HandlersOf(int eventId) ZO_EXCLUDES(m_handlerLock);
+    void ForgetHandlers() ZO_EXCLUDES(m_handlerLock);
 
     static void BeforeFork();
     static void AfterForkInParent();
@@ -172,16 +172,16 @@ private:
     static const int s_nForkHandlers;
     void StartAnewInChild();
 
-    ACE_RW_Mutex m_handlerLock;
-    std::map<int, std::list<LightEventHandler*>> m_mapHandlers;
+    detail::RWMutex m_handlerLock;
+    std::map<int, std::list<LightEventHandler*>> m_mapHandlers ZO_GUARDED_BY(m_handlerLock);
     std::atomic<bool> m_bExit;
-    ACE_Thread_Mutex m_waitMutex;             ///< One thread at a time joins the workers.
-    std::atomic<unsigned long> m_nStarts{0};  ///< Workers that ever began.
-    unsigned long m_nJoined = 0;              ///< How many of them have been waited for.
-    std::atomic<long> m_nDetached{0};         ///< Workers that nobody can join.
-    std::atomic<long> m_nStaying{0};          ///< Threads that are inside for long.
-    std::atomic<bool> m_bUnpublished{false};  ///< `Destroy` has begun.
-    bool m_bFromShelf = false;                ///< Made by `Instance`.
+    detail::ThreadMutex m_waitMutex;                         ///< One thread at a time joins the workers.
+    std::atomic<unsigned long> m_nStarts{0};                 ///< Workers that ever began.
+    unsigned long m_nJoined ZO_GUARDED_BY(m_waitMutex) = 0;  ///< How many of them have been waited for.
+    std::atomic<long> m_nDetached{0};                        ///< Workers that nobody can join.
+    std::atomic<long> m_nStaying{0};                         ///< Threads that are inside for long.
+    std::atomic<bool> m_bUnpublished{false};                 ///< `Destroy` has begun.
+    bool m_bFromShelf = false;                               ///< Made by `Instance`.
     LightEventMgr* m_pNextOnShelf = nullptr;
 };
 

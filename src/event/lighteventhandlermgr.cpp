@@ -229,7 +229,7 @@ LightEventMgr* LightEventMgr::Make() {
 }
 
 void LightEventMgr::Shelve() {
-    m_mapHandlers.clear();
+    ForgetHandlers();
     msg_queue(nullptr);  // deletes it
     m_pNextOnShelf = g_pShelf.load();
     while (!g_pShelf.compare_exchange_weak(m_pNextOnShelf, this)) {
@@ -294,9 +294,7 @@ void LightEventMgr::ExitThreads() {
 
 void LightEventMgr::Fini() {
     const Stay stay(this);
-    if (!Stop(static_cast<bool>(stay))) return;
-    ACE_Write_Guard<ACE_RW_Mutex> guard(m_handlerLock);
-    m_mapHandlers.clear();
+    if (Stop(static_cast<bool>(stay))) ForgetHandlers();
 }
 
 // Whether the manager is there; a worker keeps it alive.
@@ -321,7 +319,7 @@ void LightEventMgr::CloseQueue() {
 // Two threads that wait at once would both join a worker. Nobody to wait for, no look at
 // ACE's thread manager: the host may have finalised ACE already.
 void LightEventMgr::JoinWorkers() {
-    const ACE_Guard<ACE_Thread_Mutex> onlyOne(m_waitMutex);
+    const detail::Guard onlyOne(m_waitMutex);
     for (unsigned long starts = m_nStarts.load(); HasThreads() || starts != m_nJoined; starts = m_nStarts.load()) {
         const bool isAceThere = ACE_Object_Manager::shutting_down() == 0;
         if (isAceThere && wait() == -1 && errno == EDEADLK) return;  // a worker with a body of its own
@@ -371,10 +369,15 @@ int LightEventMgr::close(u_long) {
 
 // ---- handlers and events -------------------------------------------------------------
 
+void LightEventMgr::ForgetHandlers() {
+    const detail::Guard guard(m_handlerLock);
+    m_mapHandlers.clear();
+}
+
 int LightEventMgr::RegisterHandler(const int& eventId, LightEventHandler* handler) {
     const UseGate::Use use(g_gate, this);
     if (!use) return 0;
-    ACE_Write_Guard<ACE_RW_Mutex> guard(m_handlerLock);
+    const detail::Guard guard(m_handlerLock);
     m_mapHandlers[eventId].push_back(handler);
     return 0;
 }
@@ -382,7 +385,7 @@ int LightEventMgr::RegisterHandler(const int& eventId, LightEventHandler* handle
 int LightEventMgr::UnRegisterHandler(const int& eventId, LightEventHandler* handler) {
     const UseGate::Use use(g_gate, this);
     if (!use) return 0;
-    ACE_Write_Guard<ACE_RW_Mutex> guard(m_handlerLock);
+    const detail::Guard guard(m_handlerLock);
     const auto entry = m_mapHandlers.find(eventId);
     if (entry == m_mapHandlers.end()) return 0;
 
@@ -398,7 +401,7 @@ std::list<LightEventHandler*> LightEventMgr::find(const int& eventId) {
 }
 
 std::list<LightEventHandler*> LightEventMgr::HandlersOf(int eventId) {
-    ACE_Read_Guard<ACE_RW_Mutex> guard(m_handlerLock);
+    const detail::ReadGuard guard(m_handlerLock);
     const auto entry = m_mapHandlers.find(eventId);
     return entry != m_mapHandlers.end() ? entry->second : std::list<LightEventHandler*>();
 }
@@ -463,27 +466,30 @@ void LightEventMgr::Dispatch(const Event& event) {
 
 namespace {
 
-// Between the handlers before and after a fork.
+// Between the handlers before and after a fork, which leave the gate locked.
 template <class Action>
-void ForEachManager(Action action) {
-    g_gate.ForEachOpen([&action](const void* open) { action(*static_cast<LightEventMgr*>(const_cast<void*>(open))); });
+void ForEachManager(Action action) ZO_NO_THREAD_SAFETY_ANALYSIS {
+    g_gate.ForEachOpen([&action](const void* open) ZO_NO_THREAD_SAFETY_ANALYSIS {
+        action(*static_cast<LightEventMgr*>(const_cast<void*>(open)));
+    });
 }
 
 }  // namespace
 
-// No handler table is in the middle of a change when the child is made. Of the other locks
+// No handler table is in the middle of a change when the child is made: the locks taken here
+// stay held until one of the two below. Of the other locks
 // the child gets new ones, since they may be held for long, as that of the static objects.
-void LightEventMgr::BeforeFork() {
+void LightEventMgr::BeforeFork() ZO_NO_THREAD_SAFETY_ANALYSIS {
     g_gate.BeforeFork();
-    ForEachManager([](LightEventMgr& mgr) { mgr.m_handlerLock.acquire_read(); });
+    ForEachManager([](LightEventMgr& mgr) ZO_ACQUIRE_SHARED(mgr.m_handlerLock) { mgr.m_handlerLock.acquire_read(); });
 }
 
-void LightEventMgr::AfterForkInParent() {
-    ForEachManager([](LightEventMgr& mgr) { mgr.m_handlerLock.release(); });
+void LightEventMgr::AfterForkInParent() ZO_NO_THREAD_SAFETY_ANALYSIS {
+    ForEachManager([](LightEventMgr& mgr) ZO_RELEASE(mgr.m_handlerLock) { mgr.m_handlerLock.release(); });
     g_gate.AfterForkInParent();
 }
 
-void LightEventMgr::AfterForkInChild() {
+void LightEventMgr::AfterForkInChild() ZO_NO_THREAD_SAFETY_ANALYSIS {
     bool any = false;
     ForEachManager([&any](LightEventMgr&) { any = true; });
     if (any) {
@@ -492,7 +498,7 @@ void LightEventMgr::AfterForkInChild() {
         g_pThreadsOfChild = new (std::nothrow) ACE_Thread_Manager;
     }
     g_nDestroysOver.store(g_nDestroysBegun.load());
-    ForEachManager([](LightEventMgr& mgr) {
+    ForEachManager([](LightEventMgr& mgr) ZO_RELEASE(mgr.m_handlerLock) {
         mgr.m_handlerLock.release();  // for who keeps books of what this thread holds
         mgr.StartAnewInChild();
     });
@@ -501,10 +507,10 @@ void LightEventMgr::AfterForkInChild() {
 
 // Only the thread that forked is left, perhaps a worker in a handler. Nobody will let go of
 // a lock nor leave the queue's condition variables, so they are not even destroyed.
-void LightEventMgr::StartAnewInChild() {
+void LightEventMgr::StartAnewInChild() ZO_NO_THREAD_SAFETY_ANALYSIS {
     const bool isWorker = t_workerOf == this;
-    new (&m_handlerLock) ACE_RW_Mutex;
-    new (&m_waitMutex) ACE_Thread_Mutex;
+    new (&m_handlerLock) detail::RWMutex;
+    new (&m_waitMutex) detail::ThreadMutex;
     new (&lock_) ACE_Thread_Mutex;
     Abandon(msg_queue());
     MakeQueue();
