@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
-#include <ace/Thread_Mutex.h>
 #include <ace/Time_Value.h>
 
+#include <bundlemgr/detail/mutex.h>
 #include <bundlemgr/export.h>
 
 namespace NS_BUNDLEMGR1 {
@@ -297,14 +297,14 @@ protected:
     static std::atomic<CorbaConfigItems*> m_pInstance;
 
 private:
-    std::vector<NameValueStru> m_vecCorbaItems;
+    std::vector<NameValueStru> m_vecCorbaItems ZO_GUARDED_BY(m_mutex);
     std::string m_strCorbaAgentHostIP;
     std::string m_strCorbaAgentHostName;
     std::string m_strNamingServiceHostIP;
     std::string m_strNamingServiceHostName;
     std::string m_strNotifyServiceHostIP;
     std::string m_strNotifyServiceHostName;
-    ACE_Thread_Mutex m_mutex;  ///< Taken by the two item getters.
+    detail::ThreadMutex m_mutex;
     std::atomic<bool> m_bLvsMode;
 };
 

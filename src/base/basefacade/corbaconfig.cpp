@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <exception>
 #include <iterator>
-#include <mutex>
 #include <utility>
 
 #include <ace/Guard_T.h>
@@ -30,8 +29,8 @@ CoreLog g_log("basefacade");
 
 // Keeps the instance alive while PeekStrItem looks into it. Destroy takes it after
 // the static-object lock; whoever holds it takes nothing but an object's own mutex.
-std::mutex g_peekMutex;
-CorbaConfigItems* g_pKeptOverFork = nullptr;  // guarded by it
+detail::Mutex g_peekMutex;
+CorbaConfigItems* g_pKeptOverFork ZO_GUARDED_BY(g_peekMutex) = nullptr;
 
 const struct ForkHandlers {
     ForkHandlers() {
@@ -149,25 +148,26 @@ CorbaConfigItems* CorbaConfigItems::Instance() {
 
 void CorbaConfigItems::Destroy() {
     ACE_GUARD(ACE_Recursive_Thread_Mutex, guard, *ACE_Static_Object_Lock::instance());
-    const std::lock_guard<std::mutex> peekGuard(g_peekMutex);
+    const detail::Guard peekGuard(g_peekMutex);
     delete m_pInstance.exchange(nullptr);
 }
 
 bool CorbaConfigItems::PeekStrItem(const std::string& name, std::string& value) {
-    const std::lock_guard<std::mutex> peekGuard(g_peekMutex);
+    const detail::Guard peekGuard(g_peekMutex);
     CorbaConfigItems* const instance = m_pInstance.load(std::memory_order_acquire);
     return instance != nullptr && instance->GetStrItemInfo(name, value);
 }
 
-void CorbaConfigItems::BeforeFork() {
-    g_peekMutex.lock();
+// There may be an object, with a mutex of its own.
+void CorbaConfigItems::BeforeFork() ZO_NO_THREAD_SAFETY_ANALYSIS {
+    g_peekMutex.acquire();
     g_pKeptOverFork = m_pInstance.load(std::memory_order_acquire);
     if (g_pKeptOverFork != nullptr) g_pKeptOverFork->m_mutex.acquire();
 }
 
-void CorbaConfigItems::AfterFork() {
+void CorbaConfigItems::AfterFork() ZO_NO_THREAD_SAFETY_ANALYSIS {
     if (g_pKeptOverFork != nullptr) g_pKeptOverFork->m_mutex.release();
-    g_peekMutex.unlock();
+    g_peekMutex.release();
 }
 
 void CorbaConfigItems::init() {
@@ -186,7 +186,7 @@ bool CorbaConfigItems::GetAllStartItem() {
     std::vector<NameValueStru> entries;
     GetAllCfgFrmFile(entries, std::string(shareDir) + "/conf/corba_start.cfg", true);
     // Threads that log meanwhile look into the items, see PeekStrItem.
-    ACE_GUARD_RETURN(ACE_Thread_Mutex, guard, m_mutex, true);
+    const detail::Guard guard(m_mutex);
     MoveToEnd(entries, m_vecCorbaItems);
     return true;
 }
@@ -223,7 +223,7 @@ bool CorbaConfigItems::SetHostOrIPaddress() {
         {"NamingService_Host", choose("NamingServiceUseIp", m_strNamingServiceHostIP, m_strNamingServiceHostName)},
         {"NotifyService_Host", choose("NotifyServiceUseIp", m_strNotifyServiceHostIP, m_strNotifyServiceHostName)},
     };
-    ACE_GUARD_RETURN(ACE_Thread_Mutex, guard, m_mutex, true);
+    const detail::Guard guard(m_mutex);
     MoveToEnd(hosts, m_vecCorbaItems);
     return true;
 }
@@ -244,7 +244,7 @@ bool CorbaConfigItems::GetHfsMode(const std::string& address) {
 }
 
 bool CorbaConfigItems::GetIntItemInfo(const std::string& name, int& value) {
-    ACE_GUARD_RETURN(ACE_Thread_Mutex, guard, m_mutex, false);
+    const detail::Guard guard(m_mutex);
     for (const NameValueStru& item : m_vecCorbaItems) {
         if (item.name == name && Str2Int(item.value, value)) return true;
     }
@@ -252,13 +252,13 @@ bool CorbaConfigItems::GetIntItemInfo(const std::string& name, int& value) {
 }
 
 bool CorbaConfigItems::GetStrItemInfo(const std::string& name, std::string& value) {
-    ACE_GUARD_RETURN(ACE_Thread_Mutex, guard, m_mutex, false);
+    const detail::Guard guard(m_mutex);
     return GetValByKey(value, name, m_vecCorbaItems);
 }
 
 bool CorbaConfigItems::SetStrItemInfo(const std::string& name, const std::string& value) {
     // The caller keeps other readers away, but not a first log record, see PeekStrItem.
-    ACE_GUARD_RETURN(ACE_Thread_Mutex, guard, m_mutex, true);
+    const detail::Guard guard(m_mutex);
     for (NameValueStru& item : m_vecCorbaItems) {
         if (item.name == name) item.value = value;
     }
@@ -270,11 +270,13 @@ void CorbaConfigItems::GetHostIP(std::string& address) {
 }
 
 bool CorbaConfigItems::GetCorbaConfigItems(std::vector<NameValueStru>& out) {
+    const detail::Guard guard(m_mutex);
     out = m_vecCorbaItems;
     return true;
 }
 
 bool CorbaConfigItems::GetIPAddressList(std::vector<NameValueStru>& out) {
+    const detail::Guard guard(m_mutex);
     for (const NameValueStru& item : m_vecCorbaItems) {
         if (item.name == kAccessListItem) AppendAddresses(item.value, out);
     }

@@ -1,8 +1,8 @@
 // Where the platform is installed and what lies below it.
 #include <cstdlib>
-#include <mutex>
 
 #include <bundlemgr/base.h>
+#include <bundlemgr/detail/mutex.h>
 
 #include "src/platform/serverpath.h"
 
@@ -11,8 +11,8 @@ namespace NS_BUNDLEMGR1 {
 namespace {
 
 struct CfgSubDirectory {
-    std::mutex mutex;
-    std::string name = "conf";
+    detail::Mutex mutex;
+    std::string name ZO_GUARDED_BY(mutex) = "conf";
 };
 
 // Made by the first call and never destroyed: static constructors and destructors of
@@ -24,7 +24,7 @@ CfgSubDirectory& TheCfgSubDirectory() {
 
 std::string CfgSubDirectoryName() {
     CfgSubDirectory& subDirectory = TheCfgSubDirectory();
-    const std::lock_guard<std::mutex> lock(subDirectory.mutex);
+    const detail::Guard guard(subDirectory.mutex);
     return subDirectory.name;
 }
 
@@ -75,7 +75,7 @@ std::string GetCfgDirPath() {
 
 int SetCfgDirPath(const std::string& name) {
     CfgSubDirectory& subDirectory = TheCfgSubDirectory();
-    const std::lock_guard<std::mutex> lock(subDirectory.mutex);
+    const detail::Guard guard(subDirectory.mutex);
     subDirectory.name = name;
     return 0;
 }
