@@ -5,6 +5,7 @@
 #include <ace/Guard_T.h>
 
 #include <bundlemgr/bundle.h>
+#include <bundlemgr/detail/mutex.h>
 
 #include "src/bundle/servicetable.h"
 #include "src/lifetime/nestedlock.h"
@@ -45,27 +46,27 @@ struct InterfaceEntry {
 
 namespace {
 
-using Guard = ACE_Guard<ACE_Thread_Mutex>;
+using Guard = detail::Guard<detail::Mutex>;
 using ProxyGuard = YieldingGuard<ACE_Thread_Mutex>;
 
 constexpr std::size_t kUsualListSize = 4;
 
 /// The interface registry and the shared null interfaces.
 struct Registry {
-    ACE_Thread_Mutex mutex;
     std::map<std::string, InterfaceEntry> entries;
     // By the name of the interface's type: the type itself may go with its library.
     std::map<std::string, std::atomic<ServiceInterface*>> nullInterfaces;
 };
 
+detail::Mutex g_registryMutex;
+
 // Never destroyed, for the same reason; and made on first use.
-Registry& TheRegistry() {
+Registry& TheRegistry() ZO_REQUIRES(g_registryMutex) {
     static Registry* const registry = new Registry;
     return *registry;
 }
 
-// The registry's mutex must be held.
-InterfaceEntry& EntryOf(const std::string& name) {
+InterfaceEntry& EntryOf(const std::string& name) ZO_REQUIRES(g_registryMutex) {
     const auto [entry, isNew] = TheRegistry().entries.try_emplace(name);
     if (isNew) entry->second.list.reserve(kUsualListSize);
     return entry->second;  // a map's elements do not move
@@ -80,22 +81,22 @@ std::string TypeKey(const std::type_info& type) {
 }
 
 bool IsEmpty(const InterfaceEntry& entry) {
-    const Guard guard(TheRegistry().mutex);
+    const Guard guard(g_registryMutex);
     return entry.list.empty();
 }
 
 // Another interface may lie where the verified one was.
-void ForgetVerified(InterfaceEntry& entry) {
+void ForgetVerified(InterfaceEntry& entry) ZO_REQUIRES(g_registryMutex) {
     for (auto& [type, verified] : entry.verified) verified.first = VerifiedInterface::Nothing();
 }
 
-void SetVerified(VerifiedInterface& verified, const ServiceInterface* first, void* typed) {
+void SetVerified(VerifiedInterface& verified, const ServiceInterface* first, void* typed) ZO_REQUIRES(g_registryMutex) {
     verified.typed.store(typed, std::memory_order_relaxed);
     verified.first.store(first, std::memory_order_release);
 }
 
 void Append(InterfaceEntry& entry, ServiceInterface* iface, VerifiedInterface& verified, void* typed) {
-    const Guard guard(TheRegistry().mutex);
+    const Guard guard(g_registryMutex);
     std::vector<ServiceInterface*>& list = entry.list;
     if (list.empty()) {
         ForgetVerified(entry);
@@ -163,12 +164,12 @@ void* NULLServiceInterface::GetImplementation() {
 }
 
 std::vector<ServiceInterface*>* CheckIFBuf(const std::string& name) {
-    const Guard guard(TheRegistry().mutex);
+    const Guard guard(g_registryMutex);
     return &EntryOf(name).list;
 }
 
 void SetIFBuf(const std::string& name, ServiceInterface* iface) {
-    const Guard guard(TheRegistry().mutex);
+    const Guard guard(g_registryMutex);
     InterfaceEntry& entry = EntryOf(name);
     ForgetVerified(entry);
     entry.list.assign(1, iface);
@@ -177,7 +178,7 @@ void SetIFBuf(const std::string& name, ServiceInterface* iface) {
 InterfaceProxyBase::InterfaceProxyBase(const std::string& interfaceName, const std::string& bundleName,
                                        const std::type_info& type)
     : m_pMutex(&_g_actualmutex), m_strBundleName(bundleName), m_strInterfaceName(interfaceName) {
-    const Guard guard(TheRegistry().mutex);
+    const Guard guard(g_registryMutex);
     m_pEntry = &EntryOf(interfaceName);
     m_pVerified = &m_pEntry->verified[TypeKey(type)];
 }
@@ -190,15 +191,15 @@ void* InterfaceProxyBase::Find(CastFn cast, std::vector<ServiceInterface*>* all)
         }
     }
     if (IsEmpty(*m_pEntry)) Search(cast);
-    const Guard guard(TheRegistry().mutex);
+    const Guard guard(g_registryMutex);
     void* const typed = Verify(cast);
     if (all != nullptr) *all = m_pEntry->list;
     return typed;
 }
 
 // The first element as the proxy's type. It is looked at only when it has not been found to be
-// of that type before: it may be gone since. The registry's mutex must be held.
-void* InterfaceProxyBase::Verify(CastFn cast) {
+// of that type before: it may be gone since.
+void* InterfaceProxyBase::Verify(CastFn cast) ZO_REQUIRES(g_registryMutex) {
     if (m_pEntry->list.empty()) throw InterfaceNotExistException();
     ServiceInterface* const first = m_pEntry->list.front();
     if (m_pVerified->first == first) return m_pVerified->typed;
@@ -239,7 +240,7 @@ std::list<BundleObject*> InterfaceProxyBase::BundlesToSearch() const {
 ServiceInterface* InterfaceProxyBase::NullInterface(const std::type_info& type) {
     std::atomic<ServiceInterface*>* holder = nullptr;
     {
-        Guard guard(TheRegistry().mutex);
+        const Guard guard(g_registryMutex);
         holder = &TheRegistry().nullInterfaces[type.name()];
     }
     ServiceInterface* shared = holder->load(std::memory_order_acquire);

@@ -253,7 +253,7 @@ int BundleMgrImpl::InitAllBundles() {
 
 // False while the bundles are finalised: that phase must stay.
 bool BundleMgrImpl::BeginInit(unsigned long& finisBefore) {
-    const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(m_phaseLock);
+    const detail::Guard guard(m_phaseLock);
     if (m_nFinalising > 0) return false;
     SetMgrPhase(MGR_PHASE_INIT);
     finisBefore = m_nFinis;
@@ -261,7 +261,7 @@ bool BundleMgrImpl::BeginInit(unsigned long& finisBefore) {
 }
 
 bool BundleMgrImpl::IsFinalisedSince(unsigned long finisBefore) {
-    const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(m_phaseLock);
+    const detail::Guard guard(m_phaseLock);
     return m_nFinis != finisBefore;
 }
 
@@ -299,14 +299,14 @@ int BundleMgrImpl::InitBundles(const BundlesByOrder& bundles, unsigned long fini
 }
 
 BundleMgrImpl::FiniScope::FiniScope(BundleMgrImpl& manager) : m_manager(manager) {
-    const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(m_manager.m_phaseLock);
+    const detail::Guard guard(m_manager.m_phaseLock);
     ++m_manager.m_nFinis;
     ++m_manager.m_nFinalising;
     m_manager.SetMgrPhase(MGR_PHASE_FINI);
 }
 
 BundleMgrImpl::FiniScope::~FiniScope() {
-    const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(m_manager.m_phaseLock);
+    const detail::Guard guard(m_manager.m_phaseLock);
     --m_manager.m_nFinalising;
 }
 
@@ -378,12 +378,12 @@ int BundleMgrImpl::GetIntSetting() {
 }
 
 int BundleMgrImpl::GetMgrPhase() {
-    const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(m_phaseLock);
+    const detail::Guard guard(m_phaseLock);
     return m_nPhase;
 }
 
 void BundleMgrImpl::SetMgrPhase(const int& phase) {
-    const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(m_phaseLock);
+    const detail::Guard guard(m_phaseLock);
     m_nPhase = phase;
 }
 

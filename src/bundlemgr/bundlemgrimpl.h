@@ -8,9 +8,10 @@
 #include <string>
 #include <vector>
 
-#include <ace/Recursive_Thread_Mutex.h>
-
 #include <bundlemgr/bundlemgr.h>
+#include <bundlemgr/detail/mutex.h>
+
+#include "src/lifetime/tablelock.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -85,28 +86,29 @@ private:
         BundleMgrImpl& m_manager;
     };
 
-    void ReadConfiguration();
+    void ReadConfiguration() ZO_REQUIRES(TableLock::Mutex());
     BundlesByOrder SelectLoaded(bool core);
     int InitBundles(const BundlesByOrder& bundles, unsigned long finisBefore);
     bool BeginInit(unsigned long& finisBefore);
     void AwaitInit();
     bool IsFinalisedSince(unsigned long finisBefore);
-    BundleObject* FindBundle(const std::string& name) const;
-    bool Knows(const std::string& name) const;
-    void ForgetBundles();
+    BundleObject* FindBundle(const std::string& name) const ZO_REQUIRES(TableLock::Mutex());
+    bool Knows(const std::string& name) const ZO_REQUIRES(TableLock::Mutex());
+    void ForgetBundles() ZO_REQUIRES(TableLock::Mutex());
 
-    // The tables are guarded by the TableLock.
-    std::map<std::string, void*> m_mapLibraries;  // library file name -> handle
+    // Library file name -> handle.
+    std::map<std::string, void*> m_mapLibraries ZO_GUARDED_BY(TableLock::Mutex());
     std::unique_ptr<LogProxyMgrImpl, void (*)(LogProxyMgrImpl*)> m_pLogProxyMgr;
-    std::map<std::string, int> m_mapConfiguredBundles;
-    std::vector<std::string> m_vecConfiguredBundles;  // in file order, duplicates kept
-    std::map<std::string, TableEntry> m_mapBundleTable;
+    std::map<std::string, int> m_mapConfiguredBundles ZO_GUARDED_BY(TableLock::Mutex());
+    // In file order, duplicates kept.
+    std::vector<std::string> m_vecConfiguredBundles ZO_GUARDED_BY(TableLock::Mutex());
+    std::map<std::string, TableEntry> m_mapBundleTable ZO_GUARDED_BY(TableLock::Mutex());
     std::atomic<int> m_nIntSetting;
-    ACE_Recursive_Thread_Mutex m_initLock;   // held by InitAllBundles; taken before the table
-    ACE_Recursive_Thread_Mutex m_phaseLock;  // guards the three below
-    int m_nPhase;
-    unsigned long m_nFinis;  // calls of FiniAllBundles so far
-    int m_nFinalising;       // those that are under way
+    detail::RecursiveThreadMutex m_initLock;  // held by InitAllBundles; taken before the table
+    detail::RecursiveThreadMutex m_phaseLock;
+    int m_nPhase ZO_GUARDED_BY(m_phaseLock);
+    unsigned long m_nFinis ZO_GUARDED_BY(m_phaseLock);  // calls of FiniAllBundles so far
+    int m_nFinalising ZO_GUARDED_BY(m_phaseLock);       // those that are under way
 };
 
 }  // namespace NS_BUNDLEMGR1
