@@ -1,4 +1,4 @@
-// What both test programs of the event manager need: handlers, parameters, its log.
+// What all test programs of the event manager need: handlers, parameters, its log.
 #pragma once
 
 #include <pthread.h>
@@ -78,6 +78,8 @@ protected:
         NS_BUNDLEMGR1::BundleMgr::Destroy();
         NS_BUNDLEMGR1::LogProxyDebugInfoBufMgr::Destroy();
     }
+
+    static NS_BUNDLEMGR1::LightEventMgr& Mgr() { return *NS_BUNDLEMGR1::LightEventMgr::Instance(); }
 
     /// @return the records written so far, with each time stamp replaced by "TIME"
     std::string Log() const {

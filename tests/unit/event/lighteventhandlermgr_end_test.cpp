@@ -65,10 +65,7 @@ public:
     std::function<void()> m_onEnd;
 };
 
-class LightEventMgrEnd : public test::EventTest {
-protected:
-    static LightEventMgr& Mgr() { return *LightEventMgr::Instance(); }
-};
+using LightEventMgrEnd = test::EventTest;
 
 // ---- whom ExitThreads waits for ------------------------------------------------------
 

@@ -103,10 +103,7 @@ using test::WaitFor;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class LightEventMgrFailures : public test::EventTest {
-protected:
-    LightEventMgr& Mgr() { return *LightEventMgr::Instance(); }
-};
+using LightEventMgrFailures = test::EventTest;
 
 // ---- no thread -----------------------------------------------------------------------
 

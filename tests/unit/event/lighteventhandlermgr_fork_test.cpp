@@ -82,7 +82,6 @@ void UseEventManager() {
 
 class LightEventMgrFork : public test::EventTest {
 protected:
-    static LightEventMgr& Mgr() { return *LightEventMgr::Instance(); }
     static bool PostAndDestroy() {
         Mgr().Push_Msg(1, nullptr, 0);
         LightEventMgr::Destroy();
