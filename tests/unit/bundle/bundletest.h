@@ -22,27 +22,13 @@
 #include "src/bundle/servicetable.h"
 
 #include "support/environment.h"
+#include "support/namedinterface.h"
 #include "unit/log/logtest.h"
 
 namespace test {
 
 /// What happened, in order.
 using Trace = std::vector<std::string>;
-
-class NamedInterface : public NS_BUNDLEMGR1::ServiceInterface {
-public:
-    explicit NamedInterface(std::string name = "named", int* deletions = nullptr)
-        : m_name(std::move(name)), m_deletions(deletions) {}
-    ~NamedInterface() override {
-        if (m_deletions != nullptr) ++*m_deletions;
-    }
-    std::string GetDescription() override { return m_name; }
-    void* GetImplementation() override { return this; }
-
-private:
-    const std::string m_name;
-    int* const m_deletions;
-};
 
 /// The interface that a service of the bundle publishes, of whatever type.
 inline NS_BUNDLEMGR1::ServiceInterface* FindInterface(NS_BUNDLEMGR1::BundleObject& bundle, const std::string& service) {
