@@ -49,11 +49,11 @@ enum MgrPhase : int {
 /// The process-wide container of bundles.
 ///
 /// Thread safety: every operation but `Destroy` may be called from any thread.
-/// Bundles are initialised, finalised and waited for under one recursive lock, so
-/// other threads wait meanwhile, while the bundles themselves may call back. Only while
-/// such a bundle has to wait for another thread in its turn, others are let in, lest the two
-/// wait for each other. Services that are being made or ended look bundles up without
-/// waiting.
+/// Bundles are initialised, finalised and waited for under one recursive lock: the bundles
+/// themselves may call back, other threads wait until it is over. Only where such a bundle
+/// itself has to wait for another thread inside the library, the lock is let go of, so that
+/// the two do not wait for each other. Services that are being made or ended look bundles up
+/// without waiting.
 ///
 /// The order of the virtual operations is part of the contract with bundles in the
 /// field; new ones go to the end.

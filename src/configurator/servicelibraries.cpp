@@ -31,7 +31,7 @@ void Close(ACE_DLL_Handle& handle) {
 }
 
 void CloseIfUnused(const std::string& library) {
-    // Held meanwhile, lest a library that is closed already be opened again.
+    // Held meanwhile, so that a library that is closed already is not opened again.
     void* const mapped = dlopen((library + ".so").c_str(), RTLD_NOW | RTLD_NOLOAD);
     if (mapped == nullptr) return;
     ACE_DLL_Handle* const handle =

@@ -5,9 +5,9 @@
 
 namespace NS_BUNDLEMGR1 {
 
-/// The configurator keeps the library of a service open for good: it asks the library for
-/// a function that tells how to proceed, and finds that of libACE, which says "lazily". A
-/// bundle whose services are in its own library could then never be loaded again.
+/// The configurator never closes the library of a service: it asks it for a function that tells
+/// when to close it, finds libACE's own, and that says "lazily". A bundle whose services are in
+/// its own library could then never be loaded again.
 /// Thread-safe.
 namespace ServiceLibraries {
 

@@ -25,10 +25,9 @@ using ServiceEntry = std::unique_ptr<ACE_Service_Type, ServiceEntryDeleter>;
 
 /// The repository, locked for the life of this object.
 ///
-/// The configurator holds the repository's lock while it calls factories and `init`,
-/// and these ask the manager for bundles and lock them. A thread therefore lets go of all
-/// its locks (see `NestedGuard`) while another thread is in the repository, and no service
-/// is finalised under this lock.
+/// The configurator holds the repository's lock while it calls factories and `init`, which lock
+/// bundles in their turn. So a thread lets go of all its locks (see `NestedGuard`) while it
+/// waits for the repository, and finalises no service while it has it.
 class ServiceRepository {
 public:
     ServiceRepository();

@@ -3,8 +3,8 @@
 
 namespace NS_BUNDLEMGR1 {
 
-/// While it lives, the calling thread is in the code of a service. Others may wait for it to
-/// come back, so it must not wait for them.
+/// While it lives, the calling thread is in the code of a service. Other threads may be waiting
+/// for it to come back, so it must not wait for them.
 class InService {
 public:
     InService() { ++Depth(); }

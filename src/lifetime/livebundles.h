@@ -11,11 +11,10 @@ class BundleObject;
 
 /// Every bundle of the process, from its construction to its destructor.
 ///
-/// Bundles belong to their libraries and go with them; where a host ends without having
-/// stopped, that is before the manager, and before the last thread that asks for them.
-/// The next bundle may lie at the same address; the number that each of them gets here
-/// tells them apart. Thread-safe, and never waits for the manager: what it knows serves
-/// those who must not wait for the manager's table, see `IsTableOutOfReach`.
+/// Bundles are deleted with their libraries. In a host that ends without having stopped, that
+/// is before the manager goes, and before the last thread that asks for a bundle. The next
+/// bundle may get the same address, so each gets a number here. Thread-safe, and never waits
+/// for the manager: threads that must not wait for its table (see `HeldBundle`) ask here.
 namespace LiveBundles {
 
 void Enter(const BundleObject* bundle);
@@ -42,7 +41,7 @@ unsigned long ServiceId(const BundleObject* bundle, const std::string& service);
 void ForgetService(const BundleObject* bundle, const std::string& service);
 /// @}
 
-/// The manager has entered the bundle in its table under that name.
+/// The manager has put the bundle into its table under that name.
 void Register(const std::string& name, BundleObject* bundle);
 
 /// The manager has read which bundles are configured, in file order.

@@ -1,4 +1,4 @@
-// Which service objects may be called.
+// Which service objects may be called, and by whom?
 #pragma once
 
 #include <string>
@@ -18,9 +18,9 @@ enum class CallPurpose {
 /// Every service object of the process, from its construction until it is removed or its
 /// destructor runs, whichever comes first.
 ///
-/// A bundle's table keeps the pointer of a service that is long gone, and the next
-/// service may lie at the same address; the number that each object gets here tells
-/// them apart. Thread-safe.
+/// A bundle's table keeps the pointer of a service that is long gone, and the next service may
+/// get the same address. So each object gets a number here, and is meant by address and
+/// number. Thread-safe.
 namespace LiveServices {
 
 /// @return the number of the object, unique in the process and never 0
@@ -38,28 +38,29 @@ unsigned long IdOf(const ServiceObjectBase* service);
 /// The object's constructor has returned, and its destructor will run one day.
 void MarkMade(const ServiceObjectBase* service);
 
-/// Nobody calls the object of that number any more, which did not initialise. It may be gone
-/// already.
+/// The object of that number has failed to initialise: nobody calls it any more. It may have
+/// been freed already.
 void GiveUp(const ServiceObjectBase* service, unsigned long id);
 
 /// @return whether the object may be freed without its destructor, by the configurator that
 ///         made it and without `Retire`
 bool MayVanish(const ServiceObjectBase* service);
 
-/// The calling thread is about to end the object. Nobody else calls it from now on; returns
-/// when those who are in a call have come back. The locks of the thread (see `NestedGuard`)
-/// are let go of while it waits.
+/// The calling thread is about to end the object: nobody else calls it from now on. Returns
+/// when the calls of other threads have come back; while it waits, the thread lets go of its
+/// locks (see `NestedGuard`).
 void Retire(const ServiceObjectBase* service);
 
-/// The configurator wants the object destroyed, which may have failed to initialise, under
-/// its lock, which those who are in a call may be waiting for.
-/// @return false when nobody else is in a call; otherwise the last one to come back destroys it
+/// The configurator wants the object destroyed. It holds its lock, for which other threads that
+/// are in the object may be waiting, so they cannot be waited for here.
+/// @return false when no other thread is in the object; otherwise the last one to come back
+///         destroys it
 bool LeaveToCallers(ServiceObjectBase* service);
 
 /// @return whether another thread is ending the object of that number
 bool IsRetiredElsewhere(const ServiceObjectBase* service, unsigned long id);
 
-/// Waits until the object of that number is there no more, without the locks of the thread.
+/// Waits until the object of that number is gone; meanwhile the thread lets go of its locks.
 void AwaitEnd(const ServiceObjectBase* service, unsigned long id);
 
 /// A call of the calling thread into a service begins, if it is allowed. See `ServiceCall`.

@@ -1,4 +1,4 @@
-// Recursive locks that a thread lets go of while it waits for another one.
+// What does this thread hold, and how does it let go of all of it while it waits?
 #pragma once
 
 #include <ace/Recursive_Thread_Mutex.h>
@@ -8,13 +8,15 @@ namespace NS_BUNDLEMGR1 {
 /// What a lock guards.
 enum class LockRank { kTable, kBundle };
 
-/// Holds a recursive lock for its life.
+/// Holds the lock of the table or of a bundle for its life.
 ///
-/// The library calls user code under these locks, and that code takes further ones in
-/// whatever order it likes. So a thread that has to wait for one of these, or for what a
-/// `YieldingGuard` holds, lets go of all that it holds by guards, and takes everything back
-/// with what it waited for. Whoever takes a lock must therefore expect that others have had
-/// those it held already.
+/// The library calls user code under these locks, and user code takes more of them in any
+/// order, so no fixed order can keep two threads from waiting for each other. Instead, a thread
+/// that has to wait for one of these locks, or for that of a `YieldingGuard`, first lets go of
+/// all that it holds by such guards, and takes them back together with what it waited for.
+///
+/// So after taking a lock, look again at what the locks guard that you held before: other
+/// threads may have had them in between.
 class NestedGuard {
 public:
     NestedGuard(ACE_Recursive_Thread_Mutex& lock, LockRank rank);

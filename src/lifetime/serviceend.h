@@ -1,4 +1,4 @@
-// Who ends this service, and may call it last?
+// Who ends this service, and is the last to call it?
 #pragma once
 
 #include "src/lifetime/inservice.h"
@@ -6,8 +6,8 @@
 
 namespace NS_BUNDLEMGR1 {
 
-/// The end of a service on this thread: nobody else calls it from now on, and with this object
-/// it is there no more.
+/// The end of a service, on this thread: while this object lives, no other thread calls the
+/// service, and afterwards it counts as gone.
 class ServiceEnd {
 public:
     explicit ServiceEnd(const ServiceObjectBase* service) : m_pService(service), m_nId(LiveServices::IdOf(service)) {

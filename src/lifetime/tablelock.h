@@ -1,4 +1,4 @@
-// The lock of the bundle manager's table.
+// Does this thread hold the manager's table?
 #pragma once
 
 #include <bundlemgr/detail/mutex.h>
