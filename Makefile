@@ -1,5 +1,5 @@
 # The front door. Every word is a script that can be called by itself, too.
-.PHONY: build run run-corba test asan tsan coverage format lint abi bench docs install package clean help
+.PHONY: build run run-corba test asan tsan coverage format lint locks abi bench docs install package clean help
 
 build:      ; @scripts/build.sh
 run:        ; @scripts/run.sh
@@ -10,6 +10,7 @@ tsan:       ; @scripts/test.sh tsan
 coverage:   ; @scripts/coverage.sh
 format:     ; @scripts/format.sh
 lint:       ; @scripts/format.sh --check && scripts/lint.sh
+locks:      ; @scripts/threadsafety.sh
 abi:        ; @scripts/abi.sh
 bench:      ; @scripts/bench.sh
 docs:       ; @scripts/docs.sh

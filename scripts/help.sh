@@ -10,6 +10,7 @@ make tsan        ... under ThreadSanitizer
 make coverage    ... and reports what they cover
 make format      formats the sources
 make lint        checks the format and runs the static checks
+make locks       checks with clang that locks are held where the sources say so
 make abi         compares the exported interface with the one that bundles were built against
 make bench       runs the benchmarks
 make docs        writes the reference of the public headers

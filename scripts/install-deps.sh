@@ -5,7 +5,7 @@
 #
 #   build     compiler, CMake, ACE, jsoncpp     corba     omniORB, for the CORBA example
 #   test      GoogleTest                        coverage  gcovr
-#   check     clang-format, clang-tidy, abidw   package   what makes a .deb
+#   check     clang and its tools, abidw      package   what makes a .deb
 #   bench     google-benchmark                  docs      doxygen
 #
 # A machine that has everything installs nothing and needs no root. With
@@ -53,6 +53,7 @@ want_group() {
         want_package libgtest-dev libgmock-dev
         ;;
     check)
+        want_command clang++ clang
         want_command clang-format clang-format
         want_command clang-tidy clang-tidy
         want_command abidw abigail-tools
