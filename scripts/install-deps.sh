@@ -5,7 +5,7 @@
 #
 #   build     compiler, CMake, ACE, jsoncpp     corba     omniORB, for the CORBA example
 #   test      GoogleTest                        coverage  gcovr
-#   check     clang and its tools, abidw      package   what makes a .deb
+#   check     clang and its tools, abidw        package   what makes a .deb
 #   bench     google-benchmark                  docs      doxygen
 #
 # A machine that has everything installs nothing and needs no root. With

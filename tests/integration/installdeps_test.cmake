@@ -33,7 +33,7 @@ endfunction()
 
 expect_installed(package dpkg-dev file)
 expect_installed(build "g\\+\\+" cmake)
-expect_installed(check clang clang-format clang-tidy)
+expect_installed(check clang clang-format clang-tidy abigail-tools)
 
 # While the CORBA servers are installed, the script has a policy for services of its own in
 # place of the system's. Here it finds both in a directory of this test.
