@@ -182,6 +182,7 @@ TEST(LocksTest, EveryLockHasItsRow) {
     std::vector<std::string> missing;
     for (const std::string folder : {"src", "include"}) {
         for (const fs::path& file : FilesUnder(folder)) {
+            if (file.filename() == "mutex.h") continue;  // what ours are made of
             for (const std::string& lock : LocksIn(ReadAll(file))) {
                 const std::string place = file.stem();
                 const bool hasRow = page.find("| `" + lock + "`, " + place + " ") != std::string::npos;
