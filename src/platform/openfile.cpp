@@ -1,6 +1,8 @@
 #include "src/platform/openfile.h"
 
 #include <cerrno>
+#include <climits>
+#include <cstdlib>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -56,6 +58,12 @@ void SetModeOfNewDirectory(int handle, mode_t mode) {
 }
 
 }  // namespace
+
+std::string ResolvePath(const std::string& path) {
+    char resolved[PATH_MAX];
+    // Where realpath fails the buffer may hold a part of the path: not what was asked for.
+    return realpath(path.c_str(), resolved) != nullptr ? resolved : "";
+}
 
 InputStream OpenForReading(const std::string& path) {
     const int handle = open(path.c_str(), O_RDONLY | kAtOnce, 0);

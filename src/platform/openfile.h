@@ -1,4 +1,4 @@
-// Opening files and making directories in places where others can put something, too.
+// Resolving paths, opening files and making directories in places where others can put something, too.
 #pragma once
 
 #include <cstdio>
@@ -13,6 +13,10 @@ struct CloseStream {
     void operator()(std::FILE* stream) const { std::fclose(stream); }
 };
 using InputStream = std::unique_ptr<std::FILE, CloseStream>;
+
+/// @return the path that `path` leads to, absolute and without links; empty, with errno set,
+///         where nothing is there
+std::string ResolvePath(const std::string& path);
 
 /// Opens a regular file for reading. Links are followed; a directory opens and reads as
 /// empty. Anything else (a FIFO, a device, a socket) is refused and not waited for.

@@ -1,7 +1,5 @@
 // Readers of the key=value configuration files.
-#include <climits>
 #include <cstdio>
-#include <cstdlib>
 
 #include <bundlemgr/base.h>
 
@@ -15,18 +13,7 @@ namespace {
 
 CoreLog g_log("basefacade");
 
-constexpr std::size_t kPathBufferSize = 4096;
 constexpr std::size_t kLineBufferSize = 1024;
-
-static_assert(kPathBufferSize >= PATH_MAX, "realpath writes up to PATH_MAX bytes");
-
-InputStream OpenResolved(const std::string& file) {
-    char resolved[kPathBufferSize] = {};
-    // Where realpath fails the buffer may hold a part of the path (that of /some/file
-    // for /some/file/x, from older C libraries): not what was asked for.
-    if (realpath(file.c_str(), resolved) == nullptr) return nullptr;
-    return OpenForReading(resolved);
-}
 
 /// Reads one line, or the next 1023 bytes of a longer one, up to its first NUL.
 /// @return false at the end of the file and on a read error
@@ -53,7 +40,7 @@ void AppendKeyValue(std::vector<NameValueStru>& out, const std::string& line) {
 }  // namespace
 
 bool GetAllCfgFrmFile(std::vector<NameValueStru>& out, const std::string& file, bool keyValue) {
-    const InputStream stream = OpenResolved(file);
+    const InputStream stream = OpenForReading(ResolvePath(file));
     if (stream == nullptr) return false;
 
     std::string line;

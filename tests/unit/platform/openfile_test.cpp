@@ -20,6 +20,7 @@ using NS_BUNDLEMGR1::InputStream;
 using NS_BUNDLEMGR1::MakeDirectory;
 using NS_BUNDLEMGR1::OpenForReading;
 using NS_BUNDLEMGR1::OpenForWriting;
+using NS_BUNDLEMGR1::ResolvePath;
 
 class OpenFileTest : public testing::Test {
 protected:
@@ -54,6 +55,24 @@ protected:
 private:
     const mode_t m_maskAtStart;
 };
+
+// ---- Resolving ----
+
+TEST_F(OpenFileTest, APathIsResolvedToWhatItLeadsTo) {
+    const std::string file = std::filesystem::canonical(m_dir.Write("file", "text"));
+    std::filesystem::create_symlink(file, m_dir / "link");
+
+    EXPECT_EQ(file, ResolvePath(m_dir / "./link"));
+}
+
+TEST_F(OpenFileTest, APathToNothingIsResolvedToNothing) {
+    const std::string file = m_dir.Write("file", "text");
+    for (const std::string& path : {m_dir / "missing", file + "/below", std::string()}) {
+        errno = 0;
+        EXPECT_EQ("", ResolvePath(path)) << path;
+        EXPECT_NE(0, errno) << path;
+    }
+}
 
 // ---- Reading ----
 
