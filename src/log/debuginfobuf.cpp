@@ -96,6 +96,8 @@ LogProxyDebugInfoBufMgr* LogProxyDebugInfoBufMgr::Instance() {
     return Stay(instance).Buffer();  // which asks for the directory
 }
 
+// Not with InstanceOrMake: a fork must not come between the making of a buffer and its being
+// known.
 LogProxyDebugInfoBufMgr* LogProxyDebugInfoBufMgr::Prepare() {
     if (WritingScope::IsActive()) return WritingScope::Buffer();
     LogProxyDebugInfoBufMgr* const instance = m_pInstance.load(std::memory_order_acquire);

@@ -19,6 +19,7 @@
 #include "src/platform/calendar.h"
 #include "src/platform/openfile.h"
 #include "src/platform/standardoutput.h"
+#include "src/platform/text.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -32,11 +33,6 @@ constexpr std::size_t kStreamBufferSize = 64 * 1024;
 
 // Flushed then, so that no memory need be found for their ends.
 constexpr std::size_t kMaxUnflushed = 1024;  // records
-
-std::string WithoutTrailingSeparator(const std::string& directory) {
-    const bool trailing = !directory.empty() && (directory.back() == '/' || directory.back() == '\\');
-    return trailing ? directory.substr(0, directory.size() - 1) : directory;
-}
 
 // Like realpath, but for a path whose last levels do not exist yet.
 std::string Resolve(const std::string& path) {

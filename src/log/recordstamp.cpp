@@ -1,12 +1,13 @@
 #include "src/log/recordstamp.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 
 #include <pthread.h>
 
 #include <bundlemgr/base.h>
+
+#include "src/platform/text.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -21,15 +22,6 @@ bool IsFraction(long microseconds) {
 std::string Fraction(long microseconds) {
     const std::string digits = std::to_string(microseconds);
     return "." + std::string(kDigits - digits.size(), '0') + digits;
-}
-
-// Where code-set conversion has nothing to do and nothing to report.
-bool IsAscii(const std::string& text) {
-    return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-}
-
-bool EndsWith(const std::string& text, const std::string& end) {
-    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
 }  // namespace
@@ -53,7 +45,8 @@ const std::string& TimeStampCache::Get(const ACE_Time_Value& time) {
     m_strStamp = GetZoneTimeStamp(time);
     m_strZone = zone;
     m_nSecond = time.sec();
-    m_bReusable = IsFraction(time.usec()) && EndsWith(m_strStamp, Fraction(time.usec())) && IsAscii(m_strStamp);
+    // In ASCII the conversion of code sets has nothing to do and nothing to report.
+    m_bReusable = IsFraction(time.usec()) && EndsWith(m_strStamp, Fraction(time.usec())) && IsPlainAscii(m_strStamp);
     return m_strStamp;
 }
 

@@ -5,6 +5,7 @@
 #include <bundlemgr/detail/mutex.h>
 
 #include "src/platform/serverpath.h"
+#include "src/platform/text.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -28,15 +29,6 @@ std::string CfgSubDirectoryName() {
     return subDirectory.name;
 }
 
-bool EndsWithSeparator(const std::string& path) {
-    return !path.empty() && (path.back() == '/' || path.back() == '\\');
-}
-
-std::string WithoutOneSeparator(std::string path) {
-    if (EndsWithSeparator(path)) path.pop_back();
-    return path;
-}
-
 std::string Environment(const std::string& name) {
     const char* const value = std::getenv(name.c_str());
     return value != nullptr ? value : "";
@@ -45,7 +37,7 @@ std::string Environment(const std::string& name) {
 }  // namespace
 
 std::string GetPathBySysEnvironment(const std::string& name) {
-    return WithoutOneSeparator(Environment(name));
+    return WithoutTrailingSeparator(Environment(name));
 }
 
 std::string GetKORURootPath() {
@@ -58,7 +50,7 @@ std::string GetKORURootPath() {
 
 std::string GetKORUEnvironment() {
     const std::string root = GetKORURootPath();
-    return root.empty() ? "" : WithoutOneSeparator(root) + "/nbi";
+    return root.empty() ? "" : WithoutTrailingSeparator(root) + "/nbi";
 }
 
 // The ".." in the following paths stay in them: users of the library compare the

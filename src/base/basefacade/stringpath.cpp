@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -17,6 +16,7 @@
 #include "src/platform/bounded.h"
 #include "src/platform/calendar.h"
 #include "src/platform/openfile.h"
+#include "src/platform/text.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -25,9 +25,6 @@ namespace {
 CoreLog g_log("basefacade");
 
 constexpr const char* kWhiteSpace = " \t\n\r";
-
-constexpr std::size_t kPathBufferSize = 4096;
-static_assert(kPathBufferSize >= PATH_MAX, "realpath writes up to PATH_MAX bytes");
 
 // A time stamp: the zone's name, " 2024-03-01 08:05:09.000042" and a NUL.
 constexpr std::size_t kMaxZoneLength = 64;
@@ -61,10 +58,6 @@ bool IsUnsignedLiteral(const std::string& text, std::size_t begin) {
     return restIs(begin, IsOctalDigit);
 }
 
-bool EndsWith(const std::string& text, const char* end, std::size_t length) {
-    return text.size() >= length && text.compare(text.size() - length, length, end) == 0;
-}
-
 /// Takes out the first "/.." with the segment in front of it until there is none.
 /// The first one in a text is the first one to be complete when the text is built
 /// from its front, so one pass will do.
@@ -74,7 +67,7 @@ bool FoldParentSegments(std::string& path) {
     folded.reserve(path.size());
     for (const char c : path) {
         folded += c;
-        if (!EndsWith(folded, "/..", 3)) continue;
+        if (!EndsWith(folded, "/..")) continue;
         folded.resize(folded.size() - 3);
         const std::size_t segment = folded.rfind('/');
         if (segment == std::string::npos) return false;
@@ -90,7 +83,7 @@ void FoldSelfSegments(std::string& path) {
     folded.reserve(path.size());
     for (const char c : path) {
         folded += c;
-        if (EndsWith(folded, "/./", 3)) folded.resize(folded.size() - 2);
+        if (EndsWith(folded, "/./")) folded.resize(folded.size() - 2);
     }
     path = folded;
 }
@@ -243,17 +236,11 @@ void RemoveDir(const std::string& path, bool removeSelf) {
 }
 
 void ReCreateDir(const std::string& path) {
-    char resolved[kPathBufferSize] = {};
-    const char* target = path.c_str();
-    // Where realpath fails the buffer may hold a path above the given one. What is up
-    // there must stay.
-    if (realpath(path.c_str(), resolved) != nullptr) {
-        // A link leads nowhere once its directory is gone, so this is also the place
-        // to make the new one.
-        target = resolved;
-        if (IsExistDir(resolved)) RemoveDir(resolved, true);
-    }
-    MakeDirectory(target, kDirectoryMode);
+    // A link leads nowhere once its directory is gone, so what it leads to is also the place
+    // to make the new one.
+    const std::string resolved = ResolvePath(path);
+    if (!resolved.empty() && IsExistDir(resolved)) RemoveDir(resolved, true);
+    MakeDirectory(resolved.empty() ? path : resolved, kDirectoryMode);
 }
 
 void DeleteFile(const std::string& path) {

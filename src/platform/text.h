@@ -1,0 +1,46 @@
+// Questions about texts and paths that several sources ask.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+namespace NS_BUNDLEMGR1 {
+
+inline bool EndsWith(std::string_view text, std::string_view end) {
+    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+/// @return whether every byte is ASCII, and none is a NUL
+inline bool IsPlainAscii(std::string_view text) {
+    constexpr std::uint64_t kOnes = 0x0101010101010101;
+    constexpr std::uint64_t kHighBits = 0x8080808080808080;
+    const char* next = text.data();
+    std::size_t left = text.size();
+    std::uint64_t suspicious = 0;
+    for (; left >= sizeof(std::uint64_t); left -= sizeof(std::uint64_t), next += sizeof(std::uint64_t)) {
+        std::uint64_t word = 0;
+        std::memcpy(&word, next, sizeof word);
+        // Taking 1 from each byte sets the high bit of one that is 0.
+        suspicious |= word | (word - kOnes);
+    }
+    for (; left > 0; --left, ++next) {
+        const auto byte = static_cast<unsigned char>(*next);
+        suspicious |= byte | (byte - std::uint64_t{1});
+    }
+    return (suspicious & kHighBits) == 0;
+}
+
+/// @return whether the path ends with "/" or "\"
+inline bool EndsWithSeparator(const std::string& path) {
+    return !path.empty() && (path.back() == '/' || path.back() == '\\');
+}
+
+/// @return the path less one "/" or "\" at its end
+inline std::string WithoutTrailingSeparator(std::string path) {
+    if (EndsWithSeparator(path)) path.pop_back();
+    return path;
+}
+
+}  // namespace NS_BUNDLEMGR1
