@@ -9,7 +9,6 @@
 #include <ace/Guard_T.h>
 #include <ace/Service_Config.h>
 #include <ace/Service_Repository.h>
-#include <ace/Static_Object_Lock.h>
 #include <ace/Thread_Manager.h>
 #include <dlfcn.h>
 
@@ -28,6 +27,7 @@
 #include "src/lifetime/yieldingguard.h"
 #include "src/log/logproxymgrimpl.h"
 #include "src/platform/standardoutput.h"
+#include "src/platform/staticobjectlock.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -85,15 +85,7 @@ std::atomic<BundleMgr*> BundleMgr::m_pInstance{nullptr};
 BundleMgr::~BundleMgr() noexcept(false) = default;
 
 BundleMgr* BundleMgr::Instance() {
-    BundleMgr* instance = m_pInstance.load(std::memory_order_acquire);
-    if (instance != nullptr) return instance;
-    ACE_GUARD_RETURN(ACE_Recursive_Thread_Mutex, guard, *ACE_Static_Object_Lock::instance(), m_pInstance.load());
-    instance = m_pInstance.load(std::memory_order_acquire);
-    if (instance == nullptr) {
-        instance = new BundleMgrImpl;
-        m_pInstance.store(instance, std::memory_order_release);
-    }
-    return instance;
+    return InstanceOrMake(m_pInstance, [] { return new BundleMgrImpl; });
 }
 
 void BundleMgr::Destroy() {

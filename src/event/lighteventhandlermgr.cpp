@@ -9,11 +9,8 @@
 #include <new>
 #include <type_traits>
 
-#include <ace/Guard_T.h>
 #include <ace/Malloc_Base.h>
 #include <ace/Object_Manager.h>
-#include <ace/Recursive_Thread_Mutex.h>
-#include <ace/Static_Object_Lock.h>
 #include <ace/Thread_Manager.h>
 
 #include "src/corelog/corelog.h"
@@ -160,10 +157,7 @@ LightEventMgr* LightEventMgr::Instance() {
     if (instance != nullptr) return instance;
     // A handler that only wants to unregister must not bring a new manager to life.
     if (t_workerOf != nullptr && t_workerOf->IsSingleton()) return t_workerOf;
-
-    ACE_GUARD_RETURN(ACE_Recursive_Thread_Mutex, guard, *ACE_Static_Object_Lock::instance(), m_pInstance.load());
-    if (m_pInstance.load() == nullptr) m_pInstance.store(Make(), std::memory_order_release);
-    return m_pInstance.load();
+    return InstanceOrMake(m_pInstance, Make);
 }
 
 void LightEventMgr::Destroy() {

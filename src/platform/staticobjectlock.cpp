@@ -1,8 +1,6 @@
 #include "src/platform/staticobjectlock.h"
 
 #include <ace/OS_NS_Thread.h>
-#include <ace/Recursive_Thread_Mutex.h>
-#include <ace/Static_Object_Lock.h>
 
 namespace NS_BUNDLEMGR1 {
 

@@ -6,14 +6,12 @@
 #include <iterator>
 #include <utility>
 
-#include <ace/Guard_T.h>
-#include <ace/Recursive_Thread_Mutex.h>
-#include <ace/Static_Object_Lock.h>
 #include <json/json.h>
 #include <pthread.h>
 
 #include "src/corelog/corelog.h"
 #include "src/platform/openfile.h"
+#include "src/platform/staticobjectlock.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -135,15 +133,7 @@ CorbaConfigItems::CorbaConfigItems() : m_bLvsMode(false) {}
 CorbaConfigItems::~CorbaConfigItems() = default;
 
 CorbaConfigItems* CorbaConfigItems::Instance() {
-    CorbaConfigItems* instance = m_pInstance.load(std::memory_order_acquire);
-    if (instance != nullptr) return instance;
-    ACE_GUARD_RETURN(ACE_Recursive_Thread_Mutex, guard, *ACE_Static_Object_Lock::instance(), m_pInstance.load());
-    instance = m_pInstance.load(std::memory_order_relaxed);
-    if (instance == nullptr) {
-        instance = new CorbaConfigItems;
-        m_pInstance.store(instance, std::memory_order_release);
-    }
-    return instance;
+    return InstanceOrMake(m_pInstance, [] { return new CorbaConfigItems; });
 }
 
 void CorbaConfigItems::Destroy() {
