@@ -44,11 +44,6 @@ std::string ServiceConfigurationPath(const std::string& bundleName) {
     return directory.empty() ? "" : directory + "/" + bundleName + "/" + kServiceConfigurationFile;
 }
 
-bool IsManagerFinalising() {
-    BundleMgr* const manager = BundleMgr::Instance();
-    return manager != nullptr && manager->GetMgrPhase() == MGR_PHASE_FINI;
-}
-
 // What bundles in the field were compiled with. Whatever else the library has to know about a
 // bundle, it keeps in LiveBundles.
 struct BundleLayout {

@@ -39,11 +39,6 @@ void Log(RecordLine line, const char* format, Args... args) {
     g_log.Print(line, LOG_LEVEL_INFO, format, args...);
 }
 
-bool IsManagerFinalising() {
-    BundleMgr* const manager = BundleMgr::Instance();
-    return manager != nullptr && manager->GetMgrPhase() == MGR_PHASE_FINI;
-}
-
 // What ends the loading before that service: nothing, or a result.
 std::optional<int> StopOf(const BundleObject& bundle, const std::string& service) {
     if (IsManagerFinalising()) return kStoppedByManager;
@@ -77,6 +72,11 @@ int ProcessDirective(const ServiceDirective& service, const std::string& bundleN
 }
 
 }  // namespace
+
+bool IsManagerFinalising() {
+    BundleMgr* const manager = BundleMgr::Instance();
+    return manager != nullptr && manager->GetMgrPhase() == MGR_PHASE_FINI;
+}
 
 ServiceLoader::ServiceLoader(BundleObject& bundle) : m_bundle(bundle) {
     ++g_loaders;

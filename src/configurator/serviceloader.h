@@ -38,6 +38,9 @@ private:
     BundleObject& m_bundle;
 };
 
+/// @return whether all bundles are being finalised, so that no service is to be started
+bool IsManagerFinalising();
+
 /// Finalises and destroys services of that name; an exception from one does not keep the
 /// others from being ended.
 void FinalizeServices(const std::string& name, const std::vector<ServiceEntry>& entries);
