@@ -25,21 +25,21 @@ namespace {
 
 CoreLog g_log("lighteventhandlermgr");
 
-// The position that operators know this failure by.
+// Operators' log filters know this failure by its line.
 constexpr unsigned long kActivateFailedLine = 73;
 
 using Queue = ACE_Message_Queue<ACE_MT_SYNCH>;
 
-// Turns away who calls a manager that is gone.
+// Turns away calls of a manager that is gone.
 UseGate g_gate;
 
-// Managers that Destroy has ended and Instance will use again. They are not deleted: who
-// has a pointer to one may still look at it, as a checking compiler does before each call.
+// Managers that Destroy has ended and Instance will use again. They are not deleted:
+// whoever has a pointer to one may still look at it, as sanitizers do before each call.
 std::atomic<LightEventMgr*> g_pShelf{nullptr};
 
 // Each Destroy that ends a manager has a number, and they are over in this order. So one
-// look tells whether all are that had begun by a certain time. No mutex: a caller may hold
-// the static-object lock, which the one who would have the mutex needs.
+// comparison tells whether all of them are that had begun by a certain time. There is no
+// mutex: a caller may hold the static-object lock, which the mutex's holder would need.
 std::atomic<unsigned long> g_nDestroysBegun{0};  // changed under the static-object lock
 std::atomic<unsigned long> g_nDestroysOver{0};
 
@@ -49,7 +49,7 @@ void WaitForDestroys(unsigned long number) {
 
 // The event manager whose worker the current thread is.
 thread_local LightEventMgr* t_workerOf = nullptr;
-// The same, for a worker that nobody can join; until ACE has done with the manager.
+// The same for a worker that nobody can join, until ACE has finished with the manager.
 thread_local const LightEventMgr* t_detachedFrom = nullptr;
 // Whether the current thread carries out a Destroy.
 thread_local bool t_isDestroying = false;
@@ -112,8 +112,8 @@ void Abandon(const void* object) {
 
 std::atomic<LightEventMgr*> LightEventMgr::m_pInstance{nullptr};
 
-// While the library loads: the program's own handlers, registered later, run while no lock of
-// the event manager is held, and may use it.
+// Registered while the library loads, and so before the program's own handlers: these run
+// while no lock of the event manager is held, and may use it.
 [[maybe_unused]] const int LightEventMgr::s_nForkHandlers =
     pthread_atfork(BeforeFork, AfterForkInParent, AfterForkInChild);
 
@@ -121,8 +121,8 @@ LightEventParam::~LightEventParam() = default;
 
 LightEventHandler::~LightEventHandler() = default;
 
-// A stay inside that may be long. The gate's own count is for short ones: who closes it for
-// one manager waits for those inside all others, too.
+// A stay inside that may be long. The gate alone is for short ones: closing it for one
+// manager waits for those inside all others, too.
 class LightEventMgr::Stay {
 public:
     explicit Stay(LightEventMgr* mgr) {
@@ -167,7 +167,7 @@ void LightEventMgr::Destroy() {
         t_workerOf->ExitThreads();
         return;
     }
-    if (t_isDestroying) return;  // a destructor that goes round in a circle
+    if (t_isDestroying) return;  // by a destructor that it runs
     if (m_pInstance.load() == nullptr && g_nDestroysOver.load() == g_nDestroysBegun.load()) return;
 
     unsigned long number = 0;
@@ -186,7 +186,7 @@ void LightEventMgr::Destroy() {
         WaitForDestroys(number);
         return;
     }
-    // Without the lock, which a handler may need that is waited for.
+    // Without the lock: a handler that is waited for may need it.
     const ThreadScope<bool> scope(t_isDestroying, true);
     doomed->EndUse();
     if (doomed->m_bFromShelf) {
@@ -203,7 +203,7 @@ bool LightEventMgr::IsSingleton() const {
     return m_pInstance.load() == this || m_bUnpublished.load();
 }
 
-// Under the static-object lock: two who took off the shelf at once might take the same.
+// Called under the static-object lock, lest two threads take the same one off the shelf.
 LightEventMgr* LightEventMgr::Make() {
     LightEventMgr* mgr = g_pShelf.load();
     while (mgr != nullptr && !g_pShelf.compare_exchange_weak(mgr, mgr->m_pNextOnShelf)) {
@@ -240,7 +240,7 @@ void LightEventMgr::TakeOffShelf() {
 }
 
 // Everything that posting and waiting need from ACE under its static-object lock is
-// created here, since an event may be posted under a lock that comes later in order.
+// created here, since an event may be posted under a lock that comes after it.
 LightEventMgr::LightEventMgr() : ACE_Task<ACE_MT_SYNCH>(Threads()), m_bExit(false) {
     ACE_Allocator::instance();
     g_gate.Open(this);
@@ -253,8 +253,8 @@ LightEventMgr::~LightEventMgr() {
     EndUse();
 }
 
-// In this order: who waits for an event leaves, nobody comes any more, all have left, and a
-// worker that one of them has started meanwhile ends, too.
+// In this order: those who wait for an event wake up, newcomers are turned away, everybody
+// has left, and a worker that one of them has started meanwhile ends, too.
 void LightEventMgr::EndUse() {
     CloseQueue();
     g_gate.Close(this);
@@ -310,8 +310,8 @@ void LightEventMgr::CloseQueue() {
     if (msg_queue() != nullptr) msg_queue()->close();
 }
 
-// Two threads that wait at once would both join a worker. Nobody to wait for, no look at
-// ACE's thread manager: the host may have finalised ACE already.
+// One thread at a time, since two would both join the same worker. Where there is none, ACE's
+// thread manager is not asked: the host may have finalised ACE already.
 void LightEventMgr::JoinWorkers() {
     const detail::Guard onlyOne(m_waitMutex);
     for (unsigned long starts = m_nStarts.load(); HasThreads() || starts != m_nJoined; starts = m_nStarts.load()) {
@@ -431,7 +431,7 @@ LightEventMgr::Event LightEventMgr::NextEvent() {
 
     event.message.reset(dynamic_cast<LightInternalMessage*>(block));
     if (event.message == nullptr) {
-        block->release();  // Not an event: the task's queue is within everybody's reach.
+        block->release();  // not an event: a task's queue is public
         return event;
     }
     try {
@@ -471,8 +471,8 @@ void ForEachManager(Action action) ZO_NO_THREAD_SAFETY_ANALYSIS {
 }  // namespace
 
 // No handler table is in the middle of a change when the child is made: the locks taken here
-// stay held until one of the two below. Of the other locks
-// the child gets new ones, since they may be held for long, as that of the static objects.
+// stay held until one of the two functions below. All others are made anew in the child,
+// since they may be held for long, like that of the static objects.
 void LightEventMgr::BeforeFork() ZO_NO_THREAD_SAFETY_ANALYSIS {
     g_gate.BeforeFork();
     ForEachManager([](LightEventMgr& mgr) ZO_ACQUIRE_SHARED(mgr.m_handlerLock) { mgr.m_handlerLock.acquire_read(); });
@@ -493,7 +493,7 @@ void LightEventMgr::AfterForkInChild() ZO_NO_THREAD_SAFETY_ANALYSIS {
     }
     g_nDestroysOver.store(g_nDestroysBegun.load());
     ForEachManager([](LightEventMgr& mgr) ZO_RELEASE(mgr.m_handlerLock) {
-        mgr.m_handlerLock.release();  // for who keeps books of what this thread holds
+        mgr.m_handlerLock.release();  // for tools that note what this thread holds
         mgr.StartAnewInChild();
     });
     g_gate.AfterForkInChild();
