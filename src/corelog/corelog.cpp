@@ -14,7 +14,7 @@ namespace NS_BUNDLEMGR1 {
 
 namespace {
 
-// Knows the manager without creating one.
+// Gives access to the manager without creating one.
 class ExistingBundleMgr : public BundleMgr {
 public:
     static BundleMgr* Get() { return m_pInstance.load(std::memory_order_acquire); }

@@ -32,9 +32,9 @@ public:
 #pragma GCC diagnostic pop
     }
 
-    /// Creates whatever the first record of the process would create under ACE's
-    /// static-object lock. Called before a lock is taken that the record may be
-    /// written under and that comes later in the lock order.
+    /// Creates what the first record of the process would create under ACE's static-object
+    /// lock. To be called before any lock that comes later in the lock order, if a record
+    /// may be written under it.
     void Prepare();
 
     /// @return the core proxy of the bundle manager's log proxy manager, or a

@@ -18,9 +18,9 @@ void TellCurrentException(Report report) {
     }
 }
 
-/// Runs `action`; an exception from it ends here, with a call of `report` that gets its
-/// text, and what that throws, for want of memory, say, ends here, too. What ends a thread is
-/// no exception and goes on.
+/// Runs `action`. An exception from it goes no further: `report` is called with its text.
+/// What `report` throws, where memory is short for instance, goes no further either. The end
+/// of a thread (`pthread_exit`, cancellation) is no exception and is not held up.
 /// @return whether `action` came to its end
 template <class Action, class Report>
 bool ReportException(Action action, Report report) {

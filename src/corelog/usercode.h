@@ -17,8 +17,8 @@ inline void ReportThrown(CoreLog& log, const char* operation, const UserCode& co
     log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: %s of %s %s threw: %s\n", operation, code.kind, code.name, what);
 }
 
-/// Runs `action`; an exception from it ends here, with a record, so that one who throws does
-/// not keep the others from being started or ended.
+/// Runs `action`. An exception from it is recorded and goes no further, so that one bundle or
+/// service that throws does not keep the others from being started or ended.
 template <class Action>
 void Contain(CoreLog& log, const char* operation, const UserCode& code, Action action) {
     ReportException(action, [&](const char* what) { ReportThrown(log, operation, code, what); });

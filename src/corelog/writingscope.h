@@ -7,9 +7,9 @@ namespace NS_BUNDLEMGR1 {
 
 class LogProxyDebugInfoBufMgr;
 
-/// While it lives, the calling thread writes records, under the log's locks. What the
-/// writing itself gives birth to (the conversion of a time stamp may log) must not
-/// come back for these locks, nor take one that others hold while they log.
+/// While it lives, the calling thread writes records and holds the log's locks. The writing
+/// may itself cause a record (the conversion of a time stamp may log), which must not ask for
+/// these locks again, nor for one that other threads hold while they log.
 class WritingScope {
 public:
     /// @param buffer whose records are written
@@ -20,8 +20,8 @@ public:
 
     static bool IsActive() { return Current() != nullptr; }
 
-    /// @return whose records the calling thread is writing; null when it is not. It may be
-    ///         on its way out, and no longer be `Instance`
+    /// @return the buffer whose records the calling thread is writing, or null. It may be
+    ///         ending already, and no longer be `Instance`
     static LogProxyDebugInfoBufMgr* Buffer() { return Current(); }
 
 private:
