@@ -47,9 +47,9 @@ bool ReadWholeFile(const std::string& path, std::string& content) {
 }
 
 bool ParseJson(const std::string& document, Value& root) {
-    // Newer versions of the library advise against this reader, but the one they
-    // advise takes other documents: this one looks away from what follows the root,
-    // and the files in the field were accepted by it.
+    // Newer versions of the library deprecate this reader in favour of one that takes
+    // other documents: this one ignores what follows the root, and files in the field
+    // rely on that.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
     Json::Reader reader;
@@ -110,8 +110,8 @@ std::string HostPart(const std::string& address) {
     return address.substr(0, address.find(':'));
 }
 
-// Appends the pieces of one access list; nothing when one of them is empty. Other
-// than with Str2StrVec, a trailing separator has an empty piece behind it.
+// Appends the pieces of one access list, or nothing when one of them is empty. Unlike
+// in Str2StrVec, a trailing separator is followed by an empty piece.
 void AppendAddresses(const std::string& list, std::vector<NameValueStru>& out) {
     std::vector<NameValueStru> pieces;
     std::size_t begin = !list.empty() && list.front() == ',' ? 1 : 0;
@@ -148,7 +148,7 @@ bool CorbaConfigItems::PeekStrItem(const std::string& name, std::string& value) 
     return instance != nullptr && instance->GetStrItemInfo(name, value);
 }
 
-// There may be an object, with a mutex of its own.
+// Both mutexes stay held until AfterFork; that of the object only where there is one.
 void CorbaConfigItems::BeforeFork() ZO_NO_THREAD_SAFETY_ANALYSIS {
     g_peekMutex.acquire();
     g_pKeptOverFork = m_pInstance.load(std::memory_order_acquire);
@@ -247,7 +247,7 @@ bool CorbaConfigItems::GetStrItemInfo(const std::string& name, std::string& valu
 }
 
 bool CorbaConfigItems::SetStrItemInfo(const std::string& name, const std::string& value) {
-    // The caller keeps other readers away, but not a first log record, see PeekStrItem.
+    // The caller keeps other readers away, but not threads that log, see PeekStrItem.
     const detail::Guard guard(m_mutex);
     for (NameValueStru& item : m_vecCorbaItems) {
         if (item.name == name) item.value = value;

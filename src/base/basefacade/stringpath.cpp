@@ -58,9 +58,8 @@ bool IsUnsignedLiteral(const std::string& text, std::size_t begin) {
     return restIs(begin, IsOctalDigit);
 }
 
-/// Takes out the first "/.." with the segment in front of it until there is none.
-/// The first one in a text is the first one to be complete when the text is built
-/// from its front, so one pass will do.
+/// Removes the first "/.." together with the segment before it, until there is none. A
+/// text that is copied from its front meets the first one first, so one pass is enough.
 /// @return false for a "/.." without a "/" before it
 bool FoldParentSegments(std::string& path) {
     std::string folded;
@@ -77,7 +76,7 @@ bool FoldParentSegments(std::string& path) {
     return true;
 }
 
-/// Makes "/" of each "/./", of those that only come about by it, too.
+/// Replaces each "/./" by "/", also those that only this brings about.
 void FoldSelfSegments(std::string& path) {
     std::string folded;
     folded.reserve(path.size());
@@ -117,8 +116,8 @@ struct Visit {
 };
 
 /// Links are followed, so a directory may turn up below itself. It is being emptied
-/// then, and once more would change nothing but the time that it takes: two links
-/// to "." would double it at every level, up to the system's limit of 40 links.
+/// already then, and is passed over: with two links to "." each level would take twice
+/// the time, up to the system's limit of 40 links.
 bool IsUnderRemoval(const struct stat& status, const Visit* visit) {
     for (; visit != nullptr; visit = visit->outer) {
         if (visit->device == status.st_dev && visit->inode == status.st_ino) return true;
@@ -260,7 +259,7 @@ std::string GetZoneTimeStamp(const ACE_Time_Value& t) {
         g_log.Print(__LINE__, LOG_LEVEL_ERROR, "strncpy_s failed.");
     }
     const std::size_t zone = strnlen(text, kMaxZoneLength);
-    // As long, because the last years that localtime_r knows leave no room for 1900 more.
+    // A long: 1900 more than the last years that localtime_r knows would not fit into an int.
     if (snprintf_s(text + zone, sizeof text - zone, kMaxTimeLength, " %4.4ld-%2.2d-%2.2d %2.2d:%2.2d:%2.2d.%06ld",
                    local.tm_year + 1900L, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
                    static_cast<long>(t.usec())) < 0) {
