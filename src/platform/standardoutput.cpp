@@ -82,8 +82,8 @@ void PrintFormatted(std::FILE* stream, const char* format, va_list args) {
     va_end(again);
 }
 
-// The C library writes what is left at the end of the process, which may be refused, too.
-// This library's static objects go after those of the program, so it is for the last print.
+// At the end of the process the C library writes what is left, which may be refused, too. This
+// library's static objects are destroyed after the program's, so this comes after its last print.
 class WrittenAtExit {
 public:
     WrittenAtExit() = default;

@@ -21,9 +21,9 @@ Object* InstanceOrMake(std::atomic<Object*>& instance, Make make) {
     return instance.load();
 }
 
-/// Sets ACE's static-object lock free in a child of `fork`, where the thread that held it may
-/// not exist, and the one that forked is no longer taken for its owner. It is not taken before
-/// the fork: it may be held by one who waits for the thread that forks.
+/// Frees ACE's static-object lock in a child of `fork`: the thread that held it may not exist
+/// there, and the lock does not know the thread that forked as its owner any more. It is not
+/// taken before the fork, since its holder may be waiting for the thread that forks.
 void FreeStaticObjectLockInChild();
 
 }  // namespace NS_BUNDLEMGR1

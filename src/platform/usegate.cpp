@@ -27,9 +27,9 @@ void UseGate::Close(const void* object) {
     WaitForThoseInside();
 }
 
-// Who entered before is counted on either side: on the one that was left last time by a
-// thread that was slow to count. Whoever comes meanwhile counts on the side that is not
-// being waited for, so that a stream of newcomers does not keep this thread waiting.
+// Those inside may be on either side: a thread that was slow to count may be on the one that
+// newcomers have not used since the last time. The sides are waited for one after the other
+// while newcomers count on the other one, so that a stream of them keeps nobody waiting.
 void UseGate::WaitForThoseInside() {
     WaitUntil([this] { return !m_isWaitedFor.exchange(true); });
     const int side = m_side.load();

@@ -47,9 +47,9 @@ void WriteSignalBlock::Block() {
     }
 }
 
-// One of each at most: a write raises it on this thread, whose own signals come first. One
-// that is sent to a process all of whose threads block it, at this very moment and without a
-// write that failed, is taken for ours.
+// One of each at most: a failed write raises its signal on this thread, and a thread's own
+// signals are taken before those of the process. What cannot be told apart is a signal that
+// somebody sends just now to a process all of whose threads block it.
 void WriteSignalBlock::TakeAwayRaised() {
     const timespec atOnce{};
     for (int number = 1; number > 0 || errno == EINTR;) {
