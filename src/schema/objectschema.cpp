@@ -24,8 +24,8 @@ std::vector<std::string> Split(const std::string& text, char separator) {
     return fields;
 }
 
-/// The number that `text` begins with, 0 where there is none. One that an int cannot
-/// hold becomes the nearest that it can, as strtol does with those that it cannot.
+/// The number that `text` begins with, 0 where there is none. One that does not fit into an
+/// int becomes the int that is nearest to it.
 int ToIndex(const std::string& text) {
     const long number = std::strtol(text.c_str(), nullptr, 10);
     return static_cast<int>(std::clamp<long>(number, INT_MIN, INT_MAX));
