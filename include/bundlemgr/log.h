@@ -291,7 +291,7 @@ private:
     const std::size_t m_nFilteredCapacity;
     std::atomic<int> m_nOutputMode;
     detail::ThreadMutex m_keptMutex;
-    Records m_listKept ZO_GUARDED_BY(m_keptMutex);  ///< Records that the writing itself gave birth to.
+    Records m_listKept ZO_GUARDED_BY(m_keptMutex);  ///< Records that the writing itself has caused.
 };
 
 }  // namespace NS_BUNDLEMGR1

@@ -29,8 +29,8 @@ constexpr std::uint64_t kMaxFiles = 100;
 constexpr std::size_t kOutputCapacity = 8192;   // records
 constexpr std::size_t kFilteredCapacity = 128;  // records
 
-// Where the one buffer lives, for good: what a Destroy ends is all that is in it. A pointer
-// that is out of date still leads to an object.
+// The place of the one buffer, for good: Destroy ends what is in it, and a pointer that is
+// out of date still leads to an object.
 alignas(LogProxyDebugInfoBufMgr) unsigned char g_place[sizeof(LogProxyDebugInfoBufMgr)];
 
 UseGate g_gate;
@@ -39,7 +39,7 @@ UseGate g_gate;
 // locks of the buffer.
 detail::Mutex g_lifeMutex;
 
-// Whether the present buffer knows its directory; asked without touching it.
+// Whether the present buffer knows its directory; read without touching the buffer.
 std::atomic<bool> g_hasDirectory{false};
 
 // The file of the buffer that was there before, for the next one to continue.
@@ -307,7 +307,7 @@ void LogProxyDebugInfoBufMgr::WriteCacheFullNotice(bool hadFile) {
     m_pLogFile->Flush();
 }
 
-// One a batch: were every record to give birth to another, they would never end.
+// One for each batch: if every record caused another one, there would be no end to them.
 void LogProxyDebugInfoBufMgr::KeepForNextBatch(const DebugInfo& info) {
     const detail::Guard guard(m_keptMutex);
     if (m_listKept.empty()) {
@@ -343,8 +343,9 @@ void LogProxyDebugInfoBufMgr::OpenNewFile() {
 
 // ---- Fork ----
 
-// Nobody is amid a record, nor amid the birth or death of a buffer, when the child is made.
-// There may be a buffer, whose locks are then held, too, until one of the others.
+// When the child is made, nobody is in the middle of a record, nor of making or ending a
+// buffer. The locks stay held until one of the two functions below; those of the buffer are
+// among them where there is one.
 void LogProxyDebugInfoBufMgr::BeforeFork() ZO_NO_THREAD_SAFETY_ANALYSIS {
     g_lifeMutex.acquire();
     LogProxyDebugInfoBufMgr* const instance = m_pInstance.load(std::memory_order_acquire);

@@ -31,7 +31,7 @@ constexpr mode_t kFileMode = 0640;
 // The default buffer would cost a system call for each 4 KiB of a batch.
 constexpr std::size_t kStreamBufferSize = 64 * 1024;
 
-// Flushed then, so that no memory need be found for their ends.
+// The stream is flushed then, so that noting where records end needs no more memory.
 constexpr std::size_t kMaxUnflushed = 1024;  // records
 
 // Like realpath, but for a path whose last levels do not exist yet.
@@ -177,7 +177,7 @@ void LogFile::Open(std::string path) {
     m_nFlushed = m_nBytes;
 }
 
-// As with a file that is closed, one without records goes.
+// Like a file that is closed, one without records is removed.
 void LogFile::CloseUnused(const std::string& path) const {
     const int reason = errno;
     struct stat status {};
@@ -187,8 +187,8 @@ void LogFile::CloseUnused(const std::string& path) const {
     errno = reason;
 }
 
-// The records are lost without a word, like all that find no file; but nobody could guess
-// this reason.
+// Records that find no file are lost without a message, but nobody could guess this reason
+// for it.
 void LogFile::TellOfObstacle(const std::string& path) {
     if (m_bToldOfObstacle || !IsThereButNoFile(path)) return;
     m_bToldOfObstacle = true;
@@ -234,8 +234,8 @@ void LogFile::Flush() {
 }
 
 // False where the file is better closed. The next one is opened with the next record,
-// not here: while the disk is full it would stay behind empty, as would the one that
-// a failed record was followed by.
+// not here: while the disk is full it would stay behind empty, like the one that is opened
+// after a record has failed.
 bool LogFile::FlushStream() {
     if (std::fflush(m_pStream) != 0) {
         GiveUpUnwritten();

@@ -21,7 +21,7 @@ int LogFork::Register() {
     return pthread_atfork(Before, InParent, InChild);
 }
 
-// In the order of the locks, which stay held until one of the others.
+// In the order of the locks, which stay held until one of the two functions below.
 void LogFork::Before() ZO_NO_THREAD_SAFETY_ANALYSIS {
     LogProxyDebugInfoBufMgr::BeforeFork();
     LogProxyMgrImpl::BeforeFork();

@@ -13,7 +13,7 @@ namespace NS_BUNDLEMGR1 {
 
 namespace {
 
-constexpr unsigned kHighestLevel = LOG_LEVEL_INFO;
+constexpr unsigned kMaxLevel = LOG_LEVEL_INFO;
 constexpr std::uint64_t kAllLevels = 15;
 constexpr std::size_t kFormatBufferSize = 4096;
 
@@ -34,7 +34,7 @@ detail::Mutex& NextPositionMutex() {
 
 // Compared as unsigned, so that a negative level is out of range as well.
 bool IsValidLevel(int level) {
-    return static_cast<unsigned>(level) <= kHighestLevel;
+    return static_cast<unsigned>(level) <= kMaxLevel;
 }
 
 std::uint64_t LevelBit(int level) {
@@ -163,7 +163,7 @@ void LogProxyImpl::SetServiceName(const char* name) {
     Replace(m_strServiceName, name);
 }
 
-// Without memory there is no text, rather than a former one that means something else.
+// Without memory the text becomes empty: the former one would be wrong.
 void LogProxyImpl::Replace(std::string& text, const char* newText) {
     try {
         text.assign(newText != nullptr ? newText : "");
@@ -176,7 +176,7 @@ std::string LogProxyImpl::GetName() const {
     return m_strName;
 }
 
-// All of them, which the analysis does not follow through a loop.
+// All of them stay held until AfterFork; the analysis does not follow a loop.
 void LogProxyImpl::BeforeFork() ZO_NO_THREAD_SAFETY_ANALYSIS {
     for (PositionMutex& position : g_positionMutexes) position.mutex.acquire();
 }

@@ -39,7 +39,7 @@ public:
     std::string GetName() const override;
 
     /// @name Around fork
-    /// No name and no position is amid a change when the child is made.
+    /// No name and no position is in the middle of a change when the child is made.
     /// @{
     static void BeforeFork();
     static void AfterFork();
