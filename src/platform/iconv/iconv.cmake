@@ -27,6 +27,7 @@ else()
     file(MAKE_DIRECTORY "${ZO_GENERATED_DIR}/src/platform/iconv")
     add_executable(zo_makegbktable platform/iconv/makegbktable.cpp)
     target_compile_features(zo_makegbktable PRIVATE cxx_std_17)
+    target_include_directories(zo_makegbktable PRIVATE ${PROJECT_SOURCE_DIR})
     add_custom_command(
         OUTPUT "${ZO_GBK_TABLE}"
         COMMAND zo_makegbktable "${ZO_GBK_TABLE}"
@@ -36,7 +37,8 @@ else()
     add_custom_target(zo_gbk_table DEPENDS "${ZO_GBK_TABLE}")
     add_dependencies(zo_generated_sources zo_gbk_table)
     add_dependencies(zo_bundlemgr_objects zo_gbk_table)
-    target_sources(zo_bundlemgr_objects PRIVATE platform/iconv/iconvstandin.cpp)
+    include("${CMAKE_CURRENT_LIST_DIR}/standin.cmake")
+    target_sources(zo_bundlemgr_objects PRIVATE ${ZO_ICONV_STANDIN_SOURCES})
     target_include_directories(zo_bundlemgr_objects PRIVATE "${ZO_GENERATED_DIR}")
 endif()
 

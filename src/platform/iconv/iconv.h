@@ -14,7 +14,7 @@ extern "C" {
 
 using libiconv_t = void*;
 
-/// What `ICONV_SET_FALLBACKS` installs; a null function leaves the built-in behaviour.
+/// What `ICONV_SET_FALLBACKS` installs.
 struct iconv_fallbacks {
     /// Input that is invalid: hands over the bytes that are skipped and takes code
     /// points to stand in for them, which are then encoded.
@@ -31,20 +31,19 @@ struct iconv_fallbacks {
     void* data;  ///< Handed to the functions.
 };
 
-/// Request of `libiconvctl`; its argument is a `const iconv_fallbacks*`.
+/// The one request of `libiconvctl` here; its argument is a `const iconv_fallbacks*`.
 enum { ICONV_SET_FALLBACKS = 6 };
 
 /// @return a handle, or (libiconv_t)-1 with errno EINVAL for an unknown set
 libiconv_t libiconv_open(const char* toCode, const char* fromCode);
 
-/// Converts, keeping shift states in the handle. Moves the pointers and the counts of
-/// bytes left past what it has done; on failure they stand in front of the character
-/// that could not be read (EILSEQ), is incomplete (EINVAL) or did not fit (E2BIG).
-/// @param in null, or pointing to null: resets the handle instead
+/// Converts, keeping shift states in the handle, in which fallbacks must be installed. Moves
+/// the pointers and the counts of bytes left past what it has done; on failure they stand in
+/// front of the character that is incomplete (EINVAL) or did not fit (E2BIG).
 /// @return the number of replacements, or (size_t)-1
 std::size_t libiconv(libiconv_t handle, char** in, std::size_t* inLeft, char** out, std::size_t* outLeft);
 
-/// @return 0, or -1 with errno EINVAL
+/// @return 0
 int libiconvctl(libiconv_t handle, int request, void* argument);
 
 /// @return 0

@@ -1,5 +1,5 @@
 // Writes the two-byte characters of GBK, as the C library of the machine that builds knows
-// them, into a file of C++ tables. Those who run what was built need no GBK of theirs.
+// them, as the values of `GbkTable`. Those who run what was built need no GBK of theirs.
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -7,20 +7,20 @@
 
 #include <iconv.h>
 
+#include "src/platform/iconv/gbk.h"
+
 namespace {
 
-constexpr unsigned kFirst = 0x8140;
-constexpr unsigned kLast = 0xFEFE;
+using NS_BUNDLEMGR1::GbkTable;
 
-/// By code from `kFirst` on, and by code point; 0 where there is none.
 struct Tables {
-    std::array<std::uint16_t, kLast - kFirst + 1> characters{};
-    std::array<std::uint16_t, 0x10000> codes{};
+    std::array<std::uint16_t, GbkTable::kPairs> characters{};
+    std::array<std::uint16_t, GbkTable::kCodePoints> codes{};
 };
 
 /// @return the code point, or 0 when the two bytes are no character
-unsigned Decode(iconv_t gbk, unsigned code) {
-    char bytes[] = {static_cast<char>(code >> 8), static_cast<char>(code)};
+unsigned Decode(iconv_t gbk, unsigned lead, unsigned trail) {
+    char bytes[] = {static_cast<char>(lead), static_cast<char>(trail)};
     unsigned char character[8] = {};
     char* in = bytes;
     char* out = reinterpret_cast<char*>(character);
@@ -34,11 +34,13 @@ unsigned Decode(iconv_t gbk, unsigned code) {
 bool Fill(Tables& tables) {
     const iconv_t gbk = iconv_open("UTF-16BE", "GBK");
     if (gbk == reinterpret_cast<iconv_t>(-1)) return false;  // NOLINT(performance-no-int-to-ptr): the C library's
-    for (unsigned code = kFirst; code <= kLast; ++code) {
-        const unsigned character = Decode(gbk, code);
-        if (character < 0x80) continue;  // none, or two characters of a byte each
-        tables.characters[code - kFirst] = static_cast<std::uint16_t>(character);
-        tables.codes[character] = static_cast<std::uint16_t>(code);
+    for (std::size_t pair = 0; pair < GbkTable::kPairs; ++pair) {
+        const unsigned lead = GbkTable::kFirstLead + static_cast<unsigned>(pair >> 8);
+        const unsigned trail = pair & 0xFF;
+        const unsigned character = Decode(gbk, lead, trail);
+        if (character == 0) continue;
+        tables.characters[pair] = static_cast<std::uint16_t>(character);
+        tables.codes[character] = static_cast<std::uint16_t>(lead << 8 | trail);
     }
     iconv_close(gbk);
     return true;
@@ -46,7 +48,7 @@ bool Fill(Tables& tables) {
 
 template <std::size_t kSize>
 void Write(const char* name, const std::array<std::uint16_t, kSize>& table, std::FILE* file) {
-    std::fprintf(file, "constexpr std::uint16_t %s[] = {", name);
+    std::fprintf(file, "const std::uint16_t GbkTable::%s[] = {", name);
     for (std::size_t i = 0; i < kSize; ++i) std::fprintf(file, "%s%u,", i % 16 == 0 ? "\n    " : " ", table[i] + 0u);
     std::fprintf(file, "\n};\n");
 }
@@ -54,10 +56,9 @@ void Write(const char* name, const std::array<std::uint16_t, kSize>& table, std:
 bool WriteTables(const Tables& tables, const char* path) {
     std::FILE* const file = std::fopen(path, "w");
     if (file == nullptr) return false;
-    std::fprintf(file, "// Made by makegbktable.cpp.\nconstexpr unsigned kGbkFirst = %u;\n", kFirst);
-    std::fprintf(file, "constexpr unsigned kGbkLast = %u;\n", kLast);
-    Write("kGbkCharacters", tables.characters, file);
-    Write("kGbkCodes", tables.codes, file);
+    std::fprintf(file, "// Made by makegbktable.cpp.\n");
+    Write("kCharacters", tables.characters, file);
+    Write("kCodes", tables.codes, file);
     const bool good = std::ferror(file) == 0;
     return std::fclose(file) == 0 && good;
 }
