@@ -23,6 +23,8 @@ zo_add_plugin_test(services_test)
 zo_add_plugin_test(plugins_test)
 
 # A host that takes part: its plug-ins ask it what to do, and find it by its symbols.
-zo_add_plugin_test(threads_test ENVIRONMENT "LD_LIBRARY_PATH=${ZO_TEST_PLUGIN_DIR}")
-set_target_properties(threads_test PROPERTIES ENABLE_EXPORTS ON)
-add_dependencies(threads_test fx_hooked)
+foreach(subject birth end shutdown)
+    zo_add_plugin_test(threads_${subject}_test ENVIRONMENT "LD_LIBRARY_PATH=${ZO_TEST_PLUGIN_DIR}")
+    set_target_properties(threads_${subject}_test PROPERTIES ENABLE_EXPORTS ON)
+    add_dependencies(threads_${subject}_test fx_hooked)
+endforeach()
