@@ -22,9 +22,9 @@ function(zo_add_agent_test name)
     zo_discover_tests(${name})
 endfunction()
 
-zo_add_agent_test(agent_test)
-zo_add_agent_test(agent_load_test)
-zo_add_agent_test(agent_signals_test)
+foreach(subject acl feed life load options path portfile settings signals text)
+    zo_add_agent_test(agent_${subject}_test)
+endforeach()
 
 add_executable(agentparts_test
     agentparts_test.cpp

@@ -17,6 +17,7 @@
 #include "alarm.hh"
 #include "support/agent.h"
 #include "support/corbaservers.h"
+#include "support/count.h"
 #include "support/wait.h"
 
 namespace test {
@@ -57,12 +58,6 @@ inline std::string RaiseLines(const std::string& prefix, int count) {
         lines += "event=raise;id=" + prefix + number + ";object=NE-" + number + ";severity=minor\n";
     }
     return lines;
-}
-
-inline std::size_t Count(const std::string& log, const std::string& text) {
-    std::size_t count = 0;
-    for (auto at = log.find(text); at != std::string::npos; at = log.find(text, at + 1)) ++count;
-    return count;
 }
 
 /// Keeps what the channel pushes.

@@ -1,8 +1,9 @@
-// The agent's feed file, and counting what it leads to.
+// The agent's feed file, and what it leads to.
 #pragma once
 
-#include <cstddef>
 #include <string>
+
+#include "support/count.h"
 
 namespace test {
 
@@ -19,13 +20,6 @@ inline std::string RaiseLine(const std::string& id, const std::string& text = "t
 inline std::string AlarmText(const std::string& id, const std::string& text = "trouble") {
     return "ALARM id=" + id + ";object=NE-" + id + ";severity=major;cause=link down;time=12:00:00;text=" + text +
            ";ack.user=\n";
-}
-
-/// @return how often `part` stands in `text`
-inline std::size_t Count(const std::string& text, const std::string& part) {
-    std::size_t count = 0;
-    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) ++count;
-    return count;
 }
 
 }  // namespace test
