@@ -107,7 +107,7 @@ TEST_F(KeyValueFileTest, SkipsLinesWithoutAnEqualsSign) {
     EXPECT_EQ((Entries{{"a", "1"}, {"b", "2"}}), ReadKeyValues("a=1\nno sign here\nb=2\n"));
 }
 
-TEST_F(KeyValueFileTest, KeepsWholeLinesInBareMode) {
+TEST_F(KeyValueFileTest, KeepsWholeLinesThatAreNotPairs) {
     EXPECT_EQ((Entries{{"", "a bc"}, {"", "key = value"}}), ReadLines("a b\tc\n  key = value \n"));
 }
 

@@ -171,7 +171,7 @@ TEST(LightEventMgrEndDeathTest, NobodyLooksForAWorkerOnceAceIsFinalised) {
         testing::ExitedWithCode(0), "");
 }
 
-// ---- who comes during and after Destroy ----------------------------------------------
+// ---- calls during and after Destroy --------------------------------------------------
 
 TEST_F(LightEventMgrEnd, AStalePointerDoesNothing) {
     std::atomic<int> deletions{0};
@@ -245,7 +245,7 @@ TEST_F(LightEventMgrEnd, EveryOperationSurvivesManyEnds) {
     EXPECT_TRUE(ending.Finishes());
     for (std::thread& user : users) {
         Elsewhere joining([&] { user.join(); });
-        // A manager that was made last may still have one who waits for an event.
+        // Somebody may still wait for an event of the manager that was made last.
         while (!joining.Finishes(std::chrono::milliseconds(1))) LightEventMgr::Destroy();
     }
     LightEventMgr::Destroy();
@@ -274,7 +274,7 @@ TEST_F(LightEventMgrEnd, ASecondDestroyReturnsWhenTheManagerIsGone) {
     EXPECT_TRUE(first.Finishes());
 }
 
-TEST_F(LightEventMgrEnd, WhoComesDuringDestroyStartsAnew) {
+TEST_F(LightEventMgrEnd, WhoeverComesDuringDestroyGetsANewManager) {
     Signal entered, release;
     Record<LightEventMgr*> seenByHandler;
     Handler blocking([&](int, LightEventParam*) {

@@ -1,4 +1,4 @@
-// The log when calls of the system fail, and when writing a record gives birth to others.
+// The log when calls of the system fail, and when the writing of a record causes others.
 //
 // This program's own functions come before the C library's, for ACE, too. They pass
 // every call on until a test tells them otherwise.
