@@ -17,7 +17,7 @@ detail::RecursiveThreadMutex& Mutex();
 class ZO_SCOPED_LOCKABLE Guard : public NestedGuard {
 public:
     Guard() ZO_ACQUIRE(Mutex()) : NestedGuard(Mutex(), LockRank::kTable) {}
-    ~Guard() ZO_RELEASE() {}
+    ~Guard() ZO_RELEASE() = default;
 };
 
 }  // namespace TableLock

@@ -102,7 +102,7 @@ template <class Lock>
 class ZO_SCOPED_LOCKABLE Guard {
 public:
     explicit Guard(Lock& lock) ZO_ACQUIRE(lock) : m_guard(lock) {}
-    ~Guard() ZO_RELEASE() {}
+    ~Guard() ZO_RELEASE() = default;
     Guard(const Guard&) = delete;
     Guard& operator=(const Guard&) = delete;
 
@@ -114,7 +114,7 @@ private:
 class ZO_SCOPED_LOCKABLE ReadGuard {
 public:
     explicit ReadGuard(RWMutex& lock) ZO_ACQUIRE_SHARED(lock) : m_guard(lock) {}
-    ~ReadGuard() ZO_RELEASE() {}
+    ~ReadGuard() ZO_RELEASE() = default;
     ReadGuard(const ReadGuard&) = delete;
     ReadGuard& operator=(const ReadGuard&) = delete;
 
