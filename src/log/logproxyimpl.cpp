@@ -44,7 +44,7 @@ std::uint64_t LevelBit(int level) {
 }  // namespace
 
 LogProxyImpl::LogProxyImpl(const std::string& name)
-    : m_strName(name), m_positionMutex(NextPositionMutex()), m_nLine(0), m_nLevelMask(kAllLevels), m_bEcho(true) {}
+    : m_strName(name), m_nLine(0), m_nLevelMask(kAllLevels), m_bEcho(true), m_positionMutex(NextPositionMutex()) {}
 
 LogProxyImpl::~LogProxyImpl() = default;
 

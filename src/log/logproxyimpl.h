@@ -51,13 +51,13 @@ private:
     void Format(char* buffer, const char* format, va_list args);
 
     const std::string m_strName;
-    detail::Mutex& m_positionMutex;
     std::string m_strBundleName ZO_GUARDED_BY(m_positionMutex);
     std::string m_strServiceName ZO_GUARDED_BY(m_positionMutex);
     std::string m_strFileName ZO_GUARDED_BY(m_positionMutex);
     unsigned long m_nLine ZO_GUARDED_BY(m_positionMutex);
     std::atomic<std::uint64_t> m_nLevelMask;  // bit n set: level n is enabled
     const bool m_bEcho;                       // print each text on standard output, too
+    detail::Mutex& m_positionMutex;
 };
 
 }  // namespace NS_BUNDLEMGR1
