@@ -1,23 +1,17 @@
 // A bundle brings up the services of its svc.cfg, as far as that needs no library.
 #include <optional>
-#include <stdexcept>
 
 #include <gmock/gmock.h>
 
 #include "bundledeftest.h"
 #include "support/capture.h"
-#include "support/elsewhere.h"
 #include "support/environment.h"
 
 namespace NS_BUNDLEMGR1 {
 namespace {
 
 using test::BundleObjectTest;
-using test::CanBeDoneElsewhere;
-using test::Install;
-using test::IsInRepository;
 using test::StdoutOf;
-using test::TestService;
 using test::Trace;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -119,29 +113,6 @@ TEST_F(LoadingTest, AServiceNameThatTheConfiguratorCannotReadCountsAsReady) {
     EXPECT_EQ(0, m_bundle.LoadAllServiceObjects());
     EXPECT_THAT(Reported("bundledef"), ElementsAre(Starting("a:b"), Ready("a:b"), Starting(""), Ready("")));
     EXPECT_THAT(AllServices(), IsEmpty());
-}
-
-TEST_F(LoadingTest, ANamesakeIsFinalisedFirstEvenIfItThrows) {
-    Configure("service=zo_test_missing:a\n");
-    const TestService::Action onFini = [] {
-        EXPECT_TRUE(CanBeDoneElsewhere([] { IsInRepository("a"); }));
-        throw std::runtime_error("not now");
-    };
-    auto* const namesake = new TestService(m_trace, "nowhere", "a");
-    namesake->onFini = &onFini;
-    Install("a", namesake);
-    EXPECT_EQ(1, m_bundle.LoadAllServiceObjects());
-    EXPECT_THAT(m_trace, ElementsAre("fini a", "dtor a"));
-    EXPECT_FALSE(IsInRepository("a"));
-}
-
-TEST_F(LoadingTest, AFailedServiceTakesTheOneOfAnEarlierLoadingOutOfTheTable) {
-    Configure("service=zo_test_missing:a\n");
-    Add("a", nullptr);
-    m_bundle.UnLoadAllServiceObjects();
-    EXPECT_EQ(1, m_bundle.LoadAllServiceObjects());
-    EXPECT_THAT(AllServices(), IsEmpty());
-    EXPECT_THAT(m_trace, ElementsAre("fini a"));
 }
 
 }  // namespace
