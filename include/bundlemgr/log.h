@@ -23,6 +23,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdarg>
 #include <cstddef>
 #include <list>
 #include <memory>
@@ -141,6 +142,18 @@ public:
 
     /// @return the name under which the proxy was requested
     virtual std::string GetName() const = 0;
+
+    /// `Printf` of a record with a position of its own, which no other thread can take away
+    /// from it. The position of the proxy stays for the other operations. The body here, for
+    /// proxies that were written without this operation, makes do with `SetPosition` and then
+    /// `Printf(level, "%s", text)`.
+    /// @param file   bare name of the source file; null counts as empty
+    /// @param line   line in it
+    /// @param level  severity, see `LogLevel`
+    /// @param format printf-style format
+    /// @param args   its arguments; used up afterwards
+    virtual void VPrintfAt(const char* file, unsigned long line, int level, const char* format, va_list args)
+        __attribute__((format(printf, 5, 0)));
 };
 
 /// Stands in where no log proxy manager is to be had: `Printf` prints its format
@@ -164,6 +177,10 @@ public:
     void SetServiceName(const char* name) override;
     /// @return "DefaultLogProxy"
     std::string GetName() const override;
+    /// Prints its format as `Printf` does. A derived class may have a `Printf` that does more:
+    /// that one gets the position and the text, as from any other proxy.
+    void VPrintfAt(const char* file, unsigned long line, int level, const char* format, va_list args) override
+        __attribute__((format(printf, 5, 0)));
 };
 
 /// Hands out log proxies by name. Thread-safe; whoever holds a pointer to it may use it

@@ -1,6 +1,7 @@
 #include "src/configurator/serviceloader.h"
 
 #include <atomic>
+#include <cstdarg>
 #include <optional>
 
 #include <ace/Service_Config.h>
@@ -34,9 +35,11 @@ CoreLog g_log(kRecordSource);
 std::atomic<int> g_loaders{0};
 
 // All of them go out at this level, those of failures included.
-template <class... Args>
-void Log(RecordLine line, const char* format, Args... args) {
-    g_log.Print(line, LOG_LEVEL_INFO, format, args...);
+__attribute__((format(printf, 2, 3))) void Log(RecordLine line, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    g_log.VPrint(line, LOG_LEVEL_INFO, format, args);
+    va_end(args);
 }
 
 // What ends the loading before that service: nothing, or a result.

@@ -1,5 +1,6 @@
 #include "src/corelog/corelog.h"
 
+#include <cstdarg>
 #include <exception>
 #include <new>
 
@@ -23,7 +24,8 @@ public:
 // Stands in for one message that there is no memory for.
 class OutOfMemoryLogProxy : public DefaultLogProxy {
 public:
-    void Printf(int, const char* format, ...) override __attribute__((format(printf, 3, 4))) {
+    void VPrintfAt(const char*, unsigned long, int, const char* format, va_list) override
+        __attribute__((format(printf, 5, 0))) {
         LossCounter::Lost(1, WallClock());
         PrintOutText(format != nullptr ? format : "");
     }
@@ -38,6 +40,17 @@ LogProxy* StandIn() {
 }
 
 }  // namespace
+
+void CoreLog::Print(unsigned long line, int level, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    VPrint(line, level, format, args);
+    va_end(args);
+}
+
+void CoreLog::VPrint(unsigned long line, int level, const char* format, va_list args) {
+    Proxy()->VPrintfAt(m_sourceFile, line, level, format, args);
+}
 
 LogProxy* CoreLog::Proxy() {
     LogProxy* const cached = m_pCache.load(std::memory_order_acquire);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdarg>
 
 #include <bundlemgr/log.h>
 
@@ -20,17 +21,9 @@ class CoreLog {
 public:
     constexpr explicit CoreLog(const char* sourceFile) noexcept : m_sourceFile(sourceFile) {}
 
-    /// Sets the position and writes one record.
-    template <class... Args>
-    void Print(unsigned long line, int level, const char* format, Args... args) {
-        LogProxy* const proxy = Proxy();
-        proxy->SetPosition(m_sourceFile, line);
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-security"
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-        proxy->Printf(level, format, args...);
-#pragma GCC diagnostic pop
-    }
+    /// Writes one record with its position.
+    void Print(unsigned long line, int level, const char* format, ...) __attribute__((format(printf, 4, 5)));
+    void VPrint(unsigned long line, int level, const char* format, va_list args) __attribute__((format(printf, 4, 0)));
 
     /// Creates what the first record of the process would create under ACE's static-object
     /// lock. To be called before any lock that comes later in the lock order, if a record

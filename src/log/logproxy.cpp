@@ -1,10 +1,26 @@
 #include <bundlemgr/log.h>
 
+#include <typeinfo>
+
+#include "src/platform/bounded.h"
 #include "src/platform/standardoutput.h"
 
 namespace NS_BUNDLEMGR1 {
 
+namespace {
+
+constexpr std::size_t kTextSize = 4096;  // as much as a record takes
+
+}  // namespace
+
 LogProxy::~LogProxy() = default;
+
+void LogProxy::VPrintfAt(const char* file, unsigned long line, int level, const char* format, va_list args) {
+    char text[kTextSize];
+    vsnprintf_s(text, sizeof text, sizeof text - 1, format, args);
+    SetPosition(file, line);
+    Printf(level, "%s", text);
+}
 
 LogProxyMgr::~LogProxyMgr() = default;
 
@@ -54,6 +70,14 @@ void DefaultLogProxy::SetServiceName(const char*) {}
 
 std::string DefaultLogProxy::GetName() const {
     return "DefaultLogProxy";
+}
+
+void DefaultLogProxy::VPrintfAt(const char* file, unsigned long line, int level, const char* format, va_list args) {
+    if (typeid(*this) != typeid(DefaultLogProxy)) {
+        LogProxy::VPrintfAt(file, line, level, format, args);
+        return;
+    }
+    PrintOutText(format != nullptr ? format : "");
 }
 
 }  // namespace NS_BUNDLEMGR1

@@ -16,6 +16,7 @@ namespace {
 constexpr unsigned kMaxLevel = LOG_LEVEL_INFO;
 constexpr std::uint64_t kAllLevels = 15;
 constexpr std::size_t kFormatBufferSize = 4096;
+constexpr char kFormatFailed[] = "vsnprintf_s failed.";
 
 // Threads that log through different proxies mostly take different ones.
 constexpr std::size_t kPositionMutexes = 16;
@@ -49,10 +50,16 @@ LogProxyImpl::LogProxyImpl(const std::string& name)
 LogProxyImpl::~LogProxyImpl() = default;
 
 void LogProxyImpl::Write(int level, const char* text) {
-    const char* const message = text != nullptr ? text : "";
+    WriteAt(nullptr, level, text != nullptr ? text : "");
+}
+
+// Without a position, the record has that of the proxy.
+void LogProxyImpl::WriteAt(const Position* position, int level, const char* text) {
     DebugInfo info;
-    const bool isMade = MakeRecord(IsValidLevel(level) ? level : LOG_LEVEL_INFO, message, info);
-    if (m_bEcho) PrintOutText(message);
+    info.level = IsValidLevel(level) ? level : LOG_LEVEL_INFO;
+    info.time = WallClock();
+    const bool isMade = MakeRecord(position, text, info);
+    if (m_bEcho) PrintOutText(text);
     LogProxyDebugInfoBufMgr* const buffer = isMade ? LogProxyDebugInfoBufMgr::Instance() : nullptr;
     if (buffer == nullptr) {
         LossCounter::Lost(1, info.time);
@@ -64,17 +71,21 @@ void LogProxyImpl::Write(int level, const char* text) {
 }
 
 // False where there is no memory for it.
-bool LogProxyImpl::MakeRecord(int level, const char* text, DebugInfo& info) {
-    info.level = level;
-    info.time = WallClock();
+bool LogProxyImpl::MakeRecord(const Position* position, const char* text, DebugInfo& info) {
     try {
         info.thread = RecordThread();
         info.text = text;
+        if (position != nullptr) {
+            info.file = position->file;
+            info.line = position->line;
+        }
         const detail::Guard guard(m_positionMutex);
         info.bundle = m_strBundleName;
         info.service = m_strServiceName;
-        info.file = m_strFileName;
-        info.line = m_nLine;
+        if (position == nullptr) {
+            info.file = m_strFileName;
+            info.line = m_nLine;
+        }
         return true;
     } catch (const std::exception&) {
         return false;
@@ -89,8 +100,9 @@ void LogProxyImpl::Printf(int level, const char* format, ...) {
     char buffer[kFormatBufferSize];
     va_list args;
     va_start(args, format);
-    Format(buffer, format, args);
+    const bool isFormatted = Format(buffer, format, args);
     va_end(args);
+    if (!isFormatted) Write(LOG_LEVEL_ERROR, kFormatFailed);
     Write(level, buffer);
 }
 
@@ -98,17 +110,23 @@ void LogProxyImpl::PrintfText(const char* format, ...) {
     char buffer[kFormatBufferSize];
     va_list args;
     va_start(args, format);
-    Format(buffer, format, args);
+    const bool isFormatted = Format(buffer, format, args);
     va_end(args);
+    if (!isFormatted) Write(LOG_LEVEL_ERROR, kFormatFailed);
     WriteText(buffer);
 }
 
+void LogProxyImpl::VPrintfAt(const char* file, unsigned long line, int level, const char* format, va_list args) {
+    const Position position{file != nullptr ? file : "", line};
+    char buffer[kFormatBufferSize];
+    if (!Format(buffer, format, args)) WriteAt(&position, LOG_LEVEL_ERROR, kFormatFailed);
+    WriteAt(&position, level, buffer);
+}
+
 // A format that fails still yields its record, with whatever the buffer holds.
-void LogProxyImpl::Format(char* buffer, const char* format, va_list args) {
+bool LogProxyImpl::Format(char* buffer, const char* format, va_list args) {
     buffer[0] = '\0';
-    if (vsnprintf_s(buffer, kFormatBufferSize, kFormatBufferSize - 1, format, args) < 0) {
-        Write(LOG_LEVEL_ERROR, "vsnprintf_s failed.");
-    }
+    return vsnprintf_s(buffer, kFormatBufferSize, kFormatBufferSize - 1, format, args) >= 0;
 }
 
 bool LogProxyImpl::IsLevelEnabled(int level) {

@@ -37,6 +37,8 @@ public:
     void SetBundleName(const char* name) override;
     void SetServiceName(const char* name) override;
     std::string GetName() const override;
+    void VPrintfAt(const char* file, unsigned long line, int level, const char* format, va_list args) override
+        __attribute__((format(printf, 5, 0)));
 
     /// @name Around fork
     /// No name and no position is in the middle of a change when the child is made.
@@ -46,9 +48,15 @@ public:
     /// @}
 
 private:
-    bool MakeRecord(int level, const char* text, DebugInfo& info);
+    struct Position {
+        const char* file;
+        unsigned long line;
+    };
+
+    void WriteAt(const Position* position, int level, const char* text);
+    bool MakeRecord(const Position* position, const char* text, DebugInfo& info);
     void Replace(std::string& text, const char* newText);
-    void Format(char* buffer, const char* format, va_list args);
+    static bool Format(char* buffer, const char* format, va_list args) __attribute__((format(printf, 2, 0)));
 
     const std::string m_strName;
     std::string m_strBundleName ZO_GUARDED_BY(m_positionMutex);

@@ -1,5 +1,7 @@
 #include "src/corelog/corelog.h"
 
+#include <cstdarg>
+#include <cstdio>
 #include <deque>
 #include <new>
 #include <thread>
@@ -18,6 +20,7 @@
 namespace NS_BUNDLEMGR1 {
 namespace {
 
+using test::PrintAt;
 using test::StdoutOf;
 using testing::ElementsAre;
 
@@ -50,6 +53,13 @@ public:
     std::string GetName() const override {
         s_called = "GetName";
         return "a name that is too long for the string object itself";
+    }
+
+    void VPrintfAt(const char* file, unsigned long line, int level, const char* format, va_list args) override
+        __attribute__((format(printf, 5, 0))) {
+        const int argument = va_arg(args, int);
+        Called("VPrintfAt", level, format);
+        s_called += std::string(" ") + file + ":" + std::to_string(line) + " " + std::to_string(argument);
     }
 
     static std::string s_called;
@@ -128,6 +138,65 @@ TEST_F(LogProxySlotsTest, OutputOperationsAndNamesComeLast) {
     EXPECT_EQ("GetName", Called());
 }
 
+void CallSlot17(LogProxy* proxy, const char* file, unsigned long line, int level, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    Slot<void (*)(LogProxy*, const char*, unsigned long, int, const char*, va_list)>(proxy, 17)(proxy, file, line,
+                                                                                                level, format, args);
+    va_end(args);
+}
+
+TEST_F(LogProxySlotsTest, PrintingAtAPositionWasAddedAtTheEnd) {
+    CallSlot17(m_proxy, "file", 12, 2, "%d", 5);
+    EXPECT_EQ("VPrintfAt 2 %d file:12 5", Called());
+}
+
+// ---- VPrintfAt of proxies that were written without it ----
+
+// Keeps what `SetPosition` and `Printf` are called with.
+template <class Base>
+class OlderProxy : public Base {
+public:
+    void SetPosition(const char* file, unsigned long line) override {
+        m_calls.push_back("SetPosition " + std::string(file) + ":" + std::to_string(line));
+    }
+    void Printf(int level, const char* format, ...) override __attribute__((format(printf, 3, 4))) {
+        char text[8192];
+        va_list args;
+        va_start(args, format);
+        std::vsnprintf(text, sizeof text, format, args);
+        va_end(args);
+        m_calls.push_back("Printf " + std::to_string(level) + " " + text);
+    }
+    std::vector<std::string> m_calls;
+};
+
+class ProxyWithoutVPrintfAt : public RecordingProxy {
+public:
+    void VPrintfAt(const char* file, unsigned long line, int level, const char* format, va_list args) override
+        __attribute__((format(printf, 5, 0))) {
+        LogProxy::VPrintfAt(file, line, level, format, args);
+    }
+};
+
+template <class Proxy>
+class OlderProxyTest : public testing::Test {};
+
+using OlderProxies = testing::Types<OlderProxy<ProxyWithoutVPrintfAt>, OlderProxy<DefaultLogProxy>>;
+TYPED_TEST_SUITE(OlderProxyTest, OlderProxies);
+
+TYPED_TEST(OlderProxyTest, GetsThePositionAndThenTheText) {
+    TypeParam proxy;
+    PrintAt(proxy, "file", 12, 1, "%d%% of %s", 5, "all");
+    EXPECT_THAT(proxy.m_calls, ElementsAre("SetPosition file:12", "Printf 1 5% of all"));
+}
+
+TYPED_TEST(OlderProxyTest, GetsATextThatIsCutAsARecordWouldBe) {
+    TypeParam proxy;
+    PrintAt(proxy, "file", 12, 1, "%s", std::string(5000, 'x').c_str());
+    EXPECT_THAT(proxy.m_calls, ElementsAre("SetPosition file:12", "Printf 1 " + std::string(4095, 'x')));
+}
+
 class RecordingProxyMgr : public LogProxyMgr {
 public:
     explicit RecordingProxyMgr(std::string& called) : m_called(called) {}
@@ -178,6 +247,16 @@ TEST_F(DefaultLogProxyTest, PrintfPrintsTheFormatAsItStands) {
     EXPECT_EQ("", StdoutOf([&] { m_proxy.Printf(1, empty.c_str()); }));
     const char* const null = nullptr;
     EXPECT_EQ("", StdoutOf([&] { m_proxy.Printf(1, null); }));
+#pragma GCC diagnostic pop
+}
+
+TEST_F(DefaultLogProxyTest, VPrintfAtPrintsTheFormatAsItStands) {
+    EXPECT_EQ("%d%% of %s", StdoutOf([&] { PrintAt(m_proxy, "file", 1, 1, "%d%% of %s", 5, "all"); }));
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#pragma GCC diagnostic ignored "-Wformat-security"
+    const char* const null = nullptr;
+    EXPECT_EQ("", StdoutOf([&] { PrintAt(m_proxy, "file", 1, 1, null); }));
 #pragma GCC diagnostic pop
 }
 

@@ -15,6 +15,7 @@ namespace NS_BUNDLEMGR1 {
 namespace {
 
 using test::LogRecord;
+using test::PrintAt;
 using test::StdoutOf;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -294,6 +295,59 @@ TEST_F(LogProxyImplTest, ADerivedWriteTextCatchesPrintfText) {
     CatchingTextProxy proxy;
     proxy.PrintfText("%d", 2);
     EXPECT_EQ("2", proxy.m_caught);
+}
+
+// ---- VPrintfAt ----
+
+TEST_F(LogProxyImplTest, VPrintfAtGivesItsRecordItsPositionAndLeavesThatOfTheProxy) {
+    LogRecord first = Expected(1, 2, "5% of all");
+    first.file = "source";
+    first.line = 12;
+    LogRecord second = Expected(2, 1, "t");
+    second.file = "stored";
+    second.line = 7;
+    EXPECT_EQ(first.Bytes() + second.Bytes(), LogOf([](LogProxy& proxy) {
+                  proxy.SetPosition("stored", 7);
+                  PrintAt(proxy, "source", 12, 2, "%d%% of %s", 5, "all");
+                  proxy.Write(1, "t");
+              }));
+}
+
+TEST_F(LogProxyImplTest, VPrintfAtTakesItsLevelAndItsFileAsPrintfAndSetPositionDo) {
+    LogRecord expected = Expected(1, 3, std::string(4095, 'x'));
+    expected.line = 12;
+    EXPECT_EQ(expected.Bytes(),
+              LogOf([](LogProxy& proxy) { PrintAt(proxy, nullptr, 12, 9, "%s", std::string(5000, 'x').c_str()); }));
+}
+
+TEST_F(LogProxyImplTest, AFormatThatFailsInVPrintfAtIsReportedAtTheSamePosition) {
+    LogRecord report = Expected(1, 1, "vsnprintf_s failed.");
+    LogRecord rest = Expected(2, 2, "");
+    for (LogRecord* const record : {&report, &rest}) {
+        record->file = "source";
+        record->line = 12;
+    }
+    const wchar_t noCharacter[] = {static_cast<wchar_t>(0xD800), 0};
+    EXPECT_EQ(report.Bytes() + rest.Bytes(),
+              LogOf([&](LogProxy& proxy) { PrintAt(proxy, "source", 12, 2, "%ls", noCharacter); }));
+}
+
+TEST_F(LogProxyImplTest, ThreadsThatShareAProxyKeepPositionAndTextTogether) {
+    constexpr unsigned long kRecords = 500;
+    const std::string log = LogOf([](LogProxy& proxy) {
+        const auto print = [&proxy](const char* file, unsigned long from) {
+            for (unsigned long line = from; line < from + kRecords; ++line) PrintAt(proxy, file, line, 1, "%s", file);
+        };
+        std::thread other(print, "one", 1000);
+        print("two", 5000);
+        other.join();
+    });
+    const std::vector<LogRecord> records = test::ParseLog(log);
+    ASSERT_EQ(2 * kRecords, records.size());
+    for (const LogRecord& record : records) {
+        EXPECT_EQ(record.file, record.text);
+        EXPECT_EQ(record.text == "one", record.line < 5000);
+    }
 }
 
 // ---- Levels ----

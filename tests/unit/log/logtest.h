@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdarg>
 #include <ctime>
 #include <filesystem>
 #include <stdexcept>
@@ -148,5 +149,14 @@ protected:
     TempDir m_dir;
     ScopedEnv m_logRoot;
 };
+
+/// `VPrintfAt` with its arguments in place.
+__attribute__((format(printf, 5, 6))) inline void PrintAt(NS_BUNDLEMGR1::LogProxy& proxy, const char* file,
+                                                          unsigned long line, int level, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    proxy.VPrintfAt(file, line, level, format, args);
+    va_end(args);
+}
 
 }  // namespace test
