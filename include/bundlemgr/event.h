@@ -6,6 +6,7 @@
 ///     };
 ///     LightEventMgr::Instance()->RegisterHandler(kAlarmRaised, &lamp);
 ///     LightEventMgr::Instance()->Push_Msg(kAlarmRaised, new AlarmParam(alarm), 0);
+///     LightEventMgr::RemoveHandler(&lamp);  // before it dies
 #pragma once
 
 #include <atomic>
@@ -40,12 +41,13 @@ public:
     bool m_bAutoDelete;
 };
 
-/// Receives events. The event manager keeps only the pointer: unregister a handler before
-/// it dies, and its library before that is unloaded.
+/// Receives events. The event manager keeps only the pointer: take a handler away with
+/// `LightEventMgr::RemoveHandler` before it dies, and before its library is unloaded.
 ///
-/// `UnRegisterHandler` does not wait for an event that is under way, which may still reach
-/// the handler. It is safe to delete one on the worker itself (after the event that it is
-/// handling), or when the worker has ended.
+/// `UnRegisterHandler` alone is not enough. It does not wait for an event that is under way,
+/// which may still reach the handler.
+///
+/// `EventSubscription` (kit.h) does all that in its destructor.
 class ZO_EXPORT LightEventHandler : public ACE_Event_Handler {
 public:
     ~LightEventHandler() override;
@@ -103,11 +105,37 @@ public:
     /// @return 0
     int RegisterHandler(const int& eventId, LightEventHandler* handler);
 
-    /// Takes out the first registration of `handler` for `eventId`, if there is one.
+    /// Takes out the first registration of `handler` for `eventId`, if there is one. An event
+    /// that is under way may still call it: see `RemoveHandler`.
     /// @param eventId identifier of the events
     /// @param handler the one that was registered
     /// @return 0
     int UnRegisterHandler(const int& eventId, LightEventHandler* handler);
+
+    /// Takes `handler` away for good, after which it may be deleted:
+    ///
+    ///     LightEventMgr::RemoveHandler(lamp);  // unregisters it and waits for who is in it
+    ///     delete lamp;
+    ///
+    /// It is unregistered from all events, and none that is under way calls it any more.
+    /// Returns when no other thread is in it, be that a worker or one that is in
+    /// `process_msg`, also while the event manager is destroyed, afterwards, and when there
+    /// is none, which creates none. Where others may register it at the same time, that is
+    /// theirs to prevent. A handler of an event manager of one's own is first unregistered
+    /// there.
+    ///
+    /// The caller must hold no lock that the handler may wait for. In a service's `fini`
+    /// these are the locks of the bundle manager and of the bundle: a handler must not look
+    /// up a bundle, nor an interface for the first time.
+    ///
+    /// From a handler it may be called, too. One that removes itself has its own call still
+    /// under way, so it may be deleted as the last thing that it does itself, or by another
+    /// thread that calls this. Two handlers that remove each other at the same time, on two
+    /// workers, would wait for ever.
+    ///
+    /// In a forked child nobody else is in a handler, and nothing is waited for.
+    /// @param handler what was registered, as often as it was; null is taken away as well
+    static void RemoveHandler(const LightEventHandler* handler);
 
     /// @param eventId identifier of the events
     /// @return a copy of the handlers of `eventId` in registration order
@@ -161,9 +189,9 @@ private:
     bool HasThreads() const;
     void EndUse();
     bool IsSingleton() const;
-    Event NextEvent();
-    static void Dispatch(const Event& event);
-    std::list<LightEventHandler*> HandlersOf(int eventId) ZO_EXCLUDES(m_handlerLock);
+    void Fetch(Event& event);
+    static void Dispatch(Event& event);
+    void Forget(const LightEventHandler* handler) ZO_EXCLUDES(m_handlerLock);
     void ForgetHandlers() ZO_EXCLUDES(m_handlerLock);
 
     static void BeforeFork();

@@ -8,12 +8,14 @@
 #include <memory>
 #include <new>
 #include <type_traits>
+#include <typeinfo>
 
 #include <ace/Malloc_Base.h>
 #include <ace/Object_Manager.h>
 #include <ace/Thread_Manager.h>
 
 #include "src/corelog/corelog.h"
+#include "src/event/handlercalls.h"
 #include "src/event/lightinternalmessage.h"
 #include "src/platform/staticobjectlock.h"
 #include "src/platform/usegate.h"
@@ -147,7 +149,7 @@ private:
 // handler may end the manager.
 struct LightEventMgr::Event {
     std::unique_ptr<LightInternalMessage, DeleteParamAndRelease> message;
-    std::list<LightEventHandler*> handlers;
+    HandlerCalls calls;
 };
 
 // ---- the one instance ----------------------------------------------------------------
@@ -248,6 +250,7 @@ LightEventMgr::LightEventMgr() : ACE_Task<ACE_MT_SYNCH>(Threads()), m_bExit(fals
 
 LightEventMgr::~LightEventMgr() {
     // For a host that deletes the one instance itself.
+    if (m_pInstance.load() == this) m_bUnpublished.store(true);
     LightEventMgr* expected = this;
     m_pInstance.compare_exchange_strong(expected, nullptr);
     EndUse();
@@ -339,7 +342,11 @@ int LightEventMgr::svc() {
     if (!stay) return 0;
     const ThreadScope<LightEventMgr*> scope(t_workerOf, this);
     try {
-        while (!m_bExit.load() && msg_queue() != nullptr) Dispatch(NextEvent());
+        while (!m_bExit.load() && msg_queue() != nullptr) {
+            Event event;
+            Fetch(event);
+            Dispatch(event);
+        }
     } catch (...) {
         // A handler has ended its thread. ACE would take the worker off its books at
         // the thread's very end, with its own two locks in the wrong order.
@@ -389,12 +396,24 @@ int LightEventMgr::UnRegisterHandler(const int& eventId, LightEventHandler* hand
     return 0;
 }
 
-std::list<LightEventHandler*> LightEventMgr::find(const int& eventId) {
-    const UseGate::Use use(g_gate, this);
-    return use ? HandlersOf(eventId) : std::list<LightEventHandler*>();
+void LightEventMgr::RemoveHandler(const LightEventHandler* handler) {
+    LightEventMgr* const instance = m_pInstance.load();
+    if (instance != nullptr) instance->Forget(handler);
+    HandlerCalls::Withdraw(handler);
 }
 
-std::list<LightEventHandler*> LightEventMgr::HandlersOf(int eventId) {
+void LightEventMgr::Forget(const LightEventHandler* handler) {
+    const UseGate::Use use(g_gate, this);
+    if (!use) return;
+    const detail::Guard guard(m_handlerLock);
+    for (auto& entry : m_mapHandlers) {
+        entry.second.remove_if([handler](const LightEventHandler* registered) { return registered == handler; });
+    }
+}
+
+std::list<LightEventHandler*> LightEventMgr::find(const int& eventId) {
+    const UseGate::Use use(g_gate, this);
+    if (!use) return {};
     const detail::ReadGuard guard(m_handlerLock);
     const auto entry = m_mapHandlers.find(eventId);
     return entry != m_mapHandlers.end() ? entry->second : std::list<LightEventHandler*>();
@@ -418,35 +437,38 @@ void LightEventMgr::process_msg() {
     Event event;
     {
         const Stay stay(this);
-        if (stay) event = NextEvent();
+        if (stay) Fetch(event);
     }
     Dispatch(event);
 }
 
-LightEventMgr::Event LightEventMgr::NextEvent() {
-    Event event;
+// Waits for the next event; leaves `event` empty when the queue is closed.
+void LightEventMgr::Fetch(Event& event) {
     ACE_Message_Block* block = nullptr;
     if (msg_queue() != nullptr) msg_queue()->dequeue_head(block);
-    if (block == nullptr) return event;
+    if (block == nullptr) return;
 
-    event.message.reset(dynamic_cast<LightInternalMessage*>(block));
-    if (event.message == nullptr) {
+    if (typeid(*block) != typeid(LightInternalMessage)) {
         block->release();  // not an event: a task's queue is public
-        return event;
+        return;
     }
-    try {
-        event.handlers = HandlersOf(event.message->m_nEventId);
-    } catch (const std::bad_alloc&) {
-        // The event reaches nobody.
-    }
-    return event;
+    event.message.reset(static_cast<LightInternalMessage*>(block));
+    event.calls.Begin([this, &event](auto call) {
+        // Who withdraws a handler takes it out of the table of the one instance only.
+        if (m_bUnpublished.load()) return;
+        const detail::ReadGuard guard(m_handlerLock);
+        const auto entry = m_mapHandlers.find(event.message->m_nEventId);
+        if (entry == m_mapHandlers.end()) return;
+        for (LightEventHandler* const handler : entry->second) call(handler);
+    });
 }
 
 // Touches no manager: a handler may have destroyed it.
-void LightEventMgr::Dispatch(const Event& event) {
+void LightEventMgr::Dispatch(Event& event) {
+    HandlerCalls& calls = event.calls;
     try {
-        for (LightEventHandler* const handler : event.handlers) {
-            if (handler != nullptr) handler->HandleLightEvent(event.message->m_nEventId, event.message->m_pParam);
+        for (LightEventHandler* handler = calls.Current(); handler != nullptr; handler = calls.Next()) {
+            handler->HandleLightEvent(event.message->m_nEventId, event.message->m_pParam);
         }
     } catch (...) {
         // A handler ended its thread: no exception, and the process would not survive
@@ -475,11 +497,13 @@ void ForEachManager(Action action) ZO_NO_THREAD_SAFETY_ANALYSIS {
 // since they may be held for long, like that of the static objects.
 void LightEventMgr::BeforeFork() ZO_NO_THREAD_SAFETY_ANALYSIS {
     g_gate.BeforeFork();
+    HandlerCalls::BeforeFork();
     ForEachManager([](LightEventMgr& mgr) ZO_ACQUIRE_SHARED(mgr.m_handlerLock) { mgr.m_handlerLock.acquire_read(); });
 }
 
 void LightEventMgr::AfterForkInParent() ZO_NO_THREAD_SAFETY_ANALYSIS {
     ForEachManager([](LightEventMgr& mgr) ZO_RELEASE(mgr.m_handlerLock) { mgr.m_handlerLock.release(); });
+    HandlerCalls::AfterForkInParent();
     g_gate.AfterForkInParent();
 }
 
@@ -496,6 +520,7 @@ void LightEventMgr::AfterForkInChild() ZO_NO_THREAD_SAFETY_ANALYSIS {
         mgr.m_handlerLock.release();  // for tools that note what this thread holds
         mgr.StartAnewInChild();
     });
+    HandlerCalls::AfterForkInChild();
     g_gate.AfterForkInChild();
 }
 

@@ -12,7 +12,7 @@ namespace NS_BUNDLEMGR1 {
 ///
 /// Its end does not touch the parameter: an event that is refused or dropped leaves
 /// its parameter alone, only a dispatched one calls `DeleteParam`.
-class LightInternalMessage : public ACE_Message_Block {
+class LightInternalMessage final : public ACE_Message_Block {
 public:
     LightInternalMessage(int eventId, int extra, LightEventParam* param)
         : m_nEventId(eventId),

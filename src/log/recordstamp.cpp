@@ -1,5 +1,6 @@
 #include "src/log/recordstamp.h"
 
+#include <charconv>
 #include <cstdint>
 #include <cstdlib>
 
@@ -27,8 +28,12 @@ std::string Fraction(long microseconds) {
 }  // namespace
 
 std::string RecordThread() {
+    constexpr char kName[] = "Thread ";
+    constexpr std::size_t kIdSize = 11;  // of the longest, with its sign
     const auto id = static_cast<std::uint32_t>(pthread_self());
-    return "Thread " + std::to_string(static_cast<std::int32_t>(id));
+    char text[sizeof kName + kIdSize];
+    char* const digits = std::copy(kName, kName + sizeof kName - 1, text);
+    return std::string(text, std::to_chars(digits, text + sizeof text, static_cast<std::int32_t>(id)).ptr);
 }
 
 const std::string& TimeStampCache::Get(const ACE_Time_Value& time) {

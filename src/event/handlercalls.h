@@ -1,0 +1,100 @@
+// Who is being called, and who is about to be.
+#pragma once
+
+#include <pthread.h>
+
+#include <array>
+#include <cstddef>
+#include <mutex>
+#include <new>
+#include <vector>
+
+namespace NS_BUNDLEMGR1 {
+
+class LightEventHandler;
+
+/// The handlers that one event goes to, one after the other, on the thread that dispatches it.
+///
+///     HandlerCalls calls;
+///     calls.Begin([&](auto add) { add(handler); ... });
+///     for (LightEventHandler* handler = calls.Current(); handler != nullptr; handler = calls.Next()) ...
+///
+/// All of them in the process are in one list, so that a handler can be taken away from each:
+/// from those that have still to reach it at once, from those that are calling it when it
+/// returns.
+///
+/// Thread safety: an object is for one thread. `Withdraw` may be called by any.
+class HandlerCalls {
+public:
+    HandlerCalls() = default;
+    /// Ends the call that is under way.
+    ~HandlerCalls() { End(); }
+    HandlerCalls(const HandlerCalls&) = delete;
+    HandlerCalls& operator=(const HandlerCalls&) = delete;
+
+    /// Once, at the beginning. No handler can be withdrawn meanwhile.
+    /// @param forEach is given what to call with each handler; null is passed over. Without
+    ///                memory for all of them, none is called
+    template <class ForEach>
+    void Begin(ForEach forEach);
+
+    /// @return the handler that is being called; null when there is none left
+    LightEventHandler* Current() const { return m_current; }
+
+    /// Ends that call. @return the next one's handler, or null
+    LightEventHandler* Next();
+
+    /// No event calls `handler` any more that has not begun to. Returns when no other thread
+    /// is in it. Called by `handler` itself, it does not wait for others that have called this,
+    /// too.
+    static void Withdraw(const LightEventHandler* handler);
+
+    /// @name Around fork
+    /// The calls of other threads are not in the child.
+    /// @{
+    static void BeforeFork();
+    static void AfterForkInParent();
+    static void AfterForkInChild();
+    /// @}
+
+private:
+    // More than an event has as a rule. Beyond that it takes memory.
+    static constexpr std::size_t kFew = 8;
+
+    void Add(LightEventHandler* handler);
+    void Clear();
+    LightEventHandler** At(std::size_t index);
+    bool Advance();
+    void Link();
+    void Unlink();
+    void End();
+    bool IsOfThisThread() const;
+    bool Forget(const LightEventHandler* handler);
+    static bool IsIn(const LightEventHandler* handler, bool isInside);
+
+    static std::mutex s_mutex;  // guards the list, and what follows of all in it
+    static HandlerCalls* s_first;
+
+    HandlerCalls* m_next = nullptr;
+    HandlerCalls** m_link = nullptr;  // what points to this one; null: not in the list
+    pthread_t m_thread{};
+    LightEventHandler* m_current = nullptr;
+    bool m_isLeaving = false;  // the current one has withdrawn itself
+    std::size_t m_index = 0;   // of the next one
+    std::size_t m_count = 0;
+    std::array<LightEventHandler*, kFew> m_few;
+    std::vector<LightEventHandler*> m_more;
+};
+
+template <class ForEach>
+void HandlerCalls::Begin(ForEach forEach) {
+    const std::lock_guard<std::mutex> guard(s_mutex);
+    try {
+        forEach([this](LightEventHandler* handler) { Add(handler); });
+    } catch (const std::bad_alloc&) {
+        Clear();
+    }
+    if (Advance()) Link();
+}
+
+}  // namespace NS_BUNDLEMGR1

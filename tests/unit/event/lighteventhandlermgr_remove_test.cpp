@@ -1,0 +1,415 @@
+// Taking handlers away while others may be calling them.
+#include <pthread.h>
+
+#include <future>
+#include <memory>
+#include <thread>
+
+#include <gmock/gmock.h>
+
+#include "eventtest.h"
+#include "support/forkedchild.h"
+#include "support/wait.h"
+
+namespace NS_BUNDLEMGR1 {
+namespace {
+
+using std::chrono::milliseconds;
+using test::Handler;
+using test::WaitFor;
+using testing::IsEmpty;
+
+constexpr int kEvent = 7;
+constexpr int kOtherEvent = 8;
+constexpr milliseconds kAWhile(50);  // in which what must not happen would
+
+// Sees whether there is an event manager without making one.
+class Peek : public LightEventMgr {
+public:
+    static bool IsThere() { return m_pInstance.load() != nullptr; }
+};
+
+// A handler in which a thread stays until it is let go, as often as it is called.
+class Blocking : public LightEventHandler {
+public:
+    void HandleLightEvent(int, LightEventParam*) override {
+        ++m_inside;
+        WaitFor([this] { return m_released.load(); });
+        --m_inside;
+    }
+    bool AwaitInside(int threads = 1) {
+        return WaitFor([&] { return m_inside == threads; });
+    }
+    void Release() { m_released = true; }
+    bool IsInside() const { return m_inside > 0; }
+
+private:
+    std::atomic<int> m_inside{0};
+    std::atomic<bool> m_released{false};
+};
+
+// Removes a handler on a thread of its own, and tells whether it is through.
+class Remover {
+public:
+    explicit Remover(const LightEventHandler& handler)
+        : m_over(std::async(std::launch::async, [&handler] { LightEventMgr::RemoveHandler(&handler); })) {}
+    bool IsOverSoon() { return m_over.wait_for(test::kDeadline) == std::future_status::ready; }
+    bool IsOverInAWhile() { return m_over.wait_for(kAWhile) == std::future_status::ready; }
+
+private:
+    std::future<void> m_over;
+};
+
+class RemoveHandlerTest : public test::EventTest {
+protected:
+    static LightEventMgr& StartedMgr() {
+        EXPECT_EQ(1, LightEventMgr::Instance()->Init());
+        return *LightEventMgr::Instance();
+    }
+
+    // Returns when the events that were posted before are handled.
+    static void HandleEvents(LightEventMgr& mgr) {
+        constexpr int kLast = 99;
+        std::atomic<bool> handled{false};
+        Handler last([&](int, LightEventParam*) { handled = true; });
+        mgr.RegisterHandler(kLast, &last);
+        mgr.Push_Msg(kLast, nullptr, 0);
+        EXPECT_TRUE(WaitFor([&] { return handled.load(); }));
+        LightEventMgr::RemoveHandler(&last);
+    }
+};
+
+TEST_F(RemoveHandlerTest, UnregistersAHandlerFromAllEventsAndLeavesTheOthers) {
+    LightEventMgr& mgr = *LightEventMgr::Instance();
+    Handler removed([](int, LightEventParam*) {});
+    Handler other([](int, LightEventParam*) {});
+    for (const int eventId : {kEvent, kEvent, kOtherEvent}) mgr.RegisterHandler(eventId, &removed);
+    mgr.RegisterHandler(kEvent, &other);
+
+    LightEventMgr::RemoveHandler(&removed);
+
+    EXPECT_EQ(std::list<LightEventHandler*>{&other}, mgr.find(kEvent));
+    EXPECT_THAT(mgr.find(kOtherEvent), IsEmpty());
+}
+
+TEST_F(RemoveHandlerTest, ReturnsWhenTheCallThatIsUnderWayIsOver) {
+    LightEventMgr& mgr = StartedMgr();
+    Blocking handler;
+    mgr.RegisterHandler(kEvent, &handler);
+    mgr.Push_Msg(kEvent, nullptr, 0);
+    ASSERT_TRUE(handler.AwaitInside());
+
+    Remover remover(handler);
+    EXPECT_FALSE(remover.IsOverInAWhile());
+    handler.Release();
+    EXPECT_TRUE(remover.IsOverSoon());
+    EXPECT_FALSE(handler.IsInside());
+}
+
+TEST_F(RemoveHandlerTest, WaitsForAThreadThatHandlesAnEventByItself) {
+    LightEventMgr& mgr = *LightEventMgr::Instance();
+    Blocking handler;
+    mgr.RegisterHandler(kEvent, &handler);
+    mgr.Push_Msg(kEvent, nullptr, 0);
+    std::thread thread([&] { mgr.process_msg(); });
+    ASSERT_TRUE(handler.AwaitInside());
+
+    Remover remover(handler);
+    EXPECT_FALSE(remover.IsOverInAWhile());
+    handler.Release();
+    EXPECT_TRUE(remover.IsOverSoon());
+    thread.join();
+}
+
+TEST_F(RemoveHandlerTest, AnEventThatIsUnderWayDoesNotReachARemovedHandlerAnyMore) {
+    LightEventMgr& mgr = StartedMgr();
+    Blocking first;
+    std::atomic<int> calls{0};
+    auto removed = std::make_unique<Handler>([&](int, LightEventParam*) { ++calls; });
+    mgr.RegisterHandler(kEvent, &first);
+    mgr.RegisterHandler(kEvent, removed.get());
+    mgr.Push_Msg(kEvent, nullptr, 0);
+    ASSERT_TRUE(first.AwaitInside());
+
+    // Although the event is still with the first handler, this one is not waited for.
+    LightEventMgr::RemoveHandler(removed.get());
+    removed.reset();
+    first.Release();
+    HandleEvents(mgr);
+    EXPECT_EQ(0, calls);
+    LightEventMgr::RemoveHandler(&first);
+}
+
+TEST_F(RemoveHandlerTest, AHandlerMayRemoveAndDeleteTheNextOne) {
+    LightEventMgr& mgr = StartedMgr();
+    std::atomic<int> calls{0};
+    auto next = std::make_unique<Handler>([&](int, LightEventParam*) { ++calls; });
+    Handler first([&](int, LightEventParam*) {
+        LightEventMgr::RemoveHandler(next.get());
+        next.reset();
+    });
+    mgr.RegisterHandler(kEvent, &first);
+    mgr.RegisterHandler(kEvent, next.get());
+    mgr.RegisterHandler(kEvent, next.get());
+    mgr.Push_Msg(kEvent, nullptr, 0);
+    HandleEvents(mgr);
+    EXPECT_EQ(0, calls);
+    LightEventMgr::RemoveHandler(&first);
+}
+
+class SelfRemoving : public LightEventHandler {
+public:
+    explicit SelfRemoving(std::atomic<int>& calls) : m_calls(calls) {}
+    void HandleLightEvent(int, LightEventParam*) override {
+        ++m_calls;
+        LightEventMgr::RemoveHandler(this);
+        delete this;
+    }
+
+private:
+    std::atomic<int>& m_calls;
+};
+
+TEST_F(RemoveHandlerTest, AHandlerMayRemoveAndDeleteItself) {
+    LightEventMgr& mgr = StartedMgr();
+    std::atomic<int> calls{0};
+    auto* const handler = new SelfRemoving(calls);
+    mgr.RegisterHandler(kEvent, handler);
+    mgr.RegisterHandler(kEvent, handler);
+    mgr.Push_Msg(kEvent, nullptr, 0);
+    mgr.Push_Msg(kEvent, nullptr, 0);
+    HandleEvents(mgr);
+    EXPECT_EQ(1, calls);
+}
+
+TEST_F(RemoveHandlerTest, ACallThatHasRemovedItsHandlerIsStillWaitedForByOthers) {
+    LightEventMgr& mgr = StartedMgr();
+    std::atomic<bool> isRemoved{false};
+    std::atomic<bool> isReleased{false};
+    std::unique_ptr<Handler> handler;
+    handler = std::make_unique<Handler>([&](int, LightEventParam*) {
+        LightEventMgr::RemoveHandler(handler.get());
+        isRemoved = true;
+        WaitFor([&] { return isReleased.load(); });
+    });
+    mgr.RegisterHandler(kEvent, handler.get());
+    mgr.Push_Msg(kEvent, nullptr, 0);
+    ASSERT_TRUE(WaitFor([&] { return isRemoved.load(); }));
+
+    Remover remover(*handler);
+    EXPECT_FALSE(remover.IsOverInAWhile());
+    isReleased = true;
+    EXPECT_TRUE(remover.IsOverSoon());
+}
+
+TEST_F(RemoveHandlerTest, TwoWorkersThatAreInOneHandlerMayBothRemoveIt) {
+    LightEventMgr& mgr = *LightEventMgr::Instance();
+    std::atomic<int> inside{0};
+    std::atomic<int> removed{0};
+    std::unique_ptr<Handler> handler;
+    handler = std::make_unique<Handler>([&](int, LightEventParam*) {
+        ++inside;
+        WaitFor([&] { return inside == 2; });
+        LightEventMgr::RemoveHandler(handler.get());
+        ++removed;
+    });
+    mgr.RegisterHandler(kEvent, handler.get());
+    mgr.activate(THR_NEW_LWP | THR_JOINABLE, 2);
+    mgr.Push_Msg(kEvent, nullptr, 0);
+    mgr.Push_Msg(kEvent, nullptr, 0);
+    EXPECT_TRUE(WaitFor([&] { return removed == 2; }));
+    LightEventMgr::RemoveHandler(handler.get());
+}
+
+TEST_F(RemoveHandlerTest, TwoThreadsMayRemoveOneHandlerAtOnce) {
+    LightEventMgr& mgr = StartedMgr();
+    Blocking handler;
+    mgr.RegisterHandler(kEvent, &handler);
+    mgr.Push_Msg(kEvent, nullptr, 0);
+    ASSERT_TRUE(handler.AwaitInside());
+
+    Remover one(handler);
+    Remover another(handler);
+    EXPECT_FALSE(one.IsOverInAWhile());
+    EXPECT_FALSE(another.IsOverInAWhile());
+    handler.Release();
+    EXPECT_TRUE(one.IsOverSoon());
+    EXPECT_TRUE(another.IsOverSoon());
+}
+
+TEST_F(RemoveHandlerTest, AHandlerThatEndedItsThreadIsNotWaitedFor) {
+    LightEventMgr& mgr = *LightEventMgr::Instance();
+    Handler handler([](int, LightEventParam*) { pthread_exit(nullptr); });
+    mgr.RegisterHandler(kEvent, &handler);
+    mgr.Push_Msg(kEvent, nullptr, 0);
+    std::thread([&] { mgr.process_msg(); }).join();
+    LightEventMgr::RemoveHandler(&handler);
+    EXPECT_THAT(mgr.find(kEvent), IsEmpty());
+}
+
+TEST_F(RemoveHandlerTest, AHandlerThatThrewIsNotWaitedFor) {
+    LightEventMgr& mgr = *LightEventMgr::Instance();
+    Handler handler([](int, LightEventParam*) { throw 1; });  // NOLINT(hicpp-exception-baseclass)
+    mgr.RegisterHandler(kEvent, &handler);
+    mgr.Push_Msg(kEvent, nullptr, 0);
+    std::thread thread([&] {
+        mgr.process_msg();
+        mgr.process_msg();  // until the queue is closed
+    });
+    EXPECT_TRUE(WaitFor([&] { return mgr.msg_queue()->is_empty(); }));
+    LightEventMgr::RemoveHandler(&handler);
+    mgr.Fini();
+    thread.join();
+}
+
+TEST_F(RemoveHandlerTest, WithoutAnEventManagerNothingHappensAndNoneIsMade) {
+    Handler handler([](int, LightEventParam*) {});
+    LightEventMgr::RemoveHandler(&handler);
+    LightEventMgr::RemoveHandler(nullptr);
+    EXPECT_FALSE(Peek::IsThere());
+
+    LightEventMgr::Instance()->RegisterHandler(kEvent, &handler);
+    LightEventMgr::Destroy();
+    LightEventMgr::RemoveHandler(&handler);
+    EXPECT_FALSE(Peek::IsThere());
+}
+
+TEST_F(RemoveHandlerTest, WaitsForACallOfAnEventManagerThatIsBeingDestroyed) {
+    LightEventMgr& mgr = StartedMgr();
+    Blocking handler;
+    mgr.RegisterHandler(kEvent, &handler);
+    mgr.Push_Msg(kEvent, nullptr, 0);
+    ASSERT_TRUE(handler.AwaitInside());
+    std::thread destroyer(LightEventMgr::Destroy);
+    ASSERT_TRUE(WaitFor([] { return !Peek::IsThere(); }));
+
+    Remover remover(handler);
+    EXPECT_FALSE(remover.IsOverInAWhile());
+    handler.Release();
+    EXPECT_TRUE(remover.IsOverSoon());
+    destroyer.join();
+}
+
+TEST_F(RemoveHandlerTest, HandlersComeAndGoWhileEventManagersDo) {
+    constexpr int kRounds = 300;
+    std::atomic<bool> isOver{false};
+    std::thread destroyer([&] {
+        while (!isOver) {
+            LightEventMgr::Instance()->Init();
+            for (int i = 0; i < 10; ++i) LightEventMgr::Instance()->Push_Msg(kEvent, nullptr, 0);
+            LightEventMgr::Destroy();
+        }
+    });
+    for (int i = 0; i < kRounds; ++i) {
+        // What it uses is gone after it was removed.
+        auto count = std::make_unique<std::atomic<int>>(0);
+        auto handler = std::make_unique<Handler>([&count](int, LightEventParam*) { ++*count; });
+        LightEventMgr::Instance()->RegisterHandler(kEvent, handler.get());
+        LightEventMgr::RemoveHandler(handler.get());
+        count.reset();
+        handler.reset();
+    }
+    isOver = true;
+    destroyer.join();
+}
+
+TEST_F(RemoveHandlerTest, HandlersComeAndGoWhileEventsDo) {
+    constexpr int kRounds = 20000;
+    LightEventMgr& mgr = *LightEventMgr::Instance();
+    mgr.activate(THR_NEW_LWP | THR_JOINABLE, 2);
+    std::atomic<bool> isOver{false};
+    std::thread poster([&] {
+        while (!isOver) {
+            if (mgr.msg_queue()->message_count() < 100) mgr.Push_Msg(kEvent, nullptr, 0);
+        }
+    });
+    for (int i = 0; i < kRounds; ++i) {
+        auto count = std::make_unique<std::atomic<int>>(0);
+        auto handler = std::make_unique<Handler>([&count](int, LightEventParam*) { ++*count; });
+        mgr.RegisterHandler(kEvent, handler.get());
+        LightEventMgr::RemoveHandler(handler.get());
+        count.reset();
+        handler.reset();
+    }
+    isOver = true;
+    poster.join();
+    EXPECT_THAT(mgr.find(kEvent), IsEmpty());
+}
+
+TEST_F(RemoveHandlerTest, AnEventReachesAnyNumberOfHandlersInTheirOrder) {
+    constexpr int kHandlers = 20;
+    LightEventMgr& mgr = *LightEventMgr::Instance();
+    std::vector<int> called;
+    std::vector<std::unique_ptr<Handler>> handlers;
+    for (int i = 0; i < kHandlers; ++i) {
+        handlers.push_back(std::make_unique<Handler>([&, i](int, LightEventParam*) {
+            called.push_back(i);
+            // Some of those that the object keeps, and some for which it has to take memory.
+            for (const int removed : {5, 12, 19}) LightEventMgr::RemoveHandler(handlers[std::size_t(removed)].get());
+        }));
+        mgr.RegisterHandler(kEvent, handlers.back().get());
+    }
+    mgr.Push_Msg(kEvent, nullptr, 0);
+    mgr.process_msg();
+    EXPECT_EQ((std::vector<int>{0, 1, 2, 3, 4, 6, 7, 8, 9, 10, 11, 13, 14, 15, 16, 17, 18}), called);
+}
+
+// ---- In a forked child ----
+
+TEST_F(RemoveHandlerTest, AForkedChildWaitsForNobodyWhoIsNotThere) {
+    LightEventMgr& mgr = StartedMgr();
+    Blocking handler;
+    mgr.RegisterHandler(kEvent, &handler);
+    mgr.Push_Msg(kEvent, nullptr, 0);
+    ASSERT_TRUE(handler.AwaitInside());
+
+    EXPECT_EQ(0, test::InForkedChild([&] {
+                  LightEventMgr::RemoveHandler(&handler);
+                  return LightEventMgr::Instance()->find(kEvent).empty();
+              }));
+    EXPECT_EQ(1U, mgr.find(kEvent).size());
+    handler.Release();
+    LightEventMgr::RemoveHandler(&handler);
+}
+
+TEST_F(RemoveHandlerTest, AHandlerThatForksMayRemoveItselfInTheChild) {
+    LightEventMgr& mgr = StartedMgr();
+    std::atomic<int> status{-1};
+    std::unique_ptr<Handler> handler;
+    handler = std::make_unique<Handler>([&](int, LightEventParam*) {
+        status = test::InForkedChild([&] {
+            LightEventMgr::RemoveHandler(handler.get());
+            return LightEventMgr::Instance()->find(kEvent).empty();
+        });
+    });
+    mgr.RegisterHandler(kEvent, handler.get());
+    mgr.Push_Msg(kEvent, nullptr, 0);
+    EXPECT_TRUE(WaitFor([&] { return status != -1; }));
+    EXPECT_EQ(0, status);
+    LightEventMgr::RemoveHandler(handler.get());
+}
+
+TEST_F(RemoveHandlerTest, ForksMayComeWhileEventsAreDispatched) {
+    constexpr int kForks = 50;
+    LightEventMgr& mgr = StartedMgr();
+    Handler handler([](int, LightEventParam*) {});
+    mgr.RegisterHandler(kEvent, &handler);
+    std::atomic<bool> isOver{false};
+    std::thread poster([&] {
+        while (!isOver) {
+            if (mgr.msg_queue()->message_count() < 100) mgr.Push_Msg(kEvent, nullptr, 0);
+        }
+    });
+    for (int i = 0; i < kForks; ++i) {
+        EXPECT_EQ(0, test::InForkedChild([&] {
+                      LightEventMgr::RemoveHandler(&handler);
+                      return true;
+                  }));
+    }
+    isOver = true;
+    poster.join();
+    LightEventMgr::RemoveHandler(&handler);
+}
+
+}  // namespace
+}  // namespace NS_BUNDLEMGR1
