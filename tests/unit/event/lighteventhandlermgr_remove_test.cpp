@@ -291,7 +291,7 @@ TEST_F(RemoveHandlerTest, WaitsForACallOfAnEventManagerThatIsBeingDestroyed) {
 }
 
 TEST_F(RemoveHandlerTest, HandlersComeAndGoWhileEventManagersDo) {
-    constexpr int kRounds = 300;
+    constexpr int kRounds = 5000;
     std::atomic<bool> isOver{false};
     std::thread destroyer([&] {
         while (!isOver) {
