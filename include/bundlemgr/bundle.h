@@ -4,8 +4,9 @@
 ///
 /// A bundle is a shared library `lib<name>.so` with one `BundleObject`; a service is a class
 /// derived from `ServiceObjectBase` with a factory (`ZO_SERVICE_FACTORY`), named in the
-/// bundle's `svc.cfg`. Most bundles need no more than `zo::ServiceBundle` of
-/// <bundlemgr/kit.h>; one that overrides `Init` and `Fini` itself does it in this order:
+/// bundle's `svc.cfg`. Most need no more than `zo::ServiceBundle` and `zo::Service` of
+/// <bundlemgr/kit.h>, which keep all the rules below. A bundle that overrides `Init` and `Fini`
+/// itself does it in this order:
 ///
 ///     class MyBundle : public BundleObject {
 ///         std::string GetName() override { return "my_bundle"; }
@@ -45,7 +46,8 @@
 ///   interface can be used, and withdraw in `Stop`:
 ///
 ///         int init(int, ACE_TCHAR*[]) override {
-///             SetInterface();  // yours: m_pInterface = new LampImpl;
+///             SetInterface();                     // yours: m_pInterface = new LampImpl;
+///             SetIFBuf("LampSvc", m_pInterface);  // last: now all may use it
 ///             return 0;
 ///         }
 ///         void Stop() {        // by fini, ExitThreads and the destructor
@@ -55,8 +57,10 @@
 ///             RemoveInterface();             // deletes it
 ///         }
 ///
-///   Whoever has fetched the pointer before may still be using it: bundles end in the opposite
-///   order of their start, so users have a higher order value than the bundles they use.
+///   The first time, proxies would find the interface by themselves; a name that was withdrawn
+///   they do not search for again. Whoever has fetched the pointer may still be using it: since
+///   bundles end in the opposite order of their start, a bundle gets a higher order value than
+///   those whose interfaces it uses.
 /// - Take event handlers away as <bundlemgr/event.h> says.
 #pragma once
 
