@@ -52,8 +52,8 @@ class ZO_EXPORT LightEventHandler : public ACE_Event_Handler {
 public:
     ~LightEventHandler() override;
 
-    /// Called on the worker thread, one event at a time. An exception that leaves it
-    /// ends the handling of that event.
+    /// Called on the worker thread, one event at a time. All handlers share that thread, so
+    /// long work belongs on another. An exception that leaves it ends the handling of that event.
     /// @param eventId identifier under which the event was posted
     /// @param param   parameter given by the poster, may be null; see
     ///                `LightEventParam::m_bAutoDelete` for who owns it
@@ -62,8 +62,9 @@ public:
 
 /// Dispatches events by integer identifier on one worker thread.
 ///
-/// The host starts it with `Init` and ends it with `Fini` and `Destroy`; it is not
-/// meant to be started again. Posting never waits for a handler.
+/// The host starts it with `Init`, before the bundles are initialised, and ends it with `Fini`
+/// and `Destroy`, after the bundles were finalised and waited for and before
+/// `BundleMgr::Destroy` unmaps the code of their handlers; it is not meant to be started again. Posting never waits for a handler.
 ///
 /// Thread safety: everything may be called from any thread, handlers included, also while
 /// another thread destroys the event manager.

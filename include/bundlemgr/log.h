@@ -7,12 +7,19 @@
 ///     log->SetPosition("alarmsvc", __LINE__);
 ///     log->Printf(LOG_LEVEL_INFO, "alarm %d raised\n", id);
 ///
+/// Threads that share a proxy may so take each other's position. `zo::Log` with `ZO_INFO` and
+/// its like (kit.h) keeps position and text together, in one line.
+///
 /// A proxy stamps each record with the time, its level, the thread and the names
 /// above, and hands it to the process-wide buffer, which writes it to
 /// `$_APP_LOG_DIR/Develop/nbi/Agent_CORBA/pnbi_sys_<time>_<pid>.log`.
 ///
 /// Logging throws nothing: a record for which there is no memory, no file or no room on
 /// the disk is lost, and counted (`GetLogLoss`).
+///
+/// At the end of its life the host calls `LogProxyDebugInfoBufMgr::Destroy`, after
+/// `BundleMgr::Destroy`, since the end of the bundles is logged, too. Without it a buffering log
+/// loses what still waits.
 ///
 /// Signal handlers must not log, nor fork: a log call takes locks and memory.
 ///
@@ -70,7 +77,8 @@ struct DebugInfo {
 ///
 /// Thread safety: every operation may be called from any thread. The position is
 /// kept in the proxy and read by the next record, so two threads that share one
-/// proxy may take each other's position; the record itself is never torn.
+/// proxy may take each other's position; the record itself is never torn. `VPrintfAt`
+/// takes the position with the text.
 ///
 /// Ownership: a proxy belongs to the library and lives until the process ends.
 ///
@@ -235,6 +243,8 @@ public:
     /// buffer. Does nothing when there is none; while another thread does this, returns
     /// when that is done. Records that a new buffer writes within the same second go to
     /// the end of the same file.
+    ///
+    /// A part of the life cycle: the last thing that a host does with the library.
     static void Destroy();
 
     /// @param mode a `LogOutputMode`; takes effect with the next record

@@ -8,14 +8,14 @@ std::mutex HandlerCalls::s_mutex;
 HandlerCalls* HandlerCalls::s_first = nullptr;
 
 LightEventHandler* HandlerCalls::Next() {
-    if (m_link == nullptr) return nullptr;
+    if (m_current == nullptr) return nullptr;
     const std::lock_guard<std::mutex> guard(s_mutex);
     if (!Advance()) Unlink();
     return m_current;
 }
 
 void HandlerCalls::End() {
-    if (m_link == nullptr) return;
+    if (m_current == nullptr) return;
     const std::lock_guard<std::mutex> guard(s_mutex);
     Unlink();
 }
@@ -87,7 +87,7 @@ void HandlerCalls::Link() {
 void HandlerCalls::Unlink() {
     *m_link = m_next;
     if (m_next != nullptr) m_next->m_link = m_link;
-    m_link = nullptr;
+    m_current = nullptr;
 }
 
 bool HandlerCalls::IsOfThisThread() const {

@@ -76,11 +76,11 @@ private:
     static HandlerCalls* s_first;
 
     HandlerCalls* m_next = nullptr;
-    HandlerCalls** m_link = nullptr;  // what points to this one; null: not in the list
+    HandlerCalls** m_link = nullptr;  // what points to this one
     pthread_t m_thread{};
-    LightEventHandler* m_current = nullptr;
-    bool m_isLeaving = false;  // the current one has withdrawn itself
-    std::size_t m_index = 0;   // of the next one
+    LightEventHandler* m_current = nullptr;  // null: not in the list
+    bool m_isLeaving = false;                // the current one has withdrawn itself
+    std::size_t m_index = 0;                 // of the next one
     std::size_t m_count = 0;
     std::array<LightEventHandler*, kFew> m_few;
     std::vector<LightEventHandler*> m_more;

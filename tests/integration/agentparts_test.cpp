@@ -19,18 +19,16 @@
 
 #include <bundlemgr/bundlemgr.h>
 #include <bundlemgr/event.h>
+#include <bundlemgr/kit.h>
 
 #include "alarm.h"
 #include "alarmevent.h"
 #include "alarmtableimpl.h"
 #include "changejudge.h"
 #include "descriptors.h"
-#include "eventsubscription.h"
 #include "feedfollower.h"
 #include "lossreport.h"
 #include "refusallog.h"
-#include "servicelog.h"
-#include "servicethread.h"
 #include "support/environment.h"
 #include "support/tempdir.h"
 #include "support/wait.h"
@@ -38,10 +36,7 @@
 namespace {
 
 using alarms::Alarm;
-using alarms::EventSubscription;
 using alarms::FeedFollower;
-using alarms::ServiceLog;
-using alarms::ServiceThread;
 using NS_BUNDLEMGR1::LightEventMgr;
 using NS_BUNDLEMGR1::LightEventParam;
 using std::chrono::milliseconds;
@@ -57,20 +52,12 @@ protected:
         NS_BUNDLEMGR1::LogProxyDebugInfoBufMgr::Destroy();
     }
 
-    std::string Log() const {
-        std::string text;
-        for (const auto& file : std::filesystem::recursive_directory_iterator(m_dir.Path())) {
-            if (file.is_regular_file()) text += test::ReadFile(file.path().string());
-        }
-        return text;
-    }
-
     /// Waits until what was posted so far is handled: the parameters of events that are
     /// still queued at the end would be nobody's.
     static void HandleEvents() {
         constexpr int kLast = 5000;
         std::atomic<bool> handled{false};
-        EventSubscription last;
+        zo::EventSubscription last;
         last.Open(kLast, [&handled](LightEventParam*) { handled = true; });
         LightEventMgr::Instance()->Push_Msg(kLast, nullptr, 0);
         EXPECT_TRUE(WaitFor([&handled] { return handled.load(); }));
@@ -134,87 +121,6 @@ TEST_F(AgentPart, ATableKeepsNoSnapshotThatNobodyHas) {
     alarms::AlarmTableImpl table;
     const std::weak_ptr<const alarms::AlarmSnapshot> snapshot = table.Snapshot();
     EXPECT_TRUE(snapshot.expired());
-}
-
-// ---- EventSubscription ----
-
-TEST_F(AgentPart, ASubscriptionGetsItsEventsUntilItIsClosed) {
-    constexpr int kEvent = 5001;
-    std::atomic<int> calls{0};
-    EventSubscription subscription;
-    subscription.Open(kEvent, [&calls](LightEventParam*) { ++calls; });
-    LightEventMgr::Instance()->Push_Msg(kEvent, nullptr, 0);
-    ASSERT_TRUE(WaitFor([&calls] { return calls == 1; }));
-    subscription.Close();
-    subscription.Close();
-
-    // Of two events of one kind the second is handled after the first.
-    std::atomic<bool> handled{false};
-    EventSubscription witness;
-    witness.Open(kEvent, [&handled](LightEventParam*) { handled = true; });
-    LightEventMgr::Instance()->Push_Msg(kEvent, nullptr, 0);
-    ASSERT_TRUE(WaitFor([&handled] { return handled.load(); }));
-    EXPECT_EQ(calls, 1);
-    EXPECT_EQ(LightEventMgr::Instance()->find(kEvent).size(), 1U);
-}
-
-TEST_F(AgentPart, CloseReturnsAfterTheCallThatIsUnderWay) {
-    constexpr int kEvent = 5002;
-    std::promise<void> entered;
-    std::promise<void> release;
-    std::atomic<bool> left{false};
-    EventSubscription subscription;
-    subscription.Open(kEvent, [&](LightEventParam*) {
-        entered.set_value();
-        release.get_future().wait();
-        left = true;
-    });
-    LightEventMgr::Instance()->Push_Msg(kEvent, nullptr, 0);
-    entered.get_future().wait();
-
-    std::promise<bool> closed;
-    std::thread closer([&] {
-        subscription.Close();
-        closed.set_value(left);
-    });
-    // Unregistering comes first, so Close is now waiting or about to.
-    ASSERT_TRUE(WaitFor([&] { return LightEventMgr::Instance()->find(kEvent).empty(); }));
-    std::future<bool> leftBefore = closed.get_future();
-    EXPECT_EQ(leftBefore.wait_for(milliseconds(50)), std::future_status::timeout);
-    release.set_value();
-    EXPECT_TRUE(leftBefore.get());
-    closer.join();
-}
-
-// ---- ServiceThread ----
-
-TEST_F(AgentPart, AServiceThreadWorksInRoundsAndStopsInTheMiddleOfAPause) {
-    ServiceLog log("bundle", "Svc", "parts");
-    ServiceThread thread(log);
-    std::atomic<int> rounds{0};
-    thread.Start([&rounds]() -> milliseconds { return ++rounds < 3 ? milliseconds(1) : std::chrono::hours(1); });
-    ASSERT_TRUE(WaitFor([&rounds] { return rounds == 3; }));
-    EXPECT_FALSE(thread.Stopping());
-    thread.Stop();
-    EXPECT_TRUE(thread.Stopping());
-    thread.Stop();
-    EXPECT_EQ(rounds, 3);
-}
-
-TEST_F(AgentPart, AServiceThreadSurvivesAnException) {
-    ServiceLog log("bundle", "Svc", "parts");
-    ServiceThread thread(log);
-    std::atomic<int> rounds{0};
-    thread.Start([&rounds]() -> milliseconds {
-        if (++rounds == 1) throw std::runtime_error("no table");
-        return std::chrono::hours(1);
-    });
-    EXPECT_TRUE(WaitFor([&rounds] { return rounds == 2; }));
-    thread.Stop();
-    const std::string records = Log();
-    EXPECT_NE(records.find("Bundle = bundle, Service = Svc \nfilename = parts, lineno = "), std::string::npos)
-        << records;
-    EXPECT_NE(records.find("\nthe service's thread failed and tries again: no table\n"), std::string::npos) << records;
 }
 
 // ---- Descriptors ----

@@ -21,6 +21,7 @@ endfunction()
 zo_add_plugin_test(bundles_test)
 zo_add_plugin_test(services_test)
 zo_add_plugin_test(plugins_test)
+zo_add_plugin_test(kit_test)
 
 # A host that takes part: its plug-ins ask it what to do, and find it by its symbols.
 foreach(subject birth end shutdown)

@@ -6,6 +6,7 @@
 #include <arpa/inet.h>
 
 #include <bundlemgr/base.h>
+#include <bundlemgr/kit.h>
 
 namespace alarms {
 
@@ -34,7 +35,7 @@ bool IsAddress(const std::string& entry) {
 
 // Not asked of the library, which cannot tell an address from the front of a longer one
 // (`ConfigLines`).
-AccessList::AccessList(ServiceLog& log) {
+AccessList::AccessList(const zo::Log& log) {
     const ConfigLines file(StartFile());
     for (const ConfigLine& line : file.Lines()) {
         if (line.name == kItem) Take(line, log);
@@ -43,28 +44,28 @@ AccessList::AccessList(ServiceLog& log) {
     DropWhatIsNoAddress(log);
 }
 
-void AccessList::Take(const ConfigLine& item, ServiceLog& log) {
+void AccessList::Take(const ConfigLine& item, const zo::Log& log) {
     if (!item.fault.empty()) {
-        log.Error(__LINE__, "corba_start.cfg:%lu: acl with %s; item skipped", item.number, item.fault.c_str());
+        ZO_ERROR(log, "corba_start.cfg:%lu: acl with %s; item skipped\n", item.number, item.fault.c_str());
         m_isConfigured = true;
         return;
     }
     const std::vector<std::string> entries = Entries(item.value);
     if (std::find(entries.begin(), entries.end(), "") != entries.end()) {
-        log.Error(__LINE__, "corba_start.cfg:%lu: acl with an empty entry; item skipped", item.number);
+        ZO_ERROR(log, "corba_start.cfg:%lu: acl with an empty entry; item skipped\n", item.number);
         return;
     }
     m_addresses.insert(entries.begin(), entries.end());
     m_isConfigured = true;
 }
 
-void AccessList::DropWhatIsNoAddress(ServiceLog& log) {
+void AccessList::DropWhatIsNoAddress(const zo::Log& log) {
     for (auto entry = m_addresses.begin(); entry != m_addresses.end();) {
         if (IsAddress(*entry)) {
             ++entry;
             continue;
         }
-        log.Error(__LINE__, "corba_start.cfg: '%s' in acl is not an IPv4 address; entry skipped", entry->c_str());
+        ZO_ERROR(log, "corba_start.cfg: '%s' in acl is not an IPv4 address; entry skipped\n", entry->c_str());
         entry = m_addresses.erase(entry);
     }
 }

@@ -5,9 +5,9 @@
 #include <string>
 
 #include <bundlemgr/export.h>
+#include <bundlemgr/kit.h>
 
 #include "configlines.h"
-#include "servicelog.h"
 
 namespace alarms {
 
@@ -21,7 +21,7 @@ namespace alarms {
 class ZO_PLUGIN_EXPORT AccessList {
 public:
     /// @param log receives a report of each entry and each item that is skipped
-    explicit AccessList(ServiceLog& log);
+    explicit AccessList(const zo::Log& log);
 
     /// @param address an IPv4 address in numbers, "192.0.2.7"
     bool Allows(const std::string& address) const { return m_addresses.count(address) != 0; }
@@ -32,8 +32,8 @@ public:
     std::string Text() const;
 
 private:
-    void Take(const ConfigLine& item, ServiceLog& log);
-    void DropWhatIsNoAddress(ServiceLog& log);
+    void Take(const ConfigLine& item, const zo::Log& log);
+    void DropWhatIsNoAddress(const zo::Log& log);
 
     std::set<std::string> m_addresses;
     bool m_isConfigured = false;  // there is an item that counts

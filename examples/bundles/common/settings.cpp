@@ -1,6 +1,7 @@
 #include "settings.h"
 
 #include <bundlemgr/base.h>
+#include <bundlemgr/kit.h>
 
 #include "decimal.h"
 
@@ -16,13 +17,13 @@ bool ParseInRange(const std::string& text, int least, int most, int& value) {
 
 }  // namespace
 
-int IntSetting(const char* name, int standard, int least, int most, ServiceLog& log) {
+int IntSetting(const char* name, int standard, int least, int most, const zo::Log& log) {
     std::string text;
     if (!CorbaConfigItems::Instance()->GetStrItemInfo(name, text)) return standard;
     int value = 0;
     if (ParseInRange(text, least, most, value)) return value;
-    log.Error(__LINE__, "corba_start.cfg: %s=%s is not a decimal number from %d to %d, taking %d", name, text.c_str(),
-              least, most, standard);
+    ZO_ERROR(log, "corba_start.cfg: %s=%s is not a decimal number from %d to %d, taking %d\n", name, text.c_str(),
+             least, most, standard);
     return standard;
 }
 

@@ -4,8 +4,7 @@
 #include <string>
 
 #include <bundlemgr/export.h>
-
-#include "servicelog.h"
+#include <bundlemgr/kit.h>
 
 namespace alarms {
 
@@ -13,7 +12,7 @@ namespace alarms {
 /// @param standard what holds when there is no such item, or when its value is not a
 ///                 number (`ParseDecimal`) from `least` to `most`, which is reported
 ///                 to `log`
-ZO_PLUGIN_EXPORT int IntSetting(const char* name, int standard, int least, int most, ServiceLog& log);
+ZO_PLUGIN_EXPORT int IntSetting(const char* name, int standard, int least, int most, const zo::Log& log);
 
 /// The same without a report: for a setting of another service, which reports it.
 ZO_PLUGIN_EXPORT int IntSetting(const char* name, int standard, int least, int most);

@@ -63,7 +63,7 @@ int AsciiAcceptor::handle_timeout(const ACE_Time_Value&, const void*) {
     return 0;
 }
 
-AsciiServer::AsciiServer(const Settings& settings, ServiceLog& log)
+AsciiServer::AsciiServer(const Settings& settings, const zo::Log& log)
     : m_settings(settings),
       m_log(log),
       m_access(log),
@@ -87,12 +87,12 @@ bool AsciiServer::Listen() {
     if (!m_reactor.initialized() || m_acceptor.open(address, &m_reactor, ACE_NONBLOCK) == -1 ||
         ACE_OS::listen(m_acceptor.get_handle(), SOMAXCONN) == -1 ||
         m_acceptor.acceptor().get_local_addr(address) == -1) {
-        m_log.Error(__LINE__, "port %d cannot be opened: %s", m_settings.port, std::strerror(errno));
+        ZO_ERROR(m_log, "port %d cannot be opened: %s\n", m_settings.port, std::strerror(errno));
         return false;
     }
     m_port = address.get_port_number();
     FitIntoDescriptors();
-    m_log.Info(__LINE__, "serving on port %d for %s", m_port, m_access.Text().c_str());
+    ZO_INFO(m_log, "serving on port %d for %s\n", m_port, m_access.Text().c_str());
     return true;
 }
 
@@ -103,11 +103,11 @@ void AsciiServer::FitIntoDescriptors() {
     const std::size_t others = open + OWN_DESCRIPTORS;
     if (others + m_mostClients <= limit) return;
     m_mostClients = others < limit ? limit - others : 1;
-    m_log.Error(__LINE__,
-                "%d clients (AsciiMaxClients) need more descriptors than the %zu of this process (ulimit -n), of "
-                "which %zu are in use",
-                m_settings.maxClients, limit, open);
-    m_log.Error(__LINE__, "taking %zu clients", m_mostClients);
+    ZO_ERROR(m_log,
+             "%d clients (AsciiMaxClients) need more descriptors than the %zu of this process (ulimit -n), of "
+             "which %zu are in use\n",
+             m_settings.maxClients, limit, open);
+    ZO_ERROR(m_log, "taking %zu clients\n", m_mostClients);
 }
 
 void AsciiServer::Serve() {
@@ -230,8 +230,8 @@ void AsciiServer::CutOffIdle() {
     const std::set<AsciiSession*> sessions = m_sessions;
     for (AsciiSession* const session : sessions) {
         if (session->Table() == nullptr || Clock::now() - session->LastProgress() < kPatience) continue;
-        m_log.Error(__LINE__, "client %s cut off, it does not take its list while others wait for theirs",
-                    session->Client().c_str());
+        ZO_ERROR(m_log, "client %s cut off, it does not take its list while others wait for theirs\n",
+                 session->Client().c_str());
         Close(session);
     }
 }
@@ -248,7 +248,7 @@ void AsciiServer::ServeThoseWhoWait() {
 bool AsciiServer::Admits(const std::string& host, const std::string& client) {
     const bool admitted = m_access.Allows(host);
     if (!admitted && m_refusals.ShouldTell(host, Clock::now())) {
-        m_log.Error(__LINE__, "client %s refused, its address is in no acl item", client.c_str());
+        ZO_ERROR(m_log, "client %s refused, its address is in no acl item\n", client.c_str());
     }
     return admitted;
 }
@@ -256,7 +256,7 @@ bool AsciiServer::Admits(const std::string& host, const std::string& client) {
 bool AsciiServer::IsFull(const std::string& host, const std::string& client) {
     const bool full = m_sessions.size() >= m_mostClients;
     if (full && m_refusals.ShouldTell(host, Clock::now())) {
-        m_log.Error(__LINE__, "client %s refused, there are %zu already", client.c_str(), m_mostClients);
+        ZO_ERROR(m_log, "client %s refused, there are %zu already\n", client.c_str(), m_mostClients);
     }
     return full;
 }
@@ -264,23 +264,23 @@ bool AsciiServer::IsFull(const std::string& host, const std::string& client) {
 void AsciiServer::Enter(AsciiSession* session, const std::string& client) {
     m_sessions.insert(session);
     m_acceptFails = false;
-    m_log.Info(__LINE__, "client %s connected", client.c_str());
+    ZO_INFO(m_log, "client %s connected\n", client.c_str());
 }
 
 void AsciiServer::Leave(AsciiSession* session, const std::string& client) {
     m_sessions.erase(session);
-    m_log.Info(__LINE__, "client %s disconnected", client.c_str());
+    ZO_INFO(m_log, "client %s disconnected\n", client.c_str());
 }
 
 void AsciiServer::ReportCutOff(const std::string& client) const {
-    m_log.Error(__LINE__, "client %s cut off, more than %zu bytes wait for it", client.c_str(), m_settings.backlog);
+    ZO_ERROR(m_log, "client %s cut off, more than %zu bytes wait for it\n", client.c_str(), m_settings.backlog);
 }
 
 void AsciiServer::ReportAcceptError(const char* reason) {
     // The first of those that follow each other, and that not each time it comes and goes.
     const bool first = !std::exchange(m_acceptFails, true);
     if (!first || !m_refusals.ShouldTell(reason, Clock::now())) return;
-    m_log.Error(__LINE__, "no client can be accepted now: %s", reason);
+    ZO_ERROR(m_log, "no client can be accepted now: %s\n", reason);
 }
 
 }  // namespace alarms

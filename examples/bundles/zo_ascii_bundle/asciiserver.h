@@ -16,14 +16,13 @@
 #include <ace/SOCK_Acceptor.h>
 
 #include <bundlemgr/bundle.h>
+#include <bundlemgr/kit.h>
 
 #include "accesslist.h"
 #include "alarmevent.h"
 #include "alarmtable.h"
 #include "asciisession.h"
 #include "refusallog.h"
-#include "servicelog.h"
-#include "servicethread.h"
 
 namespace alarms {
 
@@ -62,7 +61,7 @@ public:
         std::size_t backlog = 0;  ///< Bytes of changes that may wait for one client.
     };
 
-    AsciiServer(const Settings& settings, ServiceLog& log);
+    AsciiServer(const Settings& settings, const zo::Log& log);
     ~AsciiServer() override;
 
     /// Opens the port; connections wait until `Serve`.
@@ -118,7 +117,7 @@ private:
     void CloseAll();
 
     const Settings m_settings;
-    ServiceLog& m_log;
+    const zo::Log& m_log;
     const AccessList m_access;
     std::size_t m_mostClients;  // fewer than asked for where descriptors are few
     RefusalLog m_refusals;
@@ -135,7 +134,7 @@ private:
     bool m_acceptFails = false;  // since a client was accepted for the last time
     long m_waitTimer = -1;       // while clients wait for a table; -1: none does
     std::set<AsciiSession*> m_sessions;
-    ServiceThread m_thread;
+    zo::ServiceThread m_thread;
 };
 
 }  // namespace alarms

@@ -3,11 +3,11 @@
 
 #include <sys/stat.h>
 
+#include <bundlemgr/kit.h>
+
 #include "alarmevent.h"
 #include "asciiserver.h"
-#include "eventsubscription.h"
 #include "portfile.h"
-#include "servicelog.h"
 #include "settings.h"
 #include "textclients.h"
 
@@ -17,7 +17,6 @@ namespace TextClients = alarms::TextClients;
 using alarms::AlarmEvent;
 using alarms::AsciiServer;
 using NS_BUNDLEMGR1::LightEventParam;
-using NS_BUNDLEMGR1::ServiceObjectBase;
 
 constexpr char kService[] = "AsciiSvc";
 constexpr int kMostPort = 65535;
@@ -25,9 +24,9 @@ constexpr int kStandardBacklog = 1024 * 1024;
 constexpr int kLeastBacklog = 1024;
 constexpr int kMostBacklog = 256 * 1024 * 1024;
 
-class AsciiSvc : public ServiceObjectBase {
+class AsciiSvc : public zo::Service {
 public:
-    AsciiSvc() : ServiceObjectBase("zo_ascii_bundle", kService) {}
+    AsciiSvc() : Service("zo_ascii_bundle", kService) {}
     ~AsciiSvc() override { Stop(); }
 
     int init(int, ACE_TCHAR*[]) override {
@@ -35,7 +34,7 @@ public:
         try {
             if (!m_server->Listen()) return -1;
         } catch (const NS_BUNDLEMGR1::InterfaceNotExistException&) {
-            m_log.Error(__LINE__, "%s is not there; is zo_base_bundle in bundlemgr.cfg?", alarms::ALARM_SERVICE);
+            ZO_ERROR(m_log, "%s is not there; is zo_base_bundle in bundlemgr.cfg?\n", alarms::ALARM_SERVICE);
             return -1;
         }
         // Before any client can subscribe: no change may get lost between its snapshot
@@ -51,7 +50,7 @@ public:
 
     int fini() override {
         Stop();
-        return ServiceObjectBase::fini();
+        return Service::fini();
     }
 
     void ExitThreads() override {
@@ -72,8 +71,7 @@ private:
 
     void WritePortFile() {
         mkdir(alarms::PathInRoot("var").c_str(), 0755);  // is there as a rule
-        if (!m_portFile.Write(m_server->Port()))
-            m_log.Error(__LINE__, "%s cannot be written", m_portFile.Path().c_str());
+        if (!m_portFile.Write(m_server->Port())) ZO_ERROR(m_log, "%s cannot be written\n", m_portFile.Path().c_str());
     }
 
     // Also when the service is removed without ExitThreads: its code is unmapped next,
@@ -84,10 +82,10 @@ private:
         m_portFile.Remove();
     }
 
-    alarms::ServiceLog m_log{"zo_ascii_bundle", kService, "asciisvc"};
+    zo::Log m_log{kService, "zo_ascii_bundle", kService};
     alarms::PortFile m_portFile{alarms::PathInRoot("var/ascii.port")};
     std::unique_ptr<AsciiServer> m_server;
-    alarms::EventSubscription m_events;
+    zo::EventSubscription m_events;
 };
 
 }  // namespace

@@ -1,42 +1,25 @@
 // AlarmSvc: publishes the table of active alarms.
+#include <memory>
+
+#include <bundlemgr/kit.h>
+
 #include "alarmtableimpl.h"
-#include "servicelog.h"
 
 namespace {
 
-using NS_BUNDLEMGR1::ServiceObjectBase;
-
-class AlarmSvc : public ServiceObjectBase {
+// It has no thread: everything happens on those of its callers.
+class AlarmSvc : public zo::Service {
 public:
-    AlarmSvc() : ServiceObjectBase("zo_base_bundle", alarms::ALARM_SERVICE) {}
-    ~AlarmSvc() override { Withdraw(); }
+    AlarmSvc() : Service("zo_base_bundle", alarms::ALARM_SERVICE) {}
 
     int init(int, ACE_TCHAR*[]) override {
-        SetInterface();
-        m_log.Info(__LINE__, "the alarm table is ready");
+        Publish(std::make_unique<alarms::AlarmTableImpl>());
+        ZO_INFO(m_log, "the alarm table is ready\n");
         return 0;
     }
 
-    int fini() override {
-        Withdraw();
-        return ServiceObjectBase::fini();
-    }
-
-    void SetInterface() override { m_pInterface = new alarms::AlarmTableImpl; }
-
-    // Everything here happens on the threads of the callers.
-    void ExitThreads() override {}
-
 private:
-    // The registry of interfaces does not notice that a service goes: whoever asks
-    // later must get an exception and not a pointer to what has been deleted.
-    void Withdraw() {
-        if (m_pInterface == nullptr) return;
-        NS_BUNDLEMGR1::SetIFBuf(alarms::ALARM_SERVICE, nullptr);
-        RemoveInterface();
-    }
-
-    alarms::ServiceLog m_log{"zo_base_bundle", alarms::ALARM_SERVICE, "alarmsvc"};
+    zo::Log m_log{alarms::ALARM_SERVICE, "zo_base_bundle", alarms::ALARM_SERVICE};
 };
 
 }  // namespace

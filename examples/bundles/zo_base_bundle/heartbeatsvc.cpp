@@ -2,12 +2,13 @@
 // also use as their clock.
 #include <atomic>
 #include <chrono>
+#include <memory>
+
+#include <bundlemgr/kit.h>
 
 #include "alarmevent.h"
 #include "alarmtable.h"
 #include "heartbeat.h"
-#include "servicelog.h"
-#include "servicethread.h"
 #include "settings.h"
 
 namespace {
@@ -16,7 +17,6 @@ using alarms::AlarmTable;
 using alarms::HeartbeatEvent;
 using NS_BUNDLEMGR1::LightEventMgr;
 using NS_BUNDLEMGR1::ServiceInterfaceProxy;
-using NS_BUNDLEMGR1::ServiceObjectBase;
 
 constexpr int kStandardSeconds = 5;
 constexpr int kMostSeconds = 3600;
@@ -33,10 +33,9 @@ private:
     std::atomic<std::uint64_t> m_count{0};
 };
 
-class HeartbeatSvc : public ServiceObjectBase {
+class HeartbeatSvc : public zo::Service {
 public:
-    HeartbeatSvc() : ServiceObjectBase("zo_base_bundle", alarms::HEARTBEAT_SERVICE) {}
-    ~HeartbeatSvc() override { Stop(); }
+    HeartbeatSvc() : Service("zo_base_bundle", alarms::HEARTBEAT_SERVICE) {}
 
     int init(int, ACE_TCHAR*[]) override {
         // The first look-up searches the bundles and takes their locks, which the thread
@@ -44,24 +43,17 @@ public:
         try {
             m_alarms.GetInterface();
         } catch (const NS_BUNDLEMGR1::InterfaceNotExistException&) {
-            m_log.Error(__LINE__, "%s is not there; it stands before %s in svc.cfg", alarms::ALARM_SERVICE,
-                        alarms::HEARTBEAT_SERVICE);
+            ZO_ERROR(m_log, "%s is not there; it stands before %s in svc.cfg\n", alarms::ALARM_SERVICE,
+                     alarms::HEARTBEAT_SERVICE);
             return -1;
         }
         const int seconds = alarms::IntSetting("HeartbeatSeconds", kStandardSeconds, 1, kMostSeconds, m_log);
         m_interval = std::chrono::seconds(seconds);
-        SetInterface();
+        m_heartbeat = Publish(std::make_unique<HeartbeatImpl>());
         m_thread.Start([this] { return Beat(); });
-        m_log.Info(__LINE__, "a heartbeat every %d seconds", seconds);
+        ZO_INFO(m_log, "a heartbeat every %d seconds\n", seconds);
         return 0;
     }
-
-    int fini() override {
-        Stop();
-        return ServiceObjectBase::fini();
-    }
-
-    void SetInterface() override { m_pInterface = m_heartbeat = new HeartbeatImpl; }
 
     void ExitThreads() override { m_thread.Stop(); }
 
@@ -73,20 +65,11 @@ private:
         return m_interval;
     }
 
-    // Also when the service is removed without ExitThreads: its code is unmapped next,
-    // and no thread may be left in it.
-    void Stop() {
-        m_thread.Stop();
-        if (m_pInterface == nullptr) return;
-        NS_BUNDLEMGR1::SetIFBuf(alarms::HEARTBEAT_SERVICE, nullptr);
-        RemoveInterface();
-    }
-
-    alarms::ServiceLog m_log{"zo_base_bundle", alarms::HEARTBEAT_SERVICE, "heartbeatsvc"};
+    zo::Log m_log{alarms::HEARTBEAT_SERVICE, "zo_base_bundle", alarms::HEARTBEAT_SERVICE};
     ServiceInterfaceProxy<AlarmTable> m_alarms{alarms::ALARM_SERVICE};
     std::chrono::milliseconds m_interval{};
     HeartbeatImpl* m_heartbeat = nullptr;  // the published interface
-    alarms::ServiceThread m_thread{m_log};
+    zo::ServiceThread m_thread{m_log};
 };
 
 }  // namespace

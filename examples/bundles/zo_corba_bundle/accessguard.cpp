@@ -55,7 +55,7 @@ bool AccessGuard::Admits(const char* peer) {
         const std::string address = AddressOf(peer);
         if (m_access.Allows(address)) return true;
         if (m_refusals.ShouldTell(address, std::chrono::steady_clock::now())) {
-            m_log.Error(__LINE__, "client %s refused, its address is in no acl item", address.c_str());
+            ZO_ERROR(m_log, "client %s refused, its address is in no acl item\n", address.c_str());
         }
     } catch (const std::exception&) {
         // No memory: better a client too few.

@@ -4,9 +4,10 @@
 #include <omniORB4/CORBA.h>
 #include <omniORB4/omniInterceptors.h>
 
+#include <bundlemgr/kit.h>
+
 #include "accesslist.h"
 #include "refusallog.h"
-#include "servicelog.h"
 
 namespace corba_bundle {
 
@@ -17,7 +18,7 @@ namespace corba_bundle {
 class AccessGuard {
 public:
     /// @param log receives the reports; must live as long as the guard
-    explicit AccessGuard(alarms::ServiceLog& log) : m_log(log), m_access(log) {}
+    explicit AccessGuard(const zo::Log& log) : m_log(log), m_access(log) {}
     AccessGuard(const AccessGuard&) = delete;
     AccessGuard& operator=(const AccessGuard&) = delete;
 
@@ -33,7 +34,7 @@ private:
     static CORBA::Boolean OnConnection(Connection& connection);
     bool Admits(const char* peer);
 
-    alarms::ServiceLog& m_log;
+    const zo::Log& m_log;
     const alarms::AccessList m_access;
     alarms::RefusalLog m_refusals;
 };

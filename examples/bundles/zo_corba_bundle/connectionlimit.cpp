@@ -36,10 +36,10 @@ void ConnectionLimit::Begin(std::size_t most) {
     const std::size_t others = open + alarms::OWN_DESCRIPTORS + static_cast<std::size_t>(textClients);
     if (others + most > limit) {
         m_most = others < limit ? limit - others : 1;
-        m_log.Error(__LINE__,
-                    "%zu connections (CorbaMaxConnections) need more descriptors than the %zu of this process (ulimit "
-                    "-n), of which %zu are in use; taking %zu connections",
-                    most, limit, open, m_most);
+        ZO_ERROR(m_log,
+                 "%zu connections (CorbaMaxConnections) need more descriptors than the %zu of this process (ulimit "
+                 "-n), of which %zu are in use; taking %zu connections\n",
+                 most, limit, open, m_most);
     }
     g_limit = this;
     omniORB::getInterceptors()->serverAcceptConnection.add(OnConnection);
@@ -53,10 +53,10 @@ void ConnectionLimit::End() {
 void ConnectionLimit::CheckDescriptors() {
     switch (m_spare.Check()) {
         case SpareDescriptor::RUN_OUT:
-            m_log.Error(__LINE__, "no file descriptor is left; closing new connections (ulimit -n raises the limit)");
+            ZO_ERROR(m_log, "no file descriptor is left; closing new connections (ulimit -n raises the limit)\n");
             break;
         case SpareDescriptor::THERE_AGAIN:
-            m_log.Info(__LINE__, "there are file descriptors again");
+            ZO_INFO(m_log, "there are file descriptors again\n");
             break;
         case SpareDescriptor::AS_BEFORE:
             break;
@@ -96,7 +96,7 @@ void ConnectionLimit::ReportTooMany() {
     const Clock::time_point now = Clock::now();
     Clock::time_point next = m_nextReport;
     if (now < next || !m_nextReport.compare_exchange_strong(next, now + kReportEvery)) return;
-    m_log.Error(__LINE__, "more than %zu connections (CorbaMaxConnections); closing the latest", m_most);
+    ZO_ERROR(m_log, "more than %zu connections (CorbaMaxConnections); closing the latest\n", m_most);
 }
 
 }  // namespace corba_bundle

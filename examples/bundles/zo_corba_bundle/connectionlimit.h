@@ -8,7 +8,8 @@
 #include <omniORB4/CORBA.h>
 #include <omniORB4/omniInterceptors.h>
 
-#include "servicelog.h"
+#include <bundlemgr/kit.h>
+
 #include "sparedescriptor.h"
 
 namespace corba_bundle {
@@ -21,7 +22,7 @@ namespace corba_bundle {
 class ConnectionLimit {
 public:
     /// @param log receives the reports; must live as long as the limit
-    explicit ConnectionLimit(alarms::ServiceLog& log) : m_log(log) {}
+    explicit ConnectionLimit(const zo::Log& log) : m_log(log) {}
     ConnectionLimit(const ConnectionLimit&) = delete;
     ConnectionLimit& operator=(const ConnectionLimit&) = delete;
 
@@ -45,7 +46,7 @@ private:
     bool Admit(omni::giopStrand& strand) const;
     void ReportTooMany();
 
-    alarms::ServiceLog& m_log;
+    const zo::Log& m_log;
     std::size_t m_most = 0;
     SpareDescriptor m_spare;
     std::atomic<Clock::time_point> m_nextReport{Clock::time_point()};

@@ -13,16 +13,14 @@
 
 #include <bundlemgr/base.h>
 #include <bundlemgr/bundle.h>
+#include <bundlemgr/kit.h>
 
 #include "corbainterfaces.h"
 #include "peer.h"
-#include "servicelog.h"
-#include "servicethread.h"
 #include "settings.h"
 
 using NS_BUNDLEMGR1::CorbaConfigItems;
 using NS_BUNDLEMGR1::ServiceInterfaceProxy;
-using NS_BUNDLEMGR1::ServiceObjectBase;
 
 namespace corba_bundle {
 
@@ -115,26 +113,20 @@ void MakeContexts(CosNaming::NamingContext_ptr root, const CosNaming::Name& name
     }
 }
 
-class NamingSvc : public ServiceObjectBase {
+class NamingSvc : public zo::Service {
 public:
-    NamingSvc() : ServiceObjectBase(BUNDLE, NAMING_SERVICE) {}
+    NamingSvc() : Service(BUNDLE, NAMING_SERVICE) {}
     ~NamingSvc() override { Stop(); }
 
     int init(int argc, ACE_TCHAR* argv[]) override;
-    void SetInterface() override;
 
     void Keep(const std::string& name, CORBA::Object_ptr object);
 
     void ExitThreads() override { Stop(); }
-    int fini() override {
-        Stop();
-        return ServiceObjectBase::fini();
-    }
 
 private:
     using Names = std::map<std::string, CORBA::Object_var>;
 
-    void Withdraw();
     void Stop();
     milliseconds Round();
     void BindAll(CosNaming::NamingContext_ptr root);
@@ -143,7 +135,7 @@ private:
     Names CopyOfNames();
     void UnbindAll();
 
-    alarms::ServiceLog m_log{BUNDLE, NAMING_SERVICE, "namingsvc"};
+    zo::Log m_log{NAMING_SERVICE, BUNDLE, NAMING_SERVICE};
     std::string m_address;
     CORBA::ORB_var m_orb;
     std::mutex m_mutex;
@@ -153,7 +145,7 @@ private:
     milliseconds m_pause = kCheckEvery;  // used by the thread only
     bool m_leftToOther = false;          // used by the thread only
     std::set<std::string> m_seen;        // names known to be bound; used by the thread only
-    alarms::ServiceThread m_thread{m_log};
+    zo::ServiceThread m_thread{m_log};
 };
 
 class PublishedNames : public NameKeeper {
@@ -170,7 +162,7 @@ private:
 int NamingSvc::init(int, ACE_TCHAR*[]) {
     std::string host;
     if (!CorbaConfigItems::Instance()->GetStrItemInfo("NamingService_Host", host) || host.empty()) {
-        m_log.Error(__LINE__, "corba_agent.cfg does not say where the naming service runs (NamingService_HostIP)");
+        ZO_ERROR(m_log, "corba_agent.cfg does not say where the naming service runs (NamingService_HostIP)\n");
         return -1;
     }
     m_address = host + ":" + std::to_string(alarms::IntSetting("NamingServicePort", 2809, 1, 65535, m_log));
@@ -181,16 +173,12 @@ int NamingSvc::init(int, ACE_TCHAR*[]) {
         m_agent = CORBA::Object::_duplicate(orb->Agent());
         m_names[AGENT_NAME] = CORBA::Object::_duplicate(m_agent);
     } catch (const NS_BUNDLEMGR1::InterfaceNotExistException&) {
-        m_log.Error(__LINE__, "there is no ORB; in svc.cfg %s must stand above %s", ORB_SERVICE, NAMING_SERVICE);
+        ZO_ERROR(m_log, "there is no ORB; in svc.cfg %s must stand above %s\n", ORB_SERVICE, NAMING_SERVICE);
         return -1;
     }
     m_thread.Start([this] { return Round(); });
-    SetInterface();
+    Publish(std::make_unique<PublishedNames>(*this));
     return 0;
-}
-
-void NamingSvc::SetInterface() {
-    m_pInterface = new PublishedNames(*this);
 }
 
 void NamingSvc::Keep(const std::string& name, CORBA::Object_ptr object) {
@@ -201,21 +189,14 @@ void NamingSvc::Keep(const std::string& name, CORBA::Object_ptr object) {
     m_thread.Wake();
 }
 
-/// Else the registry of interfaces would hand it out for ever.
-void NamingSvc::Withdraw() {
-    if (m_pInterface == nullptr) return;
-    NS_BUNDLEMGR1::SetIFBuf(NAMING_SERVICE, nullptr);
-    RemoveInterface();
-}
-
 void NamingSvc::Stop() {
-    Withdraw();
+    RemoveInterface();
     m_thread.Stop();
     if (CORBA::is_nil(m_orb)) return;
     // A naming service that is away is not called again: the stop would have to wait for
     // it once more. The next agent takes the names over.
     if (m_peer->IsAway()) {
-        m_log.Info(__LINE__, "what is bound stays bound, the naming service is away");
+        ZO_INFO(m_log, "what is bound stays bound, the naming service is away\n");
     } else {
         UnbindAll();
     }
@@ -254,15 +235,15 @@ void NamingSvc::BindAll(CosNaming::NamingContext_ptr root) {
             m_seen.erase(text);
         }
         if (!m_seen.insert(text).second) continue;
-        m_log.Info(__LINE__, "%s is bound at %s", text.c_str(), m_address.c_str());
+        ZO_INFO(m_log, "%s is bound at %s\n", text.c_str(), m_address.c_str());
     }
 }
 
 /// Reports it once, and has the next look come later each time.
 void NamingSvc::LeaveToOther() {
     if (!m_leftToOther) {
-        m_log.Error(__LINE__, "%s at %s stands for another agent, which answers; leaving the names to it", AGENT_NAME,
-                    m_address.c_str());
+        ZO_ERROR(m_log, "%s at %s stands for another agent, which answers; leaving the names to it\n", AGENT_NAME,
+                 m_address.c_str());
     }
     m_leftToOther = true;
     m_pause = std::min(m_pause * 2, kLongestPause);
@@ -288,11 +269,10 @@ void NamingSvc::UnbindAll() {
             const CosNaming::Name name = ToName(text);
             if (!IsBound(root, name, object)) continue;
             root->unbind(name);
-            m_log.Info(__LINE__, "%s is unbound", text.c_str());
+            ZO_INFO(m_log, "%s is unbound\n", text.c_str());
         }
     } catch (const CORBA::Exception& error) {
-        m_log.Info(__LINE__, "cannot unbind from the naming service at %s: %s", m_address.c_str(),
-                   Describe(error).c_str());
+        ZO_INFO(m_log, "cannot unbind from the naming service at %s: %s\n", m_address.c_str(), Describe(error).c_str());
     }
 }
 

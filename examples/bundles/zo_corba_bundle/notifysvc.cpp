@@ -10,6 +10,7 @@
 
 #include <bundlemgr/base.h>
 #include <bundlemgr/bundle.h>
+#include <bundlemgr/kit.h>
 
 #include "alarm.hh"
 #include "alarmevent.h"
@@ -17,17 +18,13 @@
 #include "changequeue.h"
 #include "corbainterfaces.h"
 #include "eventchannel.h"
-#include "eventsubscription.h"
 #include "idlalarm.h"
 #include "peer.h"
-#include "servicelog.h"
-#include "servicethread.h"
 #include "settings.h"
 
 using NS_BUNDLEMGR1::CorbaConfigItems;
 using NS_BUNDLEMGR1::LightEventParam;
 using NS_BUNDLEMGR1::ServiceInterfaceProxy;
-using NS_BUNDLEMGR1::ServiceObjectBase;
 
 namespace corba_bundle {
 
@@ -52,18 +49,14 @@ bool IsRefusal(const CORBA::Exception& error) {
            CORBA::BAD_PARAM::_downcast(&error) != nullptr;
 }
 
-class NotifySvc : public ServiceObjectBase {
+class NotifySvc : public zo::Service {
 public:
-    NotifySvc() : ServiceObjectBase(BUNDLE, NOTIFY_SERVICE) {}
+    NotifySvc() : Service(BUNDLE, NOTIFY_SERVICE) {}
     ~NotifySvc() override { Stop(); }
 
     int init(int argc, ACE_TCHAR* argv[]) override;
 
     void ExitThreads() override { Stop(); }
-    int fini() override {
-        Stop();
-        return ServiceObjectBase::fini();
-    }
 
 private:
     bool ReadSettings();
@@ -76,10 +69,10 @@ private:
     bool NextChange();
     void PushChange();
 
-    alarms::ServiceLog m_log{BUNDLE, NOTIFY_SERVICE, "notifysvc"};
+    zo::Log m_log{NOTIFY_SERVICE, BUNDLE, NOTIFY_SERVICE};
     std::string m_address;
     std::unique_ptr<ChangeQueue> m_queue;
-    alarms::EventSubscription m_subscription;
+    zo::EventSubscription m_subscription;
 
     // Used by the thread only.
     NameKeeper* m_names = nullptr;
@@ -90,7 +83,7 @@ private:
     bool m_refusing = false;
 
     std::atomic<bool> m_wakeOnChange{false};
-    alarms::ServiceThread m_thread{m_log};
+    zo::ServiceThread m_thread{m_log};
 };
 
 int NotifySvc::init(int, ACE_TCHAR*[]) {
@@ -102,7 +95,7 @@ int NotifySvc::init(int, ACE_TCHAR*[]) {
         // Without the table there would be no ORB either.
         m_agentStart = ServiceInterfaceProxy<alarms::AlarmTable>(alarms::ALARM_SERVICE)->Start();
     } catch (const NS_BUNDLEMGR1::InterfaceNotExistException&) {
-        m_log.Error(__LINE__, "in svc.cfg %s and %s must stand above %s", ORB_SERVICE, NAMING_SERVICE, NOTIFY_SERVICE);
+        ZO_ERROR(m_log, "in svc.cfg %s and %s must stand above %s\n", ORB_SERVICE, NAMING_SERVICE, NOTIFY_SERVICE);
         return -1;
     }
     m_subscription.Open(alarms::EVENT_ALARM, [this](LightEventParam* param) { Enqueue(param); });
@@ -113,7 +106,7 @@ int NotifySvc::init(int, ACE_TCHAR*[]) {
 bool NotifySvc::ReadSettings() {
     std::string host;
     if (!CorbaConfigItems::Instance()->GetStrItemInfo("NotifyService_Host", host) || host.empty()) {
-        m_log.Error(__LINE__, "corba_agent.cfg does not say where the event service runs (NotifyService_HostIP)");
+        ZO_ERROR(m_log, "corba_agent.cfg does not say where the event service runs (NotifyService_HostIP)\n");
         return false;
     }
     m_address = host + ":" + std::to_string(alarms::IntSetting("NotifyServicePort", 11169, 1, 65535, m_log));
@@ -136,13 +129,13 @@ void NotifySvc::Stop() {
 void NotifySvc::Leave() {
     if (!m_channel->Connected()) return;
     if (m_peer->IsAway()) {
-        m_log.Info(__LINE__, "the event channel keeps the agent's place, the event service is away");
+        ZO_INFO(m_log, "the event channel keeps the agent's place, the event service is away\n");
         return;
     }
     try {
         m_channel->Disconnect();
     } catch (const CORBA::Exception& error) {
-        m_log.Info(__LINE__, "cannot leave the event channel: %s", Describe(error).c_str());
+        ZO_INFO(m_log, "cannot leave the event channel: %s\n", Describe(error).c_str());
     }
 }
 
@@ -152,7 +145,7 @@ void NotifySvc::Enqueue(LightEventParam* param) {
     const auto* const change = dynamic_cast<const alarms::AlarmEvent*>(param);
     if (change == nullptr) return;
     if (!m_queue->Put(*change)) {
-        m_log.Error(__LINE__, "too many changes wait for the event service, dropping the oldest");
+        ZO_ERROR(m_log, "too many changes wait for the event service, dropping the oldest\n");
     }
     if (m_wakeOnChange) m_thread.Wake();
 }
@@ -179,7 +172,7 @@ milliseconds NotifySvc::Round() {
 void NotifySvc::Connect() {
     const CosEventChannelAdmin::EventChannel_ptr channel = m_channel->Connect();
     m_names->Keep(CHANNEL_NAME, channel);
-    m_log.Info(__LINE__, "connected to %s at %s", kChannel, m_address.c_str());
+    ZO_INFO(m_log, "connected to %s at %s\n", kChannel, m_address.c_str());
 }
 
 /// A change that could not be pushed stays the current one, and is tried again.
@@ -188,7 +181,7 @@ bool NotifySvc::NextChange() {
     m_current = m_queue->Take();
     if (m_current) return true;
     const std::uint64_t dropped = m_queue->TakeDropped();
-    if (dropped != 0) m_log.Error(__LINE__, "dropped %" PRIu64 " changes in all", dropped);
+    if (dropped != 0) ZO_ERROR(m_log, "dropped %" PRIu64 " changes in all\n", dropped);
     return false;
 }
 
@@ -202,8 +195,8 @@ void NotifySvc::PushChange() {
         if (!IsRefusal(error)) throw;
         // No try will do better, and the changes behind this one must get through.
         if (!m_refusing) {
-            m_log.Error(__LINE__, "the event service refuses change %" PRIu64 " (%s); is its native code set UTF-8?",
-                        m_current->m_sequence, Describe(error).c_str());
+            ZO_ERROR(m_log, "the event service refuses change %" PRIu64 " (%s); is its native code set UTF-8?\n",
+                     m_current->m_sequence, Describe(error).c_str());
         }
         m_refusing = true;
     }

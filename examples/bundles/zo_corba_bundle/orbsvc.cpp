@@ -9,6 +9,7 @@
 
 #include <bundlemgr/base.h>
 #include <bundlemgr/bundle.h>
+#include <bundlemgr/kit.h>
 
 #include "accessguard.h"
 #include "agentservant.h"
@@ -17,14 +18,11 @@
 #include "corbainterfaces.h"
 #include "iteratorpool.h"
 #include "peer.h"
-#include "servicelog.h"
-#include "servicethread.h"
 #include "settings.h"
 
 using NS_BUNDLEMGR1::CorbaConfigItems;
 using NS_BUNDLEMGR1::NameValueStru;
 using NS_BUNDLEMGR1::ServiceInterfaceProxy;
-using NS_BUNDLEMGR1::ServiceObjectBase;
 
 namespace corba_bundle {
 
@@ -61,30 +59,21 @@ private:
     std::vector<NameValueStru> m_options;
 };
 
-class OrbSvc : public ServiceObjectBase {
+class OrbSvc : public zo::Service {
 public:
-    OrbSvc() : ServiceObjectBase(BUNDLE, ORB_SERVICE) {}
+    OrbSvc() : Service(BUNDLE, ORB_SERVICE) {}
     ~OrbSvc() override { Stop(); }
 
     int init(int argc, ACE_TCHAR* argv[]) override;
-    void SetInterface() override;
 
-    // Services are finalised before the bundles are asked for their threads. One that was
-    // removed is not asked any more, one that ran its own `fini` still is: each of the three
-    // ends the ORB.
     void ExitThreads() override { Stop(); }
-    int fini() override {
-        Stop();
-        return ServiceObjectBase::fini();
-    }
 
 private:
     bool ReadSettings();
     void Start();
-    void Withdraw();
     void Stop();
 
-    alarms::ServiceLog m_log{BUNDLE, ORB_SERVICE, "orbsvc"};
+    zo::Log m_log{ORB_SERVICE, BUNDLE, ORB_SERVICE};
     OrbOptions m_options;
     std::string m_endPoint;
     seconds m_longestIdle{60};
@@ -97,7 +86,7 @@ private:
     PortableServer::Servant_var<AgentServant> m_servant;
     NbiAlarm::Agent_var m_agent;
     std::thread m_orbThread;
-    alarms::ServiceThread m_watch{m_log};
+    zo::ServiceThread m_watch{m_log};
 };
 
 /// What the other services of the bundle see.
@@ -120,26 +109,21 @@ int OrbSvc::init(int, ACE_TCHAR*[]) {
     try {
         Start();
     } catch (const NS_BUNDLEMGR1::InterfaceNotExistException&) {
-        m_log.Error(__LINE__, "%s publishes no alarm table; is zo_base_bundle in bundlemgr.cfg?",
-                    alarms::ALARM_SERVICE);
+        ZO_ERROR(m_log, "%s publishes no alarm table; is zo_base_bundle in bundlemgr.cfg?\n", alarms::ALARM_SERVICE);
         return -1;
     } catch (const CORBA::Exception& error) {
-        m_log.Error(__LINE__, "cannot start the ORB on %s: %s", m_endPoint.c_str(), Describe(error).c_str());
+        ZO_ERROR(m_log, "cannot start the ORB on %s: %s\n", m_endPoint.c_str(), Describe(error).c_str());
         return -1;
     }
-    SetInterface();
-    m_log.Info(__LINE__, "the agent's object is served at %s", m_endPoint.c_str());
+    Publish(std::make_unique<PublishedOrb>(m_orb, m_agent));
+    ZO_INFO(m_log, "the agent's object is served at %s\n", m_endPoint.c_str());
     return 0;
-}
-
-void OrbSvc::SetInterface() {
-    m_pInterface = new PublishedOrb(m_orb, m_agent);
 }
 
 bool OrbSvc::ReadSettings() {
     std::string host;
     if (!CorbaConfigItems::Instance()->GetStrItemInfo("CORBAAgent_Host", host) || host.empty()) {
-        m_log.Error(__LINE__, "corba_agent.cfg does not say where the agent runs (CORBAAgent_HostIP)");
+        ZO_ERROR(m_log, "corba_agent.cfg does not say where the agent runs (CORBAAgent_HostIP)\n");
         return false;
     }
     // Port 0: any that is free; clients find it in the naming service.
@@ -178,21 +162,14 @@ void OrbSvc::Start() {
     m_orbThread = std::thread([orb = m_orb] { orb->run(); });
     m_watch.Start([this] {
         const std::size_t reaped = m_iterators->Reap();
-        if (reaped != 0) m_log.Info(__LINE__, "reaped %zu iterators that were left alone", reaped);
+        if (reaped != 0) ZO_INFO(m_log, "reaped %zu iterators that were left alone\n", reaped);
         m_limit.CheckDescriptors();
         return kLookEvery;
     });
 }
 
-/// Else the registry of interfaces would hand it out for ever.
-void OrbSvc::Withdraw() {
-    if (m_pInterface == nullptr) return;
-    NS_BUNDLEMGR1::SetIFBuf(ORB_SERVICE, nullptr);
-    RemoveInterface();
-}
-
 void OrbSvc::Stop() {
-    Withdraw();
+    RemoveInterface();
     m_watch.Stop();
     if (CORBA::is_nil(m_orb)) return;
     // After this no call is under way any more and nothing of this library is called by
@@ -203,7 +180,7 @@ void OrbSvc::Stop() {
     m_limit.End();
     m_orb->destroy();
     m_orb = CORBA::ORB::_nil();
-    m_log.Info(__LINE__, "the ORB has ended");
+    ZO_INFO(m_log, "the ORB has ended\n");
 }
 
 }  // namespace

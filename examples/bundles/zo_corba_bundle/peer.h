@@ -8,8 +8,9 @@
 
 #include <omniORB4/CORBA.h>
 
+#include <bundlemgr/kit.h>
+
 #include "corbainterfaces.h"
-#include "servicelog.h"
 
 namespace corba_bundle {
 
@@ -27,21 +28,21 @@ class Peer {
 public:
     /// @param service the service that reports
     /// @param what    how it calls the server
-    Peer(const char* service, std::string what) : m_log(BUNDLE, service, "peer"), m_what(std::move(what)) {}
+    Peer(const char* service, std::string what) : m_log(service, BUNDLE, service), m_what(std::move(what)) {}
 
     /// Whether it failed to answer when it was last called.
     bool IsAway() const { return m_state == AWAY; }
 
     /// It has answered.
     void Here() {
-        if (m_state != HERE) m_log.Info(__LINE__, "%s is there", m_what.c_str());
+        if (m_state != HERE) ZO_INFO(m_log, "%s is there\n", m_what.c_str());
         m_state = HERE;
         m_delay = kFirstDelay;
     }
 
     /// It has not. @return how long to wait before the next try
     std::chrono::milliseconds Away(const std::string& why) {
-        if (m_state != AWAY) m_log.Error(__LINE__, "%s is away (%s), trying again", m_what.c_str(), why.c_str());
+        if (m_state != AWAY) ZO_ERROR(m_log, "%s is away (%s), trying again\n", m_what.c_str(), why.c_str());
         m_state = AWAY;
         return std::exchange(m_delay, std::min(m_delay * 2, kLongestDelay));
     }
@@ -50,7 +51,7 @@ private:
     static constexpr std::chrono::milliseconds kFirstDelay{200};
     static constexpr std::chrono::milliseconds kLongestDelay{5000};
 
-    alarms::ServiceLog m_log;
+    const zo::Log m_log;
     const std::string m_what;
     enum { UNKNOWN, HERE, AWAY } m_state = UNKNOWN;
     std::chrono::milliseconds m_delay = kFirstDelay;

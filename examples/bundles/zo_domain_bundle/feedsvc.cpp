@@ -4,12 +4,12 @@
 #include <chrono>
 #include <memory>
 
+#include <bundlemgr/kit.h>
+
 #include "alarmtable.h"
 #include "feed.h"
 #include "feedfollower.h"
 #include "feedline.h"
-#include "servicelog.h"
-#include "servicethread.h"
 #include "settings.h"
 
 namespace {
@@ -21,7 +21,6 @@ using alarms::FeedLine;
 using NS_BUNDLEMGR1::CorbaConfigItems;
 using NS_BUNDLEMGR1::NameValueStru;
 using NS_BUNDLEMGR1::ServiceInterfaceProxy;
-using NS_BUNDLEMGR1::ServiceObjectBase;
 
 constexpr char kStandardFile[] = "var/alarms.feed";
 constexpr int kStandardPollMilliseconds = 100;
@@ -45,10 +44,9 @@ private:
     std::atomic<std::uint64_t> m_rejected{0};
 };
 
-class FeedSvc : public ServiceObjectBase, public FeedFollower::Reader {
+class FeedSvc : public zo::Service, public FeedFollower::Reader {
 public:
-    FeedSvc() : ServiceObjectBase("zo_domain_bundle", alarms::FEED_SERVICE) {}
-    ~FeedSvc() override { Stop(); }
+    FeedSvc() : Service("zo_domain_bundle", alarms::FEED_SERVICE) {}
 
     int init(int, ACE_TCHAR*[]) override {
         // Looked up here and not on the thread: the first look-up takes locks that are
@@ -56,29 +54,20 @@ public:
         try {
             m_alarms.GetInterface();
         } catch (const NS_BUNDLEMGR1::InterfaceNotExistException&) {
-            m_log.Error(__LINE__, "%s is not there; is zo_base_bundle in bundlemgr.cfg?", alarms::ALARM_SERVICE);
+            ZO_ERROR(m_log, "%s is not there; is zo_base_bundle in bundlemgr.cfg?\n", alarms::ALARM_SERVICE);
             return -1;
         }
         m_pause = std::chrono::milliseconds(
             alarms::IntSetting("FeedPollMilliseconds", kStandardPollMilliseconds, 1, kMostPollMilliseconds, m_log));
-        SetInterface();
+        std::string file = kStandardFile;
+        CorbaConfigItems::Instance()->GetStrItemInfo("FeedFile", file);
+        m_feed = Publish(std::make_unique<FeedImpl>(alarms::PathInRoot(file)));
         m_follower = std::make_unique<FeedFollower>(m_feed->File(), *this);
         m_thread.Start([this] {
             m_follower->Poll();
             return m_pause;
         });
         return 0;
-    }
-
-    int fini() override {
-        Stop();
-        return ServiceObjectBase::fini();
-    }
-
-    void SetInterface() override {
-        std::string file = kStandardFile;
-        CorbaConfigItems::Instance()->GetStrItemInfo("FeedFile", file);
-        m_pInterface = m_feed = new FeedImpl(alarms::PathInRoot(file));
     }
 
     void ExitThreads() override { m_thread.Stop(); }
@@ -101,9 +90,7 @@ private:
         Reject(number, "more than " + std::to_string(FeedFollower::kMaxLine) + " bytes");
     }
 
-    void Notice(const std::string& text) override {
-        m_log.Info(__LINE__, "%s %s", m_feed->File().c_str(), text.c_str());
-    }
+    void Notice(const std::string& text) override { ZO_INFO(m_log, "%s %s\n", m_feed->File().c_str(), text.c_str()); }
 
     bool Stopping() override { return m_thread.Stopping(); }
 
@@ -128,25 +115,15 @@ private:
 
     void Reject(unsigned long number, const std::string& reason) {
         m_feed->CountRejected();
-        m_log.Error(__LINE__, "%s:%lu: %s; line skipped", m_feed->File().c_str(), number, reason.c_str());
+        ZO_ERROR(m_log, "%s:%lu: %s; line skipped\n", m_feed->File().c_str(), number, reason.c_str());
     }
 
-    // Also when the service is removed without ExitThreads: its code is unmapped next,
-    // and no thread may be left in it.
-    void Stop() {
-        m_thread.Stop();
-        m_follower.reset();
-        if (m_pInterface == nullptr) return;
-        NS_BUNDLEMGR1::SetIFBuf(alarms::FEED_SERVICE, nullptr);
-        RemoveInterface();
-    }
-
-    alarms::ServiceLog m_log{"zo_domain_bundle", alarms::FEED_SERVICE, "feedsvc"};
+    zo::Log m_log{alarms::FEED_SERVICE, "zo_domain_bundle", alarms::FEED_SERVICE};
     ServiceInterfaceProxy<AlarmTable> m_alarms{alarms::ALARM_SERVICE};
     FeedImpl* m_feed = nullptr;  // the published interface
     std::unique_ptr<FeedFollower> m_follower;
     std::chrono::milliseconds m_pause{};
-    alarms::ServiceThread m_thread{m_log};
+    zo::ServiceThread m_thread{m_log};
 };
 
 }  // namespace

@@ -1,14 +1,15 @@
 // StatisticsSvc: counts alarms from the events that tell of their changes, and logs the
 // counts on a heartbeat when they have moved.
 #include <map>
+#include <memory>
 #include <mutex>
+
+#include <bundlemgr/kit.h>
 
 #include "alarmevent.h"
 #include "alarmtable.h"
-#include "eventsubscription.h"
 #include "feed.h"
 #include "heartbeat.h"
-#include "servicelog.h"
 #include "statistics.h"
 
 namespace {
@@ -21,7 +22,6 @@ using alarms::HeartbeatEvent;
 using alarms::Severity;
 using NS_BUNDLEMGR1::LightEventParam;
 using NS_BUNDLEMGR1::ServiceInterfaceProxy;
-using NS_BUNDLEMGR1::ServiceObjectBase;
 
 class StatisticsImpl : public alarms::Statistics {
 public:
@@ -85,10 +85,9 @@ private:
     std::uint64_t m_sequence = 0;                  // of the last change counted
 };
 
-class StatisticsSvc : public ServiceObjectBase {
+class StatisticsSvc : public zo::Service {
 public:
-    StatisticsSvc() : ServiceObjectBase("zo_domain_bundle", alarms::STATISTICS_SERVICE) {}
-    ~StatisticsSvc() override { Stop(); }
+    StatisticsSvc() : Service("zo_domain_bundle", alarms::STATISTICS_SERVICE) {}
 
     int init(int, ACE_TCHAR*[]) override {
         // Looked up here and not in the handler: the first look-up takes locks that are
@@ -98,11 +97,11 @@ public:
             table = ServiceInterfaceProxy<AlarmTable>(alarms::ALARM_SERVICE).GetInterface();
             m_feed.GetInterface();
         } catch (const NS_BUNDLEMGR1::InterfaceNotExistException&) {
-            m_log.Error(__LINE__, "%s or %s is not there; both come before %s", alarms::ALARM_SERVICE,
-                        alarms::FEED_SERVICE, alarms::STATISTICS_SERVICE);
+            ZO_ERROR(m_log, "%s or %s is not there; both come before %s\n", alarms::ALARM_SERVICE, alarms::FEED_SERVICE,
+                     alarms::STATISTICS_SERVICE);
             return -1;
         }
-        SetInterface();
+        m_statistics = Publish(std::make_unique<StatisticsImpl>());
         // No event between the two steps may be handled before the second is done.
         const std::lock_guard<std::mutex> guard(m_beginMutex);
         m_alarmEvents.Open(alarms::EVENT_ALARM, [this](LightEventParam* param) { OnAlarm(param); });
@@ -110,13 +109,6 @@ public:
         m_heartbeats.Open(alarms::EVENT_HEARTBEAT, [this](LightEventParam* param) { OnHeartbeat(param); });
         return 0;
     }
-
-    int fini() override {
-        Stop();
-        return ServiceObjectBase::fini();
-    }
-
-    void SetInterface() override { m_pInterface = m_statistics = new StatisticsImpl; }
 
     // It has no thread of its own; the event manager's must leave it alone, though.
     void ExitThreads() override {
@@ -140,31 +132,24 @@ private:
         if (changes == m_loggedChanges) return;
         m_loggedChanges = changes;
         const Feed::Counters feed = m_feed->Count();
-        m_log.Info(__LINE__,
-                   "active: %llu critical, %llu major, %llu minor, %llu warning, %llu indeterminate; so far: %llu "
-                   "raised, %llu changed, %llu cleared; feed: %llu lines applied, %llu skipped",
-                   Number(now.active[alarms::SEVERITY_CRITICAL]), Number(now.active[alarms::SEVERITY_MAJOR]),
-                   Number(now.active[alarms::SEVERITY_MINOR]), Number(now.active[alarms::SEVERITY_WARNING]),
-                   Number(now.active[alarms::SEVERITY_INDETERMINATE]), Number(now.raised), Number(now.changed),
-                   Number(now.cleared), Number(feed.applied), Number(feed.rejected));
+        ZO_INFO(m_log,
+                "active: %llu critical, %llu major, %llu minor, %llu warning, %llu indeterminate; so far: %llu "
+                "raised, %llu changed, %llu cleared; feed: %llu lines applied, %llu skipped\n",
+                Number(now.active[alarms::SEVERITY_CRITICAL]), Number(now.active[alarms::SEVERITY_MAJOR]),
+                Number(now.active[alarms::SEVERITY_MINOR]), Number(now.active[alarms::SEVERITY_WARNING]),
+                Number(now.active[alarms::SEVERITY_INDETERMINATE]), Number(now.raised), Number(now.changed),
+                Number(now.cleared), Number(feed.applied), Number(feed.rejected));
     }
 
     static unsigned long long Number(std::uint64_t count) { return count; }
 
-    void Stop() {
-        ExitThreads();
-        if (m_pInterface == nullptr) return;
-        NS_BUNDLEMGR1::SetIFBuf(alarms::STATISTICS_SERVICE, nullptr);
-        RemoveInterface();
-    }
-
-    alarms::ServiceLog m_log{"zo_domain_bundle", alarms::STATISTICS_SERVICE, "statisticssvc"};
+    zo::Log m_log{alarms::STATISTICS_SERVICE, "zo_domain_bundle", alarms::STATISTICS_SERVICE};
     ServiceInterfaceProxy<Feed> m_feed{alarms::FEED_SERVICE};
     StatisticsImpl* m_statistics = nullptr;  // the published interface
     std::mutex m_beginMutex;
     std::uint64_t m_loggedChanges = 0;
-    alarms::EventSubscription m_alarmEvents;
-    alarms::EventSubscription m_heartbeats;
+    zo::EventSubscription m_alarmEvents;
+    zo::EventSubscription m_heartbeats;
 };
 
 }  // namespace
