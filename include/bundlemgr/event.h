@@ -64,7 +64,8 @@ public:
 ///
 /// The host starts it with `Init`, before the bundles are initialised, and ends it with `Fini`
 /// and `Destroy`, after the bundles were finalised and waited for and before
-/// `BundleMgr::Destroy` unmaps the code of their handlers; it is not meant to be started again. Posting never waits for a handler.
+/// `BundleMgr::Destroy` unmaps the code of their handlers. It is not meant to be started again.
+/// Posting never waits for a handler.
 ///
 /// Thread safety: everything may be called from any thread, handlers included, also while
 /// another thread destroys the event manager.

@@ -108,7 +108,9 @@ private:
 /// any more, and in a forked child.
 ///
 /// The function may close its own subscription, reopen or destroy it: that returns at once, and
-/// the call that is under way goes on to its end. Whoever else closes it waits for that call.
+/// the call that is under way goes on to its end. Whoever else closes it waits for that call;
+/// two functions that close each other's subscription at once, on two workers, would do so for
+/// ever.
 /// An exception from the function ends the handling of the event, as one from any handler.
 ///
 /// An event manager that is destroyed forgets the subscription; a new one has to be told anew.

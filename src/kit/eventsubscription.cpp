@@ -8,7 +8,8 @@ namespace NS_BUNDLEMGR1 {
 
 /// What the event manager calls. Lives in this library, and as long as a thread is in it, so
 /// that a function may destroy its subscription.
-class EventSubscription::Gate : public LightEventHandler, public std::enable_shared_from_this<Gate> {
+class __attribute__((visibility("hidden"))) EventSubscription::Gate : public LightEventHandler,
+                                                                      public std::enable_shared_from_this<Gate> {
 public:
     void HandleLightEvent(int, LightEventParam* param) override {
         const std::shared_ptr<Gate> self = shared_from_this();

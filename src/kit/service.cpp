@@ -1,4 +1,5 @@
-#include <set>
+#include <map>
+#include <new>
 #include <utility>
 
 #include <bundlemgr/kit.h>
@@ -9,23 +10,26 @@ namespace NS_BUNDLEMGR1 {
 
 namespace {
 
-// Names whose interface was withdrawn: proxies do not search for those again, but take what is
-// set. Never destroyed, and made on first use, as the registry itself.
-class WithdrawnNames {
+// The names under which interfaces are published, and whether the latest was withdrawn: proxies
+// do not search for such a name again, but take what is set. Never destroyed, and made on first
+// use, as the registry itself.
+class PublishedNames {
 public:
-    static void Add(const std::string& name) {
+    /// @return whether an interface of that name was withdrawn
+    /// @throws std::bad_alloc
+    static bool Add(const std::string& name) {
         const KitLock lock;
-        Names().insert(name);
+        return std::exchange(Names()[name], false);
     }
 
-    static bool Take(const std::string& name) {
+    static void SetWithdrawn(const std::string& name) {
         const KitLock lock;
-        return Names().erase(name) != 0;
+        Names()[name] = true;
     }
 
 private:
-    static std::set<std::string>& Names() {
-        static auto* const names = new std::set<std::string>;
+    static std::map<std::string, bool>& Names() {
+        static auto* const names = new std::map<std::string, bool>;
         return *names;
     }
 };
@@ -48,15 +52,22 @@ void Service::ExitThreads() {}
 
 void Service::RemoveInterface() {
     if (m_pInterface == nullptr) return;
-    SetIFBuf(m_strServiceName, nullptr);
-    WithdrawnNames::Add(m_strServiceName);
+    try {
+        SetIFBuf(m_strServiceName, nullptr);
+        PublishedNames::SetWithdrawn(m_strServiceName);
+    } catch (const std::bad_alloc&) {
+        // The name is new to them: nobody has found the interface.
+    }
     ServiceObjectBase::RemoveInterface();
 }
 
+// Whatever takes memory comes first: a destructor could not report that there is none.
 void Service::Own(std::unique_ptr<ServiceInterface> iface) {
     RemoveInterface();
+    CheckIFBuf(m_strServiceName);
+    const bool wasWithdrawn = PublishedNames::Add(m_strServiceName);
     m_pInterface = iface.release();
-    if (WithdrawnNames::Take(m_strServiceName)) SetIFBuf(m_strServiceName, m_pInterface);
+    if (wasWithdrawn) SetIFBuf(m_strServiceName, m_pInterface);
 }
 
 }  // namespace NS_BUNDLEMGR1

@@ -20,7 +20,7 @@ constexpr std::chrono::hours kLongestPause(24 * 365);  // a clock's range is not
 
 /// One life of the thread, from a start to its end. Belongs to the thread as well, so that the
 /// function may destroy its `ServiceThread`.
-class ServiceThread::Run : public std::enable_shared_from_this<Run> {
+class __attribute__((visibility("hidden"))) ServiceThread::Run : public std::enable_shared_from_this<Run> {
 public:
     Run(const Log& log, Round round) : m_log(log), m_round(std::move(round)), m_forks(KitLock::Forks()) {}
 

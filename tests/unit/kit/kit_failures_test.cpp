@@ -8,8 +8,11 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <memory>
 #include <new>
+#include <string>
 #include <system_error>
+#include <vector>
 
 #include <gmock/gmock.h>
 
@@ -164,6 +167,44 @@ TEST_F(KitFailures, WithoutMemoryToOpenASubscriptionIsClosedOrAsItWas) {
     subscription.Open(kEvent, [&](LightEventParam*) { ++latter; });
     handle();
     EXPECT_EQ(1, latter);
+}
+
+class Named : public NS_BUNDLEMGR1::ServiceInterface {
+public:
+    std::string GetDescription() override { return "named"; }
+    void* GetImplementation() override { return this; }
+};
+
+class PublishingService : public zo::Service {
+public:
+    PublishingService() : Service("bundle", "a name that is too long for the string object itself") {}
+    using Service::m_pInterface;
+    using Service::Publish;
+};
+
+TEST_F(KitFailures, WithoutMemoryAnInterfaceIsWithdrawnAllTheSame) {
+    using NS_BUNDLEMGR1::CheckIFBuf;
+    StdoutOf([] {
+        auto service = std::make_unique<PublishingService>();
+        service->Publish(std::make_unique<Named>());
+        const std::vector<NS_BUNDLEMGR1::ServiceInterface*>& known = *CheckIFBuf(service->GetName());
+        NS_BUNDLEMGR1::SetIFBuf(service->GetName(), service->GetInterface());
+        t_failingAllocation = 1;
+        service.reset();
+        t_failingAllocation = 0;
+        EXPECT_THAT(known, testing::ElementsAre(nullptr));
+    });
+}
+
+TEST_F(KitFailures, WithoutMemoryToWithdrawWhatNobodyKnowsItIsDeletedAllTheSame) {
+    StdoutOf([] {
+        PublishingService service;
+        service.m_pInterface = new Named;
+        t_failingAllocation = 1;
+        service.RemoveInterface();
+        t_failingAllocation = 0;
+        EXPECT_EQ(nullptr, service.GetInterface());
+    });
 }
 
 TEST_F(KitFailures, WithoutMemoryForItsProxyALogPrintsTheFormatAndThrowsNothing) {
