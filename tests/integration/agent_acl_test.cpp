@@ -7,12 +7,15 @@
 #include "support/alarmfeed.h"
 #include "support/lineclient.h"
 
+namespace test {
 namespace {
 
-using test::Agent;
-using test::AgentRoot;
-using test::Count;
-using test::LineClient;
+// What a client at that address gets as an answer to LIST.
+std::string ListFor(const Agent& agent, const std::string& address) {
+    LineClient client(agent.TextPort(), {address});
+    client.Send("LIST\n");
+    return client.ReadThrough("END\n");
+}
 
 TEST(AgentText, RefusesAddressesThatAreInNoAclItem) {
     const AgentRoot root;
@@ -20,17 +23,12 @@ TEST(AgentText, RefusesAddressesThatAreInNoAclItem) {
     Agent agent(root);
     ASSERT_TRUE(agent.WaitUntilReady());
 
-    LineClient::Settings settings;
-    settings.from = "127.0.0.2";
-    LineClient stranger(agent.TextPort(), settings);
+    LineClient stranger(agent.TextPort(), {"127.0.0.2"});
     stranger.Send("LIST\n");
     EXPECT_EQ(stranger.ReadToEnd(), "");
     EXPECT_FALSE(stranger.IsOpen());
     for (const char* const address : {"127.0.0.1", "127.0.0.3"}) {
-        settings.from = address;
-        LineClient friendly(agent.TextPort(), settings);
-        friendly.Send("LIST\n");
-        EXPECT_EQ(friendly.ReadThrough("END\n"), "LIST 0 0\nEND\n");
+        EXPECT_EQ(ListFor(agent, address), "LIST 0 0\nEND\n");
     }
     EXPECT_EQ(Count(root.Log(), "client 127.0.0.2:" + std::to_string(stranger.Port()) +
                                     " refused, its address is in no acl item\n"),
@@ -44,14 +42,10 @@ TEST(AgentText, WithoutAclItemsOnlyLoopbackMayConnect) {
     Agent agent(root);
     ASSERT_TRUE(agent.WaitUntilReady());
 
-    LineClient::Settings settings;
-    settings.from = "127.0.0.2";
-    LineClient stranger(agent.TextPort(), settings);
+    LineClient stranger(agent.TextPort(), {"127.0.0.2"});
     EXPECT_EQ(stranger.ReadToEnd(), "");
     EXPECT_FALSE(stranger.IsOpen());
-    LineClient local(agent.TextPort());
-    local.Send("LIST\n");
-    EXPECT_EQ(local.ReadThrough("END\n"), "LIST 0 0\nEND\n");
+    EXPECT_EQ(ListFor(agent, "127.0.0.1"), "LIST 0 0\nEND\n");
     EXPECT_EQ(agent.Stop(), 0);
 }
 
@@ -63,11 +57,7 @@ TEST(AgentText, SkipsAclEntriesThatAreNoAddressesAndReportsEachOnce) {
 
     LineClient stranger(agent.TextPort());
     EXPECT_EQ(stranger.ReadToEnd(), "");
-    LineClient::Settings settings;
-    settings.from = "127.0.0.3";
-    LineClient friendly(agent.TextPort(), settings);
-    friendly.Send("LIST\n");
-    EXPECT_EQ(friendly.ReadThrough("END\n"), "LIST 0 0\nEND\n");
+    EXPECT_EQ(ListFor(agent, "127.0.0.3"), "LIST 0 0\nEND\n");
     EXPECT_EQ(agent.Stop(), 0);
     const std::string log = root.Log();
     for (const std::string entry : {"*", "localhost", "::1", "127.0.0.0/8", "127.0.0.01"}) {
@@ -89,15 +79,6 @@ TEST(AgentText, AnAclWithoutAnyAddressLetsNobodyIn) {
     EXPECT_FALSE(local.IsOpen());
     EXPECT_EQ(agent.Stop(), 0);
     EXPECT_EQ(Count(root.Log(), " for nobody\n"), 1U) << root.Log();
-}
-
-// What a client at that address gets as an answer to LIST.
-std::string ListFor(const Agent& agent, const std::string& address) {
-    LineClient::Settings settings;
-    settings.from = address;
-    LineClient client(agent.TextPort(), settings);
-    client.Send("LIST\n");
-    return client.ReadThrough("END\n");
 }
 
 // An item whose reading in one piece would end with the last digit but one.
@@ -183,3 +164,4 @@ TEST(AgentText, RecordsTheRefusalOfAnAddressOnceHoweverOftenItConnects) {
 }
 
 }  // namespace
+}  // namespace test

@@ -3,9 +3,8 @@
 
 #include "integration/agentcorbatest.h"
 
+namespace test {
 namespace {
-
-using test::AgentCorbaTest;
 
 TEST_F(AgentCorbaTest, RefusesClientsFromOtherAddresses) {
     m_root.SetItem("acl", "127.0.0.2");
@@ -27,3 +26,4 @@ TEST_F(AgentCorbaTest, AnAclWithoutAnyAddressLetsNobodyIn) {
 }
 
 }  // namespace
+}  // namespace test

@@ -9,13 +9,8 @@
 #include "integration/agentcorbatest.h"
 #include "support/wait.h"
 
+namespace test {
 namespace {
-
-using test::AgentCorbaTest;
-using test::Ids;
-using test::RaiseLines;
-using test::Text;
-using test::WaitFor;
 
 TEST_F(AgentCorbaTest, ListsWhatTheFeedRaisedInUtf8) {
     ASSERT_NO_FATAL_FAILURE(StartAgentAndClient());
@@ -183,3 +178,4 @@ TEST_F(AgentCorbaTest, SendsAlarmsWithLongTextsInMessagesThatAnOrbTakes) {
 }
 
 }  // namespace
+}  // namespace test

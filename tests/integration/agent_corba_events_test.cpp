@@ -8,11 +8,8 @@
 #include "integration/agentcorbatest.h"
 #include "support/wait.h"
 
+namespace test {
 namespace {
-
-using test::AgentCorbaTest;
-using test::RaiseLines;
-using test::WaitFor;
 
 TEST_F(AgentCorbaTest, PushesGoOnWhenTheEventServiceWasRestartedWithItsData) {
     ASSERT_NO_FATAL_FAILURE(StartAgentAndClient());
@@ -95,7 +92,7 @@ TEST_F(AgentCorbaTest, DropsTheOldestChangesWhenTheEventServiceIsAwayForTooLong)
 }
 
 TEST_F(AgentCorbaTest, AnEventServiceThatKnowsNoUtf8MissesOnlyWhatItCannotTake) {
-    m_events = std::make_unique<test::EventServer>("ISO-8859-1");
+    m_events = std::make_unique<EventServer>("ISO-8859-1");
     m_root.SetItem("NotifyServicePort", m_events->Port());
     ASSERT_NO_FATAL_FAILURE(StartAgentAndClient());
     ASSERT_NO_FATAL_FAILURE(Subscribe());
@@ -111,3 +108,4 @@ TEST_F(AgentCorbaTest, AnEventServiceThatKnowsNoUtf8MissesOnlyWhatItCannotTake) 
 }
 
 }  // namespace
+}  // namespace test

@@ -9,18 +9,12 @@
 #include "integration/agentcorbatest.h"
 #include "support/giop.h"
 
+namespace test {
 namespace {
-
-using test::GiopClient;
-using test::GiopRequest;
-using test::GiopTarget;
-using test::kLatin1;
-using test::kNoCodeSet;
-using test::kUtf8;
 
 constexpr char kDataConversion[] = "IDL:omg.org/CORBA/DATA_CONVERSION:1.0";
 
-class AgentCorbaGiopTest : public test::AgentCorbaTest {
+class AgentCorbaGiopTest : public AgentCorbaTest {
 protected:
     /// An agent with two alarms that have the same text, which is GBK.
     void StartWithText(const std::string& text) {
@@ -99,3 +93,4 @@ TEST_F(AgentCorbaGiopTest, AListWhoseReplyCannotBeMadeLeavesNoIteratorBehind) {
 }
 
 }  // namespace
+}  // namespace test

@@ -9,12 +9,8 @@
 #include "integration/agentcorbatest.h"
 #include "support/wait.h"
 
+namespace test {
 namespace {
-
-using test::AgentCorbaTest;
-using test::Ids;
-using test::RaiseLines;
-using test::WaitFor;
 
 class AgentCorbaIteratorTest : public AgentCorbaTest {
 protected:
@@ -166,3 +162,4 @@ TEST_F(AgentCorbaIteratorTest, ListsThatSeveralShareAreBoundedTheSame) {
 }
 
 }  // namespace
+}  // namespace test

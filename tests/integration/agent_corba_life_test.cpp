@@ -14,12 +14,8 @@
 #include "support/lineclient.h"
 #include "support/wait.h"
 
+namespace test {
 namespace {
-
-using test::AgentCorbaTest;
-using test::Client;
-using test::RaiseLines;
-using test::WaitFor;
 
 TEST_F(AgentCorbaTest, StartsWhileNamingAndEventServiceAreAway) {
     m_naming->Kill();
@@ -96,9 +92,9 @@ TEST_F(AgentCorbaTest, StopsWhileAClientDoesNotTakeItsReplies) {
     NbiAlarm::AlarmIterator_var rest;
     ASSERT_TRUE(
         WaitFor([&] { return m_service->getActiveAlarms(0, alarms.out(), rest.out()).sequenceNumber == 1000; }));
-    const test::GiopTarget target(m_service);
-    test::LineClient client(target.port, {"127.0.0.1", 4096});
-    const std::string request = test::GiopRequest(target.key, "getActiveAlarms").Number(1000).Bytes();
+    const GiopTarget target(m_service);
+    LineClient client(target.port, {"127.0.0.1", 4096});
+    const std::string request = GiopRequest(target.key, "getActiveAlarms").Number(1000).Bytes();
     for (int i = 0; i < 20; ++i) client.Send(request);
     char first[4] = {};
     ASSERT_EQ(recv(client.Handle(), first, sizeof first, MSG_WAITALL), 4);
@@ -137,7 +133,7 @@ TEST_F(AgentCorbaTest, SaysNoGoodbyeToServersThatDoNotAnswer) {
 
 TEST_F(AgentCorbaTest, AnOccupiedPortFailsTheStartWithAReason) {
     m_root.SetItem("CorbaAgentPort", m_naming->Port());
-    test::Agent agent(m_root);
+    Agent agent(m_root);
 
     EXPECT_EQ(agent.Process().Wait(), 1);
 
@@ -147,3 +143,4 @@ TEST_F(AgentCorbaTest, AnOccupiedPortFailsTheStartWithAReason) {
 }
 
 }  // namespace
+}  // namespace test

@@ -17,14 +17,10 @@
 #include "support/giop.h"
 #include "support/wait.h"
 
+namespace test {
 namespace {
 
-using test::GiopClient;
-using test::GiopRequest;
-using test::GiopTarget;
-using test::WaitFor;
-
-class AgentCorbaLoadTest : public test::AgentCorbaTest {
+class AgentCorbaLoadTest : public AgentCorbaTest {
 protected:
     void StartAgentAndTarget() {
         ASSERT_NO_FATAL_FAILURE(StartAgentAndClient());
@@ -119,7 +115,7 @@ TEST_F(AgentCorbaLoadTest, ClosesConnectionsForWhichThereIsNoDescriptorUntilTher
 
 TEST_F(AgentCorbaLoadTest, RefusesAnAddressThatAclLacksWithOneRecordAMinute) {
     const auto from = [this](const char* address) {
-        test::LineClientSettings settings;
+        LineClientSettings settings;
         settings.from = address;
         GiopClient client(m_target->port, settings);
         return Call(client);
@@ -139,9 +135,9 @@ TEST_F(AgentCorbaLoadTest, RefusesAnAddressThatAclLacksWithOneRecordAMinute) {
 class FewDescriptorsTest : public AgentCorbaLoadTest {
 protected:
     void StartAgent() override {
-        m_agent = std::make_unique<test::Agent>(
-            m_root, std::vector<std::string>(), test::Agent::Environment(),
-            std::vector<std::string>{"/bin/sh", "-c", "ulimit -Sn 100 && exec \"$@\"", "sh"});
+        m_agent =
+            std::make_unique<Agent>(m_root, std::vector<std::string>(), Agent::Environment(),
+                                    std::vector<std::string>{"/bin/sh", "-c", "ulimit -Sn 100 && exec \"$@\"", "sh"});
         ASSERT_TRUE(m_agent->WaitUntilReady()) << m_agent->Err() << m_root.Log();
     }
 };
@@ -169,3 +165,4 @@ TEST_F(AgentCorbaLoadTest, ABadNumberOfTextClientsIsReportedByTheTextServerAlone
 }
 
 }  // namespace
+}  // namespace test

@@ -10,12 +10,8 @@
 #include "integration/agentcorbatest.h"
 #include "support/wait.h"
 
+namespace test {
 namespace {
-
-using test::AgentCorbaTest;
-using test::Count;
-using test::Text;
-using test::WaitFor;
 
 TEST_F(AgentCorbaTest, IsBoundAgainWhenTheNamingServiceWasRestartedWithoutItsData) {
     ASSERT_NO_FATAL_FAILURE(StartAgentAndClient());
@@ -54,10 +50,10 @@ TEST_F(AgentCorbaTest, LeavesItsNameToAnotherAgentThatAnswersAndFollowsIt) {
     Feed("event=raise;id=7;object=NE-7;severity=minor\n");
     ASSERT_TRUE(WaitForSize(1));
 
-    test::AgentRoot secondRoot;
+    AgentRoot secondRoot;
     Configure(secondRoot);
     secondRoot.Append("var/alarms.feed", "event=raise;id=8;object=NE-8;severity=major\n");
-    test::Agent second(secondRoot);
+    Agent second(secondRoot);
     ASSERT_TRUE(second.WaitUntilReady()) << second.Err();
     ASSERT_TRUE(secondRoot.WaitForLog("zo/AlarmAgent at 127.0.0.1:" + m_naming->Port() +
                                       " stands for another agent, which answers; leaving the names to it"));
@@ -82,11 +78,12 @@ TEST_F(AgentCorbaTest, TakesItsNameFromAnAgentThatDoesNotAnswer) {
     ASSERT_NO_FATAL_FAILURE(StartAgentAndClient());
     m_agent->Process().Signal(SIGSTOP);
 
-    test::AgentRoot secondRoot;
+    AgentRoot secondRoot;
     Configure(secondRoot);
-    test::Agent second(secondRoot);
+    Agent second(secondRoot);
 
     EXPECT_TRUE(secondRoot.WaitForLog("zo/AlarmAgent is bound at 127.0.0.1:" + m_naming->Port()));
 }
 
 }  // namespace
+}  // namespace test

@@ -12,12 +12,8 @@
 #include "support/tempdir.h"
 #include "support/wait.h"
 
+namespace test {
 namespace {
-
-using test::AgentCorbaTest;
-using test::RaiseLines;
-using test::Text;
-using test::WaitFor;
 
 /// The client program, zo_nms.
 class NmsTest : public AgentCorbaTest {
@@ -28,8 +24,8 @@ protected:
         std::string err;
     };
 
-    test::ChildProcess::Command Command(const std::vector<std::string>& options) const {
-        test::ChildProcess::Command command;
+    ChildProcess::Command Command(const std::vector<std::string>& options) const {
+        ChildProcess::Command command;
         command.words = {ZO_NMS};
         command.words.insert(command.words.end(), options.begin(), options.end());
         command.out = m_root / "nms.out";
@@ -37,12 +33,12 @@ protected:
         return command;
     }
 
-    std::string Out() const { return test::ReadFile(m_root / "nms.out"); }
-    std::string Err() const { return test::ReadFile(m_root / "nms.err"); }
+    std::string Out() const { return ReadFile(m_root / "nms.out"); }
+    std::string Err() const { return ReadFile(m_root / "nms.err"); }
 
     Result Run(const std::vector<std::string>& options) const {
         for (const char* const file : {"nms.out", "nms.err"}) std::filesystem::remove(m_root / file);
-        test::ChildProcess nms(Command(options));
+        ChildProcess nms(Command(options));
         const int status = nms.Wait();
         return {status, Out(), Err()};
     }
@@ -106,7 +102,7 @@ TEST_F(NmsTest, WatchesUntilItIsAskedToEnd) {
     Feed("event=raise;id=7;object=NE-7;severity=minor\n");
     ASSERT_TRUE(WaitForSize(1));
     ASSERT_TRUE(m_client->WaitForName("zo/AlarmChannel"));
-    test::ChildProcess nms(Command({"--naming", Naming(), "--list", "--watch"}));
+    ChildProcess nms(Command({"--naming", Naming(), "--list", "--watch"}));
     ASSERT_TRUE(WaitFor([&] { return Out().find("WATCHING\n") != std::string::npos; })) << Err();
 
     Feed(
@@ -128,7 +124,7 @@ TEST_F(NmsTest, WatchesUntilItIsAskedToEnd) {
 TEST_F(NmsTest, WatchesOnWhenTheEventServiceWasRestartedWithoutItsData) {
     ASSERT_NO_FATAL_FAILURE(StartAgentAndClient());
     ASSERT_TRUE(m_client->WaitForName("zo/AlarmChannel"));
-    test::ChildProcess nms(Command({"--naming", Naming(), "--watch"}));
+    ChildProcess nms(Command({"--naming", Naming(), "--watch"}));
     ASSERT_TRUE(WaitFor([&] { return Out().find("WATCHING\n") != std::string::npos; })) << Err();
 
     m_events->Kill();
@@ -147,7 +143,7 @@ TEST_F(NmsTest, TellsARestartOfTheAgentWhoseNumbersAreBelowThoseOfTheList) {
     Feed(RaiseLines("a", 3));
     ASSERT_TRUE(WaitForSize(3));
     ASSERT_TRUE(m_client->WaitForName("zo/AlarmChannel"));
-    test::ChildProcess nms(Command({"--naming", Naming(), "--list", "--watch"}));
+    ChildProcess nms(Command({"--naming", Naming(), "--list", "--watch"}));
     ASSERT_TRUE(WaitFor([&] { return Out().find("END 3\nWATCHING\n") != std::string::npos; })) << Err();
     const std::string before = Out();
 
@@ -210,3 +206,4 @@ TEST_F(NmsTest, WrongArgumentsShowTheUsage) {
 }
 
 }  // namespace
+}  // namespace test

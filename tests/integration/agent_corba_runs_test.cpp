@@ -11,15 +11,14 @@
 #include "support/agent.h"
 #include "support/wait.h"
 
+namespace test {
 namespace {
 
-using test::Count;
-
-class AgentCorbaRunsTest : public test::AgentCorbaTest {
+class AgentCorbaRunsTest : public AgentCorbaTest {
 protected:
     void SetUp() override {
         AgentCorbaTest::SetUp();
-        if (!IsSkipped()) m_client = std::make_unique<test::Client>(m_naming->Port());
+        if (!IsSkipped()) m_client = std::make_unique<Client>(m_naming->Port());
     }
 
     /// A run on an installation root of its own, so that its log and its feed are its own.
@@ -27,7 +26,7 @@ protected:
         explicit Run(const AgentCorbaRunsTest& test) { test.Configure(root); }
 
         bool Start() {
-            agent = std::make_unique<test::Agent>(root);
+            agent = std::make_unique<Agent>(root);
             return agent->WaitUntilReady() && root.WaitForLog("zo/AlarmAgent is bound at ") &&
                    root.WaitForLog("zo/AlarmChannel is bound at ");
         }
@@ -38,8 +37,8 @@ protected:
             return root.WaitForLog("the ORB has ended");
         }
 
-        test::AgentRoot root;
-        std::unique_ptr<test::Agent> agent;
+        AgentRoot root;
+        std::unique_ptr<Agent> agent;
     };
 
     bool IsBound(const char* name) const { return !CORBA::is_nil(CORBA::Object_var(m_client->Resolve(name))); }
@@ -57,7 +56,7 @@ protected:
 
     /// Whether a change of this run reaches one who subscribes now.
     void ExpectAWorkingChannel(const Run& run) const {
-        const PortableServer::Servant_var<test::Consumer> consumer(new test::Consumer);  // the client's ORB has it, too
+        const PortableServer::Servant_var<Consumer> consumer(new Consumer);  // the client's ORB has it, too
         const CosEventChannelAdmin::ProxyPushSupplier_var supplier = m_client->Subscribe(*consumer.in());
         ASSERT_FALSE(CORBA::is_nil(supplier)) << run.root.Log();
         run.root.Append("var/alarms.feed", "event=raise;id=7;object=NE-7;severity=minor\n");
@@ -93,3 +92,4 @@ TEST_F(AgentCorbaRunsTest, EachOfFiveBindsTheChannelOnceAndTakesItsNamesAway) {
 }
 
 }  // namespace
+}  // namespace test

@@ -10,16 +10,8 @@
 #include "support/alarmfeed.h"
 #include "support/lineclient.h"
 
+namespace test {
 namespace {
-
-using test::Agent;
-using test::AgentRoot;
-using test::Count;
-using test::kFeed;
-using test::LineClient;
-using test::RaisedText;
-using test::RaiseLine;
-using test::Subscriber;
 
 /// A line of the feed, and what is said of it; null: it is taken as it is.
 struct FeedLine {
@@ -137,3 +129,4 @@ TEST(AgentFeed, BeginsAgainWhenTheFileIsCutBack) {
 }
 
 }  // namespace
+}  // namespace test

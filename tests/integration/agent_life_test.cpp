@@ -17,17 +17,8 @@
 #include "support/lineclient.h"
 #include "support/wait.h"
 
+namespace test {
 namespace {
-
-using test::Agent;
-using test::AgentRoot;
-using test::Count;
-using test::kFeed;
-using test::LineClient;
-using test::RaisedText;
-using test::RaiseLine;
-using test::Subscriber;
-using test::WaitFor;
 
 TEST(AgentLife, StopsInOrderWhileClientsAreConnected) {
     const AgentRoot root;
@@ -215,3 +206,4 @@ TEST(AgentLife, APortThatIsTakenIsReported) {
 }
 
 }  // namespace
+}  // namespace test

@@ -19,16 +19,10 @@
 #include "support/lineclient.h"
 #include "support/wait.h"
 
+namespace test {
 namespace {
 
 using std::chrono::milliseconds;
-using test::Agent;
-using test::AgentRoot;
-using test::Count;
-using test::kFeed;
-using test::LineClient;
-using test::RaiseLine;
-using test::WaitFor;
 
 constexpr std::size_t kMegabyte = 1024 * 1024;
 
@@ -286,3 +280,4 @@ TEST(AgentLoad, ASlowReaderGetsItsListAndThenEachChangeThatCameMeanwhile) {
 }
 
 }  // namespace
+}  // namespace test

@@ -9,9 +9,8 @@
 #include "support/childprocess.h"
 #include "support/tempdir.h"
 
+namespace test {
 namespace {
-
-using test::ChildProcess;
 
 struct Answer {
     int status;
@@ -20,7 +19,7 @@ struct Answer {
 };
 
 Answer RunProgram(const char* program, const std::vector<std::string>& arguments) {
-    const test::TempDir dir;
+    const TempDir dir;
     ChildProcess::Command command;
     command.words = arguments;
     command.words.insert(command.words.begin(), program);
@@ -29,7 +28,7 @@ Answer RunProgram(const char* program, const std::vector<std::string>& arguments
     command.err = dir / "err";
     ChildProcess process(command);
     const int status = process.Wait();
-    return {status, test::ReadFile(dir / "out"), test::ReadFile(dir / "err")};
+    return {status, ReadFile(dir / "out"), ReadFile(dir / "err")};
 }
 
 Answer RunAgent(const std::vector<std::string>& arguments) {
@@ -85,7 +84,7 @@ TEST(AgentOptions, WithNothingToHostItSaysSo) {
     const Answer rootless = RunAgent({});
     EXPECT_EQ(rootless.status, 1);
     EXPECT_EQ(rootless.err, "zo_agent: no installation root, give --root or set KORU_SERVER_PATH\n");
-    const test::TempDir empty;
+    const TempDir empty;
     const Answer answer = RunAgent({"--root", empty.Path(), "--conf", "other"});
     EXPECT_EQ(answer.status, 1);
     EXPECT_EQ(answer.err, "zo_agent: cannot enter " + empty.Path() + "/nbi: No such file or directory\n");
@@ -101,3 +100,4 @@ TEST(AgentOptions, WithNothingToHostItSaysSo) {
 }
 
 }  // namespace
+}  // namespace test

@@ -18,18 +18,10 @@
 #include "support/lineclient.h"
 #include "support/tempdir.h"
 
+namespace test {
 namespace {
 
 using std::chrono::milliseconds;
-using test::Agent;
-using test::AgentRoot;
-using test::ChildProcess;
-using test::Count;
-using test::kFeed;
-using test::LineClient;
-using test::RaisedText;
-using test::RaiseLine;
-using test::Subscriber;
 
 TEST(AgentPath, CarriesEachChangeFromTheFeedToTheSubscriberInTheLocalCharacterSet) {
     const AgentRoot root;
@@ -90,7 +82,7 @@ TEST(AgentPath, AppliesTheWholeSampleFeed) {
     command.out = root / "client";
     ChildProcess client(command);
     EXPECT_EQ(client.Wait(), 0);
-    const std::string list = test::ReadFile(root / "client");
+    const std::string list = ReadFile(root / "client");
     EXPECT_EQ(list.rfind("LIST 207 471\nALARM id=1010;", 0), 0U) << list;
     EXPECT_EQ(Count(list, "\nALARM id="), 207U);
     EXPECT_NE(list.find("ALARM id=1300;object=NE-BJ-21/slot-4/port-2;severity=minor;cause=fan failure;"
@@ -159,3 +151,4 @@ TEST(AgentPath, AThousandAlarmsASecondReachFourClientsWholeAndInOrder) {
 }
 
 }  // namespace
+}  // namespace test

@@ -13,12 +13,8 @@
 #include "support/lineclient.h"
 #include "support/tempdir.h"
 
+namespace test {
 namespace {
-
-using test::Agent;
-using test::AgentRoot;
-using test::Count;
-using test::LineClient;
 
 TEST(AgentPortFile, AnAgentLeavesTheFileOfAnotherOne) {
     const AgentRoot root;
@@ -58,7 +54,7 @@ TEST(AgentPortFile, NeitherALinkNorAPipeInItsPlaceIsWrittenTo) {
         EXPECT_EQ(agent.Stop(), 0);
     }
 
-    EXPECT_EQ(test::ReadFile(target), "precious\n");
+    EXPECT_EQ(ReadFile(target), "precious\n");
     char byte = 0;
     EXPECT_EQ(read(reader, &byte, 1), 0);
     close(reader);
@@ -91,7 +87,7 @@ TEST(AgentPortFile, WhatAKilledAgentLeftIsReplaced) {
     Agent agent(root);
     ASSERT_TRUE(agent.WaitUntilReady());
     LineClient client(agent.TextPort());
-    EXPECT_EQ(test::ReadFile(root / "var/ascii.port"), std::to_string(agent.TextPort()) + "\n");
+    EXPECT_EQ(ReadFile(root / "var/ascii.port"), std::to_string(agent.TextPort()) + "\n");
     client.Send("LIST\n");
     EXPECT_EQ(client.ReadThrough("END\n"), "LIST 0 0\nEND\n");
     EXPECT_EQ(agent.Stop(), 0);
@@ -99,3 +95,4 @@ TEST(AgentPortFile, WhatAKilledAgentLeftIsReplaced) {
 }
 
 }  // namespace
+}  // namespace test

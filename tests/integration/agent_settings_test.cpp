@@ -10,12 +10,8 @@
 #include "support/alarmfeed.h"
 #include "support/wait.h"
 
+namespace test {
 namespace {
-
-using test::Agent;
-using test::AgentRoot;
-using test::Count;
-using test::WaitFor;
 
 // What the agent says of its settings; it runs with them all the same.
 std::string ErrorsWithStartFile(const AgentRoot& root) {
@@ -91,3 +87,4 @@ TEST(AgentLife, ASettingThatIsNoDecimalNumberIsReportedAndReplacedByTheStandard)
 }
 
 }  // namespace
+}  // namespace test

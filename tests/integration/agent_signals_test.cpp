@@ -17,13 +17,8 @@
 #include "support/lineclient.h"
 #include "support/wait.h"
 
+namespace test {
 namespace {
-
-using test::Agent;
-using test::AgentRoot;
-using test::Count;
-using test::LineClient;
-using test::WaitFor;
 
 constexpr int kBrokenOff = 3;
 
@@ -240,3 +235,4 @@ TEST(AgentOutput, HasEachLineThatWasPrintedBeforeTheAgentIsKilled) {
 }
 
 }  // namespace
+}  // namespace test

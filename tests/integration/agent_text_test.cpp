@@ -14,18 +14,10 @@
 #include "support/lineclient.h"
 #include "support/wait.h"
 
+namespace test {
 namespace {
 
 using std::chrono::milliseconds;
-using test::Agent;
-using test::AgentRoot;
-using test::Count;
-using test::kFeed;
-using test::LineClient;
-using test::RaisedText;
-using test::RaiseLine;
-using test::Subscriber;
-using test::WaitFor;
 
 TEST(AgentText, TakesCommandsInAnyCaseWithEitherLineEndAndAnswersWhatItDoesNotKnow) {
     const AgentRoot root;
@@ -231,3 +223,4 @@ TEST(AgentText, GoesOnAcceptingWhenFileDescriptorsAreFreeAgain) {
 }
 
 }  // namespace
+}  // namespace test
