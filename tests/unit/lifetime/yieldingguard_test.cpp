@@ -24,6 +24,16 @@ protected:
     static std::unique_ptr<Elsewhere> Wanting(ACE_Recursive_Thread_Mutex& lock) {
         return std::make_unique<Elsewhere>([&lock] { const Guard guard(lock); });
     }
+    /// On another thread, holds the one lock and then yields it while it waits for the other.
+    std::unique_ptr<Elsewhere> HoldingAndWaiting() {
+        auto waiting = std::make_unique<Elsewhere>([this] {
+            const Guard held(m_held);
+            m_isHeld = true;
+            const Yielding guard(m_lock, m_held);
+        });
+        EXPECT_TRUE(test::WaitFor([this] { return m_isHeld.load(); }));
+        return waiting;
+    }
     static bool IsFree(ACE_Recursive_Thread_Mutex& lock) {
         return CanBeDoneElsewhere([&lock] { const Guard guard(lock); });
     }
@@ -31,6 +41,7 @@ protected:
 
     ACE_Recursive_Thread_Mutex m_lock;
     ACE_Recursive_Thread_Mutex m_held;
+    std::atomic<bool> m_isHeld{false};
 };
 
 TEST_F(YieldingGuardTest, HoldsTheLockForItsLife) {
@@ -60,37 +71,25 @@ TEST_F(YieldingGuardTest, LetsNobodyInWhileItNeedNotWait) {
 
 TEST_F(YieldingGuardTest, GivesTheOtherLockBackWhileItWaits) {
     auto busy = std::make_unique<Guard>(m_lock);
-    std::atomic<bool> holds{false};
-    const Elsewhere waiting([this, &holds] {
-        const Guard held(m_held);
-        holds = true;
-        const Yielding guard(m_lock, m_held);
-    });
-    ASSERT_TRUE(test::WaitFor([&holds] { return holds.load(); }));
+    const auto waiting = HoldingAndWaiting();
     { const Guard held(m_held); }  // as a thread that takes the two in this order does
-    EXPECT_TRUE(Waits(waiting));
+    EXPECT_TRUE(Waits(*waiting));
     busy.reset();
-    EXPECT_TRUE(waiting.Finishes());
+    EXPECT_TRUE(waiting->Finishes());
     EXPECT_TRUE(IsFree(m_lock));
     EXPECT_TRUE(IsFree(m_held));
 }
 
 TEST_F(YieldingGuardTest, HoldsNothingWhileItWaitsForTheOtherLockToComeBack) {
     auto busy = std::make_unique<Guard>(m_lock);
-    std::atomic<bool> holds{false};
-    const Elsewhere waiting([this, &holds] {
-        const Guard held(m_held);
-        holds = true;
-        const Yielding guard(m_lock, m_held);
-    });
-    ASSERT_TRUE(test::WaitFor([&holds] { return holds.load(); }));
+    const auto waiting = HoldingAndWaiting();
     auto taken = std::make_unique<Guard>(m_held);
     busy.reset();
     EXPECT_TRUE(IsFree(m_lock));
-    EXPECT_TRUE(Waits(waiting));
+    EXPECT_TRUE(Waits(*waiting));
     EXPECT_TRUE(IsFree(m_lock));
     taken.reset();
-    EXPECT_TRUE(waiting.Finishes());
+    EXPECT_TRUE(waiting->Finishes());
 }
 
 TEST_F(YieldingGuardTest, ThreadsInEitherOrderDoNotBlockEachOther) {
