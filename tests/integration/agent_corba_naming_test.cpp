@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <omniORB4/CORBA.h>
-#include <omniORB4/Naming.hh>
 
 #include "alarm.hh"
 #include "integration/agentcorbatest.h"
@@ -33,13 +32,8 @@ TEST_F(AgentCorbaTest, IsBoundAgainWhenTheNamingServiceWasRestartedWithoutItsDat
 
 TEST_F(AgentCorbaTest, IsBoundAgainWhenSomebodyHasTakenItsNameAway) {
     ASSERT_NO_FATAL_FAILURE(StartAgentAndClient());
-    const CORBA::Object_var object = m_client->Resolve("zo");
-    const CosNaming::NamingContext_var context = CosNaming::NamingContext::_narrow(object);
-    CosNaming::Name name;
-    name.length(1);
-    name[0].id = "AlarmAgent";
 
-    context->unbind(name);
+    m_client->UnbindAgent();
 
     EXPECT_FALSE(CORBA::is_nil(NbiAlarm::Agent_var(m_client->Agent())));
 }

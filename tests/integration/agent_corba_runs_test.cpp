@@ -45,12 +45,7 @@ protected:
 
     /// Has the agent look at all its names once more: this one it finds gone.
     void HaveNamesChecked() const {
-        const CORBA::Object_var object = m_client->Resolve("zo");
-        const CosNaming::NamingContext_var context = CosNaming::NamingContext::_narrow(object);
-        CosNaming::Name name;
-        name.length(1);
-        name[0].id = "AlarmAgent";
-        context->unbind(name);
+        m_client->UnbindAgent();
         EXPECT_TRUE(m_client->WaitForName("zo/AlarmAgent"));
     }
 

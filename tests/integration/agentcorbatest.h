@@ -138,6 +138,16 @@ public:
         return NbiAlarm::Agent::_narrow(CORBA::Object_var(Resolve("zo/AlarmAgent")));
     }
 
+    /// Takes the agent's name away, as anybody may.
+    void UnbindAgent() const {
+        const CORBA::Object_var object = Resolve("zo");
+        const CosNaming::NamingContext_var context = CosNaming::NamingContext::_narrow(object);
+        CosNaming::Name name;
+        name.length(1);
+        name[0].id = "AlarmAgent";
+        context->unbind(name);
+    }
+
     /// The proxy through which the channel pushes to `consumer`.
     CosEventChannelAdmin::ProxyPushSupplier_ptr Subscribe(Consumer& consumer) const {
         if (!WaitForName("zo/AlarmChannel")) return CosEventChannelAdmin::ProxyPushSupplier::_nil();
