@@ -3,7 +3,8 @@
 #
 #   install-deps.sh [GROUP]...     (build when none is given)
 #
-#   build     compiler, CMake, ACE, jsoncpp     corba     omniORB, for the CORBA example
+#   build     compiler, CMake, ACE, jsoncpp,    corba     omniORB, for the CORBA example
+#             CLI11 for the example programs
 #   test      GoogleTest                        coverage  gcovr
 #   check     clang and its tools, abidw        package   what makes a .deb
 #   bench     google-benchmark                  docs      doxygen
@@ -45,7 +46,7 @@ want_group() {
         want_command c++ g++
         want_command cmake cmake
         command -v make >/dev/null 2>&1 || want_command ninja ninja-build
-        want_package libace-dev libjsoncpp-dev
+        want_package libace-dev libjsoncpp-dev libcli11-dev
         want_gbk
         ;;
     test)

@@ -2,69 +2,67 @@
 
 #include <climits>
 #include <cstdlib>
+#include <vector>
 
 #include <sys/stat.h>
 
+#include "commandline.h"
 #include "decimal.h"
 
 namespace {
 
-constexpr char kUsage[] =
-    "usage: zo_agent [--root DIR] [--conf NAME] [--for SECONDS]\n"
-    "\n"
-    "Hosts the bundles that bundlemgr.cfg names until SIGINT or SIGTERM.\n"
-    "\n"
-    "  --root DIR     installation root: configuration in DIR/etc/oss_cfg/nbi/NAME and\n"
-    "                 DIR/share/conf, logs in DIR/log. Sets KORU_SERVER_PATH, and\n"
-    "                 _APP_SHARE_DIR, _APP_LOG_DIR and APP_ROOT where they are not set\n"
-    "  --conf NAME    configuration sub-directory (conf)\n"
-    "  --for SECONDS  stop by itself after so long\n"
-    "  --help         print this text\n"
-    "  --version      print the version\n"
+constexpr char kStatus[] =
     "\n"
     "Status: 0 after an orderly stop, 1 when a bundle could not be loaded or initialised,\n"
     "2 for a wrong command line, 3 when a third SIGINT or SIGTERM ended it.\n"
-    "SIGHUP makes the log go on in a new file.\n";
+    "SIGHUP makes the log go on in a new file.";
 
-constexpr char kSeconds[] = "decimal number of seconds, 2147483647 at most";
-
-bool ParseSeconds(const std::string& text, int& seconds) {
-    int value = 0;
-    if (!alarms::ParseDecimal(text, value) || value < 0) return false;
-    seconds = value;
-    return true;
+[[noreturn]] void Refuse(const std::string& name, const std::string& wanted, const std::string& value) {
+    throw CLI::ValidationError(name + " needs a " + wanted + ", not '" + value + "'");
 }
 
-bool TakeValue(const std::string& name, const std::string& value, Options& options) {
-    if (name == "--for") return ParseSeconds(value, options.seconds);
-    (name == "--root" ? options.root : options.conf) = value;
-    return !value.empty();
+/// Adds an option with a value that is not empty. A missing one counts as empty.
+void AddText(CLI::App& app, const std::string& name, const char* label, std::string& text, const char* description) {
+    const auto take = [name, &text](const std::string& value) {
+        if (value.empty()) Refuse(name, "value", value);
+        text = value;
+    };
+    app.add_option_function<std::string>(name, take, description)->option_text(label)->expected(0, 1);
+}
+
+void AddSeconds(CLI::App& app, int& seconds) {
+    const auto take = [&seconds](const std::string& value) {
+        int number = -1;
+        if (!alarms::ParseDecimal(value, number) || number < 0) {
+            Refuse("--for", "decimal number of seconds, 2147483647 at most", value);
+        }
+        seconds = number;
+    };
+    app.add_option_function<std::string>("--for", take, "stop by itself after so long")
+        ->option_text("SECONDS")
+        ->expected(0, 1);
+}
+
+std::string Explain(const CLI::App* app, const CLI::Error& error) {
+    const std::vector<std::string> unknown = app->remaining();
+    const std::string reason = unknown.empty() ? error.what() : "unknown option '" + unknown.front() + "'";
+    return app->get_name() + ": " + reason + "\n" + app->help();
 }
 
 }  // namespace
 
-const char* UsageText() {
-    return kUsage;
-}
-
-bool ParseOptions(int argc, char* argv[], Options& options, std::string& reason) {
-    for (int i = 1; i < argc; ++i) {
-        const std::string name = argv[i];
-        if (name == "--help") {
-            options.help = true;
-        } else if (name == "--version") {
-            options.version = true;
-        } else if (name == "--root" || name == "--conf" || name == "--for") {
-            const std::string value = i + 1 < argc ? argv[++i] : "";
-            if (TakeValue(name, value, options)) continue;
-            reason = name + " needs a " + (name == "--for" ? kSeconds : "value") + ", not '" + value + "'";
-            return false;
-        } else {
-            reason = "unknown option '" + name + "'";
-            return false;
-        }
-    }
-    return true;
+std::optional<int> ParseOptions(int argc, char* argv[], Options& options) {
+    commandline::Parser parser("zo_agent", "[--root DIR] [--conf NAME] [--for SECONDS]",
+                               "Hosts the bundles that bundlemgr.cfg names until SIGINT or SIGTERM.");
+    AddText(parser, "--root", "DIR", options.root,
+            "installation root: configuration in DIR/etc/oss_cfg/nbi/NAME and\n"
+            "DIR/share/conf, logs in DIR/log. Sets KORU_SERVER_PATH, and\n"
+            "_APP_SHARE_DIR, _APP_LOG_DIR and APP_ROOT where they are not set");
+    AddText(parser, "--conf", "NAME", options.conf, "configuration sub-directory (conf)");
+    AddSeconds(parser, options.seconds);
+    parser.footer(kStatus);
+    parser.failure_message(Explain);
+    return parser.Parse(argc, argv);
 }
 
 bool ApplyRoot(const Options& options, std::string& reason) {

@@ -1,6 +1,7 @@
 // A host: loads the configured bundles, runs them, and stops them in order.
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
 
@@ -12,6 +13,7 @@
 #include <bundlemgr/event.h>
 #include <bundlemgr/log.h>
 
+#include "commandline.h"
 #include "logkeeper.h"
 #include "options.h"
 #include "progress.h"
@@ -30,7 +32,6 @@ using NS_BUNDLEMGR1::LogProxyDebugInfoBufMgr;
 enum ExitStatus : int {
     EXIT_STOPPED = 0,
     EXIT_NOT_STARTED = 1,
-    EXIT_WRONG_USAGE = 2,
     EXIT_BROKEN_OFF = 3,
 };
 
@@ -137,19 +138,11 @@ int main(int argc, char* argv[]) {
     // A file or a pipe, too, has every line that was printed before a crash.
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     Options options;
+    if (const std::optional<int> status = ParseOptions(argc, argv, options)) return *status;
     std::string reason;
-    if (!ParseOptions(argc, argv, options, reason)) {
-        Complain(reason);
-        std::fputs(UsageText(), stderr);
-        return EXIT_WRONG_USAGE;
-    }
-    if (options.help || options.version) {
-        std::fputs(options.help ? UsageText() : "zo_agent " ZO_AGENT_VERSION "\n", stdout);
-        return EXIT_STOPPED;
-    }
     if (!ApplyRoot(options, reason)) {
         Complain(reason);
-        return EXIT_WRONG_USAGE;
+        return commandline::kWrongUsage;
     }
     if (!options.conf.empty()) NS_BUNDLEMGR1::SetCfgDirPath(options.conf);
     return Run(options);

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,24 +15,15 @@
 
 #include <bundlemgr/base.h>
 
-namespace {
+#include "commandline.h"
 
-constexpr char kUsage[] =
-    "usage: zo_ascii_client (--port N | --port-file FILE) [--host HOST] [--from CHARSET] COMMAND...\n"
-    "\n"
-    "Sends each COMMAND (LIST, SUBSCRIBE, QUIT) as a line and prints what the agent\n"
-    "answers until it closes the connection.\n"
-    "\n"
-    "  --port-file FILE  take the port from the file that the agent writes\n"
-    "  --from CHARSET    print in UTF-8 what comes in CHARSET, for example GBK\n"
-    "  --help            print this text\n";
+namespace {
 
 constexpr int kConnectSeconds = 5;
 
 enum ExitStatus : int {
     EXIT_CLOSED = 0,
     EXIT_NO_CONNECTION = 1,
-    EXIT_WRONG_USAGE = 2,
 };
 
 struct Options {
@@ -41,7 +33,7 @@ struct Options {
     std::vector<std::string> commands;
 };
 
-int ReadPort(const char* file) {
+int ReadPort(const std::string& file) {
     std::vector<NS_BUNDLEMGR1::NameValueStru> lines;
     int port = 0;
     NS_BUNDLEMGR1::GetAllCfgFrmFile(lines, file, false);
@@ -49,25 +41,26 @@ int ReadPort(const char* file) {
     return port;
 }
 
-bool ParseOptions(int argc, char* argv[], Options& options) {
-    int i = 1;
-    for (; i + 1 < argc && std::strncmp(argv[i], "--", 2) == 0; i += 2) {
-        const std::string name = argv[i];
-        if (name == "--host") {
-            options.host = argv[i + 1];
-        } else if (name == "--port") {
-            NS_BUNDLEMGR1::Str2Int(argv[i + 1], options.port);
-        } else if (name == "--port-file") {
-            options.port = ReadPort(argv[i + 1]);
-        } else if (name == "--from") {
-            options.charset = argv[i + 1];
-        } else {
-            return false;
-        }
-    }
-    options.commands.assign(argv + i, argv + argc);
-    return options.port > 0 && options.port <= 65535 && !options.commands.empty() &&
-           options.commands.front().rfind("--", 0) != 0;
+/// @return the status to end with at once, if any
+std::optional<int> ParseOptions(int argc, char* argv[], Options& options) {
+    commandline::Parser parser("zo_ascii_client",
+                               "(--port N | --port-file FILE) [--host HOST] [--from CHARSET] COMMAND...",
+                               "Sends each COMMAND (LIST, SUBSCRIBE, QUIT) as a line and prints what the agent\n"
+                               "answers until it closes the connection.");
+    parser.add_option("--port", options.port, "the agent's port")->option_text("N");
+    parser
+        .add_option_function<std::string>(
+            "--port-file", [&options](const std::string& file) { options.port = ReadPort(file); },
+            "take the port from the file that the agent writes")
+        ->option_text("FILE");
+    parser.add_option("--host", options.host, "the agent's host (127.0.0.1)")->option_text("HOST");
+    parser.add_option("--from", options.charset, "print in UTF-8 what comes in CHARSET, for example GBK")
+        ->option_text("CHARSET");
+    parser.add_option("COMMAND", options.commands)->required();
+    parser.final_callback([&options] {
+        if (options.port < 1 || options.port > 65535) throw CLI::ValidationError("--port", "none from 1 to 65535");
+    });
+    return parser.Parse(argc, argv);
 }
 
 bool Connect(const Options& options, ACE_SOCK_Stream& peer) {
@@ -107,15 +100,8 @@ void PrintAnswers(ACE_SOCK_Stream& peer, const std::string& charset) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
-    if (argc > 1 && std::strcmp(argv[1], "--help") == 0) {
-        std::fputs(kUsage, stdout);
-        return EXIT_CLOSED;
-    }
     Options options;
-    if (!ParseOptions(argc, argv, options)) {
-        std::fputs(kUsage, stderr);
-        return EXIT_WRONG_USAGE;
-    }
+    if (const std::optional<int> status = ParseOptions(argc, argv, options)) return *status;
     std::signal(SIGPIPE, SIG_IGN);  // a server that is gone is a failed write
     ACE_SOCK_Stream peer;
     if (!Connect(options, peer) || !SendCommands(options.commands, peer)) {

@@ -7,7 +7,6 @@
 #include <chrono>
 #include <cinttypes>
 #include <cstdio>
-#include <map>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
@@ -20,22 +19,11 @@
 
 #include "alarm.hh"
 #include "changejudge.h"
+#include "commandline.h"
 
 namespace {
 
-constexpr char kUsage[] =
-    "usage: zo_nms [--naming HOST:PORT] [--host ADDRESS] [--list] [--watch [SECONDS]]\n"
-    "              [--ack ID [--user NAME]]\n"
-    "  --naming  the naming service (127.0.0.1:2809)\n"
-    "  --host    this host's address, where the event channel reaches it (127.0.0.1)\n"
-    "  --list    prints the active alarms; what it does when nothing else is asked for\n"
-    "  --watch   prints each change as it happens, until interrupted or for SECONDS\n"
-    "  --ack     acknowledges an alarm, as NAME (nms)\n"
-    "  --help    prints this text\n"
-    "Ends with 0; 1 when something is not there or not answering; 2 for wrong arguments.\n";
-
 constexpr int kFailed = 1;
-constexpr int kWrongArguments = 2;
 
 constexpr CORBA::ULong kBatch = 100;      // alarms a call
 constexpr char kCallTimeout[] = "5000";   // milliseconds
@@ -57,33 +45,40 @@ struct Options {
     long seconds = 0;  // 0: until interrupted
 };
 
-/// @return nothing when the arguments are wrong
-std::optional<Options> Parse(const std::vector<std::string>& words) {
-    Options options;
-    const std::map<std::string, std::string*> texts = {
-        {"--naming", &options.naming}, {"--host", &options.host}, {"--ack", &options.ack}, {"--user", &options.user}};
-    for (std::size_t i = 0; i < words.size(); ++i) {
-        const std::string next = i + 1 < words.size() ? words[i + 1] : "";
-        const auto text = texts.find(words[i]);
-        if (text != texts.end()) {
-            if (next.empty()) return std::nullopt;
-            *text->second = next;
-            ++i;
-        } else if (words[i] == "--list") {
-            options.list = true;
-        } else if (words[i] == "--watch") {
-            options.watch = true;
-            if (next.empty() || next[0] == '-') continue;
-            char* end = nullptr;
-            options.seconds = std::strtol(next.c_str(), &end, 10);
-            if (*end != '\0' || options.seconds <= 0) return std::nullopt;
-            ++i;
-        } else {
-            return std::nullopt;
-        }
-    }
-    if (!options.watch && options.ack.empty()) options.list = true;
-    return options;
+void AddWatch(CLI::App& app, Options& options) {
+    const auto take = [&options](const std::string& seconds) {
+        options.watch = true;
+        if (seconds.empty()) return;
+        char* end = nullptr;
+        options.seconds = std::strtol(seconds.c_str(), &end, 10);
+        if (*end != '\0' || options.seconds <= 0) throw CLI::ValidationError("--watch", seconds + " is no time");
+    };
+    app.add_option_function<std::string>("--watch", take,
+                                         "prints each change as it happens, until interrupted or for SECONDS")
+        ->option_text("[SECONDS]")
+        ->expected(0, 1);
+}
+
+/// @return the status to end with at once, if any
+std::optional<int> ParseOptions(int argc, char* argv[], Options& options) {
+    commandline::Parser parser("zo_nms",
+                               "[--naming HOST:PORT] [--host ADDRESS] [--list] [--watch [SECONDS]]\n"
+                               "              [--ack ID [--user NAME]]",
+                               "Shows the agent's alarms and their changes.");
+    const auto addText = [&parser](const char* name, const char* label, std::string& text, const char* description) {
+        parser.add_option(name, text, description)->option_text(label)->check(commandline::NotEmpty());
+    };
+    addText("--naming", "HOST:PORT", options.naming, "the naming service (127.0.0.1:2809)");
+    addText("--host", "ADDRESS", options.host, "this host's address, where the event channel reaches it (127.0.0.1)");
+    parser.add_flag("--list", options.list, "prints the active alarms; what it does when nothing else is asked for");
+    AddWatch(parser, options);
+    addText("--ack", "ID", options.ack, "acknowledges an alarm, as NAME (nms)");
+    addText("--user", "NAME", options.user, "who acknowledges it");
+    parser.footer("\nEnds with 0; 1 when something is not there or not answering; 2 for wrong arguments.");
+    parser.final_callback([&options] {
+        if (!options.watch && options.ack.empty()) options.list = true;
+    });
+    return parser.Parse(argc, argv);
 }
 
 std::string Describe(const CORBA::Exception& error) {
@@ -370,21 +365,14 @@ void Run(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc > 1 && std::string(argv[1]) == "--help") {
-        std::fputs(kUsage, stdout);
-        return 0;
-    }
-    const std::optional<Options> options = Parse({argv + 1, argv + argc});
-    if (!options) {
-        std::fputs(kUsage, stderr);
-        return kWrongArguments;
-    }
-    // Before there are threads. Who only lists may be interrupted in the usual way.
-    const sigset_t signals = EndSignals();
-    if (options->watch) sigprocmask(SIG_BLOCK, &signals, nullptr);
     try {
-        Run(*options);
-    } catch (const Failure& failure) {
+        Options options;
+        if (const std::optional<int> status = ParseOptions(argc, argv, options)) return *status;
+        // Before there are threads. Who only lists may be interrupted in the usual way.
+        const sigset_t signals = EndSignals();
+        if (options.watch) sigprocmask(SIG_BLOCK, &signals, nullptr);
+        Run(options);
+    } catch (const std::exception& failure) {
         std::fprintf(stderr, "zo_nms: %s\n", failure.what());
         return kFailed;
     } catch (const CORBA::Exception& error) {

@@ -1,5 +1,6 @@
 # What scripts/install-deps.sh installs on a system that lacks it: its PATH holds no more than
-# the tools that the script itself needs, and an apt-get that only notes what it is asked for.
+# the tools that the script itself needs, a dpkg-query that knows of no package, and an apt-get
+# that only notes what it is asked for.
 # Needs SCRIPT and WORK_DIR.
 cmake_minimum_required(VERSION 3.22)
 
@@ -7,13 +8,14 @@ set(bin "${WORK_DIR}/bin")
 set(calls "${WORK_DIR}/calls")
 file(REMOVE_RECURSE "${WORK_DIR}")
 file(MAKE_DIRECTORY "${bin}")
-foreach(tool sh env dpkg-query)
+foreach(tool sh env)
     find_program(path_${tool} ${tool} REQUIRED)
     file(CREATE_LINK "${path_${tool}}" "${bin}/${tool}" SYMBOLIC)
 endforeach()
 file(WRITE "${bin}/apt-get" "#!${path_sh}\necho \"$*\" >>'${calls}'\n")
 file(WRITE "${bin}/id" "#!${path_sh}\necho 0\n")
-file(CHMOD "${bin}/apt-get" "${bin}/id" PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+file(WRITE "${bin}/dpkg-query" "#!${path_sh}\nexit 1\n")
+file(CHMOD "${bin}/apt-get" "${bin}/id" "${bin}/dpkg-query" PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
 
 # expect_installed(<group> <package>...)
 function(expect_installed group)
@@ -32,7 +34,7 @@ function(expect_installed group)
 endfunction()
 
 expect_installed(package dpkg-dev file)
-expect_installed(build "g\\+\\+" cmake)
+expect_installed(build "g\\+\\+" cmake libace-dev libjsoncpp-dev libcli11-dev)
 expect_installed(check clang clang-format clang-tidy abigail-tools)
 
 # While the CORBA servers are installed, the script has a policy for services of its own in
