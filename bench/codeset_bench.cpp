@@ -9,26 +9,32 @@
 
 namespace {
 
-// 100 bytes: fifty times U+4E2D in GBK.
-std::string GbkText() {
+// U+4E2D in GBK, over and over.
+std::string GbkText(std::size_t bytes) {
     std::string text;
-    for (int i = 0; i < 50; ++i) text += "\xD6\xD0";
+    while (text.size() < bytes) text += "\xD6\xD0";
     return text;
 }
 
+// A name, a line of text, and a file of them.
+void ForEachSize(benchmark::internal::Benchmark* benchmark) {
+    for (const int bytes : {40, 100, 1 << 20}) benchmark->Arg(bytes);
+}
+
 void GbkToUtf8(benchmark::State& state) {
-    const std::string in = GbkText();
+    const std::string in = GbkText(static_cast<std::size_t>(state.range(0)));
     std::string out;
     for (auto _ : state) {
         NS_BUNDLEMGR1::CodeSetConvert("GBK", "UTF-8", in, out);
         benchmark::DoNotOptimize(out);
     }
-    if (out.size() != 150) state.SkipWithError("not converted");
+    if (out.size() != in.size() / 2 * 3) state.SkipWithError("not converted");
+    state.SetBytesProcessed(state.iterations() * state.range(0));
 }
-BENCHMARK(GbkToUtf8)->Threads(1)->Threads(2);
+BENCHMARK(GbkToUtf8)->Apply(ForEachSize)->ThreadRange(1, 2)->UseRealTime();
 
 void PlainIconvGbkToUtf8(benchmark::State& state) {
-    std::string in = GbkText();
+    std::string in = GbkText(static_cast<std::size_t>(state.range(0)));
     std::string out(2 * in.size(), '\0');
     const iconv_t handle = iconv_open("UTF-8", "GBK");
     for (auto _ : state) {
@@ -40,6 +46,6 @@ void PlainIconvGbkToUtf8(benchmark::State& state) {
     }
     iconv_close(handle);
 }
-BENCHMARK(PlainIconvGbkToUtf8);
+BENCHMARK(PlainIconvGbkToUtf8)->Apply(ForEachSize);
 
 }  // namespace
