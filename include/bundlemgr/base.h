@@ -281,22 +281,14 @@ public:
     CorbaConfigItems& operator=(const CorbaConfigItems&) = delete;
     ~CorbaConfigItems();
 
-    /// @cond INTERNAL
-    /// `GetStrItemInfo` on the object if there is one; creates none, waits for no
-    /// lock that is held while user code runs.
-    static bool PeekStrItem(const std::string& name, std::string& value);
-
-    /// Around fork: keep the items, so that the child finds them whole and unlocked.
-    static void BeforeFork();
-    static void AfterFork();
-    /// @endcond
-
 protected:
     CorbaConfigItems();
 
     static std::atomic<CorbaConfigItems*> m_pInstance;
 
 private:
+    friend class CorbaConfigAccess;
+
     std::vector<NameValueStru> m_vecCorbaItems ZO_GUARDED_BY(m_mutex);
     std::string m_strCorbaAgentHostIP;
     std::string m_strCorbaAgentHostName;

@@ -272,24 +272,22 @@ public:
 
     virtual ~LogProxyDebugInfoBufMgr();
 
-    /// @cond INTERNAL
-    /// Does what `Instance` does under ACE's static-object lock, for a thread that may
-    /// write the first record where it cannot take that. Leaves the log directory for
-    /// `Instance` to ask for.
-    static LogProxyDebugInfoBufMgr* Prepare();
-    /// @endcond
-
 protected:
     LogProxyDebugInfoBufMgr();
 
     static std::atomic<LogProxyDebugInfoBufMgr*> m_pInstance;
 
 private:
+    friend class CoreLog;
     friend class LogFork;
 
     using Records = std::list<DebugInfo>;
     class Stay;
 
+    /// Does what `Instance` does under ACE's static-object lock, for a thread that may
+    /// write the first record where it cannot take that. Leaves the log directory for
+    /// `Instance` to ask for.
+    static LogProxyDebugInfoBufMgr* Prepare();
     static LogProxyDebugInfoBufMgr* Create();
     static void BeforeFork();
     static void AfterForkInParent();

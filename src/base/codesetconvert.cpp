@@ -6,13 +6,14 @@
 #include <list>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <new>
 
 #include <pthread.h>
 
 #include <bundlemgr/base.h>
+#include <bundlemgr/detail/mutex.h>
 
+#include "src/base/basefacade/corbaconfigaccess.h"
 #include "src/corelog/corelog.h"
 #include "src/platform/iconv/iconv.h"
 #include "src/platform/standardoutput.h"
@@ -96,14 +97,14 @@ using Converters = std::list<Converter>;
 
 // The converters that nobody uses at the moment, by source and target. Directions are
 // never removed, and the map itself is never destroyed: it serves static destructors, too.
-std::mutex g_mutex;
+detail::Mutex g_mutex;
 std::map<std::string, std::map<std::string, Converters>>* g_pIdle = nullptr;
 
 // In a forked child the mutex is nobody's, and what it guards is whole.
 const struct ForkHandlers {
     ForkHandlers() { pthread_atfork(&Lock, &Unlock, &Unlock); }
-    static void Lock() { g_mutex.lock(); }
-    static void Unlock() { g_mutex.unlock(); }
+    static void Lock() ZO_ACQUIRE(g_mutex) { g_mutex.acquire(); }
+    static void Unlock() ZO_RELEASE(g_mutex) { g_mutex.release(); }
 } g_forkHandlers;
 
 /// A converter for as long as a conversion takes. The one that was given back last is the
@@ -120,7 +121,7 @@ public:
     }
     ~Loan() {
         if (m_pHome == nullptr) return;
-        const std::lock_guard<std::mutex> guard(g_mutex);
+        const detail::Guard guard(g_mutex);
         m_pHome->splice(m_pHome->begin(), m_converter);
     }
     Loan(const Loan&) = delete;
@@ -130,7 +131,7 @@ public:
 
 private:
     bool TakeIdle(const std::string& from, const std::string& to) {
-        const std::lock_guard<std::mutex> guard(g_mutex);
+        const detail::Guard guard(g_mutex);
         if (g_pIdle == nullptr) return false;
         const auto targets = g_pIdle->find(from);
         if (targets == g_pIdle->end()) return false;
@@ -142,7 +143,7 @@ private:
     }
 
     void MakeHome(const std::string& from, const std::string& to) {
-        const std::lock_guard<std::mutex> guard(g_mutex);
+        const detail::Guard guard(g_mutex);
         if (g_pIdle == nullptr) g_pIdle = new std::map<std::string, std::map<std::string, Converters>>;
         m_pHome = &(*g_pIdle)[from][to];
     }
@@ -218,7 +219,7 @@ bool ReadLocalCharsetIsGbk() {
     std::string value = "0";
     // Asks without creating: this is mostly called while a record is written, under the
     // log's locks, and creating would wait for the lock that the log's Destroy holds.
-    CorbaConfigItems::PeekStrItem("LocalCharset", value);
+    CorbaConfigAccess::PeekStrItem("LocalCharset", value);
     return value == "1";
 }
 

@@ -62,11 +62,11 @@ static_assert(sizeof(BundleObject) == sizeof(BundleLayout), "the base of every b
 }  // namespace
 
 BundleObject::BundleObject() : m_nState(BUNDLE_STATE_LOADED), m_pInterface(nullptr) {
-    LiveBundles::Enter(this);
+    LiveBundles::Add(this);
 }
 
 BundleObject::~BundleObject() {
-    LiveBundles::Leave(this);
+    LiveBundles::Remove(this);
 }
 
 ServiceInterface* BundleObject::GetInterface() {

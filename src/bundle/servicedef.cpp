@@ -30,7 +30,7 @@ ServiceObjectBase::ServiceObjectBase(const char* bundleName, const char* service
     : m_pInterface(nullptr), m_strServiceName(serviceName), m_strBundleName(bundleName) {
     BundleObject* bundle = ServiceBirth::BundleNamed(m_strBundleName);
     if (bundle == nullptr) bundle = BundleMgr::Instance()->GetBundle(m_strBundleName);
-    LiveServices::Enter(this);
+    LiveServices::Add(this);
     // For fini, which the configurator may call under its lock at the end of the process.
     g_log.Prepare();
     if (bundle == nullptr) {
@@ -41,13 +41,13 @@ ServiceObjectBase::ServiceObjectBase(const char* bundleName, const char* service
     try {
         bundle->RegisterServiceObject(serviceName, this);
     } catch (...) {
-        LiveServices::Leave(this);
+        LiveServices::Remove(this);
         throw;
     }
 }
 
 ServiceObjectBase::~ServiceObjectBase() {
-    LiveServices::Leave(this);
+    LiveServices::Remove(this);
 }
 
 void ServiceObjectBase::UnRegistSvc() {}
@@ -71,7 +71,7 @@ int ServiceObjectBase::fini() {
     // Whoever removes it tells that it is gone, as does its destructor; one that calls this
     // by itself goes on. Only what the configurator frees without a destructor is told here.
     const bool isMade = !ServiceBirth::Any();
-    if (isMade && LiveServices::MayVanish(this) && !ServiceRepository::MayKeep(this)) LiveServices::Leave(this);
+    if (isMade && LiveServices::MayVanish(this) && !ServiceRepository::MayKeep(this)) LiveServices::Remove(this);
     g_log.Print(kLineFini, LOG_LEVEL_INFO, "\n===== Start to Finalize -[ %s ] =====\n", GetName());
     return 0;
 }

@@ -4,26 +4,26 @@
 
 namespace NS_BUNDLEMGR1 {
 
-std::mutex HandlerCalls::s_mutex;
+detail::Mutex HandlerCalls::s_mutex;
 HandlerCalls* HandlerCalls::s_first = nullptr;
 
 LightEventHandler* HandlerCalls::Next() {
     if (m_current == nullptr) return nullptr;
-    const std::lock_guard<std::mutex> guard(s_mutex);
+    const detail::Guard guard(s_mutex);
     if (!Advance()) Unlink();
     return m_current;
 }
 
 void HandlerCalls::End() {
     if (m_current == nullptr) return;
-    const std::lock_guard<std::mutex> guard(s_mutex);
+    const detail::Guard guard(s_mutex);
     Unlink();
 }
 
 void HandlerCalls::Withdraw(const LightEventHandler* handler) {
     bool isInside = false;
     {
-        const std::lock_guard<std::mutex> guard(s_mutex);
+        const detail::Guard guard(s_mutex);
         for (HandlerCalls* calls = s_first; calls != nullptr; calls = calls->m_next) {
             if (calls->Forget(handler)) isInside = true;
         }
@@ -31,21 +31,22 @@ void HandlerCalls::Withdraw(const LightEventHandler* handler) {
     WaitUntil([handler, isInside] { return !IsIn(handler, isInside); });
 }
 
-void HandlerCalls::BeforeFork() {
-    s_mutex.lock();
+// The mutex stays held until one of the two functions below.
+void HandlerCalls::BeforeFork() ZO_NO_THREAD_SAFETY_ANALYSIS {
+    s_mutex.acquire();
 }
 
-void HandlerCalls::AfterForkInParent() {
-    s_mutex.unlock();
+void HandlerCalls::AfterForkInParent() ZO_NO_THREAD_SAFETY_ANALYSIS {
+    s_mutex.release();
 }
 
-void HandlerCalls::AfterForkInChild() {
+void HandlerCalls::AfterForkInChild() ZO_NO_THREAD_SAFETY_ANALYSIS {
     for (HandlerCalls* calls = s_first; calls != nullptr;) {
         HandlerCalls* const next = calls->m_next;
         if (!calls->IsOfThisThread()) calls->Unlink();
         calls = next;
     }
-    s_mutex.unlock();
+    s_mutex.release();
 }
 
 // For all that follow, the mutex must be held.
@@ -106,7 +107,7 @@ bool HandlerCalls::Forget(const LightEventHandler* handler) {
 
 // Of two who are both in the handler, neither waits for the other.
 bool HandlerCalls::IsIn(const LightEventHandler* handler, bool isInside) {
-    const std::lock_guard<std::mutex> guard(s_mutex);
+    const detail::Guard guard(s_mutex);
     for (const HandlerCalls* calls = s_first; calls != nullptr; calls = calls->m_next) {
         if (calls->m_current != handler || calls->IsOfThisThread()) continue;
         if (!isInside || !calls->m_isLeaving) return true;

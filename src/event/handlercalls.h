@@ -5,9 +5,10 @@
 
 #include <array>
 #include <cstddef>
-#include <mutex>
 #include <new>
 #include <vector>
+
+#include <bundlemgr/detail/mutex.h>
 
 namespace NS_BUNDLEMGR1 {
 
@@ -64,16 +65,16 @@ private:
     void Add(LightEventHandler* handler);
     void Clear();
     LightEventHandler** At(std::size_t index);
-    bool Advance();
-    void Link();
-    void Unlink();
+    bool Advance() ZO_REQUIRES(s_mutex);
+    void Link() ZO_REQUIRES(s_mutex);
+    void Unlink() ZO_REQUIRES(s_mutex);
     void End();
     bool IsOfThisThread() const;
-    bool Forget(const LightEventHandler* handler);
+    bool Forget(const LightEventHandler* handler) ZO_REQUIRES(s_mutex);
     static bool IsIn(const LightEventHandler* handler, bool isInside);
 
-    static std::mutex s_mutex;  // guards the list, and what follows of all in it
-    static HandlerCalls* s_first;
+    static detail::Mutex s_mutex;  // guards what follows, of all that are in the list
+    static HandlerCalls* s_first ZO_GUARDED_BY(s_mutex);
 
     HandlerCalls* m_next = nullptr;
     HandlerCalls** m_link = nullptr;  // what points to this one
@@ -88,7 +89,7 @@ private:
 
 template <class ForEach>
 void HandlerCalls::Begin(ForEach forEach) {
-    const std::lock_guard<std::mutex> guard(s_mutex);
+    const detail::Guard guard(s_mutex);
     try {
         forEach([this](LightEventHandler* handler) { Add(handler); });
     } catch (const std::bad_alloc&) {

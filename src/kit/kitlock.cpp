@@ -8,27 +8,28 @@ namespace NS_BUNDLEMGR1 {
 
 namespace {
 
-std::mutex g_mutex;
+detail::Mutex g_mutex;
 std::atomic<unsigned long> g_forks{0};
 
-void BeforeFork() {
-    g_mutex.lock();
+// The mutex stays held until one of the two functions below.
+void BeforeFork() ZO_NO_THREAD_SAFETY_ANALYSIS {
+    g_mutex.acquire();
 }
 
-void AfterForkInParent() {
-    g_mutex.unlock();
+void AfterForkInParent() ZO_NO_THREAD_SAFETY_ANALYSIS {
+    g_mutex.release();
 }
 
-void AfterForkInChild() {
+void AfterForkInChild() ZO_NO_THREAD_SAFETY_ANALYSIS {
     ++g_forks;
-    g_mutex.unlock();
+    g_mutex.release();
 }
 
 [[maybe_unused]] const int s_nForkHandlers = pthread_atfork(BeforeFork, AfterForkInParent, AfterForkInChild);
 
 }  // namespace
 
-std::mutex& KitLock::Mutex() {
+detail::Mutex& KitLock::Mutex() {
     return g_mutex;
 }
 

@@ -1,10 +1,9 @@
 #include <algorithm>
-#include <condition_variable>
 #include <exception>
-#include <mutex>
 #include <thread>
 #include <utility>
 
+#include <bundlemgr/detail/mutex.h>
 #include <bundlemgr/kit.h>
 
 #include "src/kit/kitlock.h"
@@ -14,7 +13,7 @@ namespace NS_BUNDLEMGR1 {
 namespace {
 
 constexpr std::chrono::seconds kPauseAfterException(1);
-constexpr std::chrono::hours kLongestPause(24 * 365);  // a clock's range is not without end
+constexpr std::chrono::hours kMaxPause(24 * 365);  // a clock's range is not without end
 
 }  // namespace
 
@@ -52,34 +51,34 @@ public:
     }
 
     void Begin() {
-        const std::lock_guard<std::mutex> onlyOne(m_joinMutex);
+        const detail::Guard onlyOne(m_joinMutex);
         m_thread = std::thread([self = shared_from_this()] { self->Work(); });
     }
 
     void AskToEnd() {
         {
-            const std::lock_guard<std::mutex> guard(m_mutex);
+            const detail::Guard guard(m_mutex);
             m_isAskedToEnd = true;
         }
-        m_wake.notify_all();
+        m_wake.TellAll();
     }
 
     /// Returns when the thread has ended.
     void Join() {
-        const std::lock_guard<std::mutex> onlyOne(m_joinMutex);
+        const detail::Guard onlyOne(m_joinMutex);
         if (m_thread.joinable()) m_thread.join();
     }
 
     void Wake() {
         {
-            const std::lock_guard<std::mutex> guard(m_mutex);
+            const detail::Guard guard(m_mutex);
             m_isWoken = true;
         }
-        m_wake.notify_all();
+        m_wake.TellAll();
     }
 
     bool IsAskedToEnd() {
-        const std::lock_guard<std::mutex> guard(m_mutex);
+        const detail::Guard guard(m_mutex);
         return m_isAskedToEnd;
     }
 
@@ -124,9 +123,9 @@ private:
     }
 
     void Pause(std::chrono::milliseconds pause) {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_wake.wait_for(lock, std::min<std::chrono::milliseconds>(pause, kLongestPause),
-                        [this] { return m_isAskedToEnd || m_isWoken; });
+        const auto end = std::chrono::steady_clock::now() + std::min<std::chrono::milliseconds>(pause, kMaxPause);
+        const detail::Guard guard(m_mutex);
+        while (!m_isAskedToEnd && !m_isWoken && std::chrono::steady_clock::now() < end) m_wake.WaitUntil(m_mutex, end);
         m_isWoken = false;
     }
 
@@ -137,12 +136,12 @@ private:
     const unsigned long m_forks;
     std::shared_ptr<Run> m_former;
     std::shared_ptr<Run> m_self;
-    std::mutex m_mutex;  // guards the two flags
-    std::condition_variable m_wake;
-    bool m_isAskedToEnd = false;
-    bool m_isWoken = false;
-    std::mutex m_joinMutex;  // one thread at a time joins
-    std::thread m_thread;
+    detail::Mutex m_mutex;
+    detail::Condition m_wake;
+    bool m_isAskedToEnd ZO_GUARDED_BY(m_mutex) = false;
+    bool m_isWoken ZO_GUARDED_BY(m_mutex) = false;
+    detail::Mutex m_joinMutex;
+    std::thread m_thread;  // joined under it, by one thread at a time
 };
 
 thread_local ServiceThread::Run* ServiceThread::Run::t_current = nullptr;

@@ -37,13 +37,13 @@ Registry& Bundles() ZO_REQUIRES(g_mutex) {
 
 }  // namespace
 
-void Enter(const BundleObject* bundle) {
+void Add(const BundleObject* bundle) {
     const detail::Guard guard(g_mutex);
     Registry& bundles = Bundles();
     bundles.live[bundle] = LiveBundle{++bundles.lastId, {}};
 }
 
-void Leave(const BundleObject* bundle) {
+void Remove(const BundleObject* bundle) {
     const detail::Guard guard(g_mutex);
     Registry& bundles = Bundles();
     bundles.live.erase(bundle);

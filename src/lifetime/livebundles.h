@@ -17,9 +17,9 @@ class BundleObject;
 /// for the manager: threads that must not wait for its table (see `HeldBundle`) ask here.
 namespace LiveBundles {
 
-void Enter(const BundleObject* bundle);
+void Add(const BundleObject* bundle);
 
-void Leave(const BundleObject* bundle);
+void Remove(const BundleObject* bundle);
 
 /// @return the number of the live bundle at that address, unique in the process, or 0
 unsigned long IdOf(const BundleObject* bundle);

@@ -79,21 +79,21 @@ void Await(const ServiceObjectBase* service, unsigned long id, Condition conditi
 
 namespace LiveServices {
 
-unsigned long Enter(const ServiceObjectBase* service) {
-    LiveService entered;
-    entered.isBorn = ServiceBirth::Any();
-    if (entered.isBorn) entered.owner = std::this_thread::get_id();
+unsigned long Add(const ServiceObjectBase* service) {
+    LiveService added;
+    added.isBorn = ServiceBirth::Any();
+    if (added.isBorn) added.owner = std::this_thread::get_id();
     const detail::Guard guard(g_mutex);
-    entered.id = ++Live().lastId;
-    Live().services[service] = entered;
-    return entered.id;
+    added.id = ++Live().lastId;
+    Live().services[service] = added;
+    return added.id;
 }
 
-void Leave(const ServiceObjectBase* service) {
-    Leave(service, 0);
+void Remove(const ServiceObjectBase* service) {
+    Remove(service, 0);
 }
 
-void Leave(const ServiceObjectBase* service, unsigned long id) {
+void Remove(const ServiceObjectBase* service, unsigned long id) {
     const detail::Guard guard(g_mutex);
     if (Live().Find(service, id) == nullptr) return;
     Live().services.erase(service);

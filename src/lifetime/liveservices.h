@@ -24,13 +24,13 @@ enum class CallPurpose {
 namespace LiveServices {
 
 /// @return the number of the object, unique in the process and never 0
-unsigned long Enter(const ServiceObjectBase* service);
+unsigned long Add(const ServiceObjectBase* service);
 
 /// The object is there no more.
-void Leave(const ServiceObjectBase* service);
+void Remove(const ServiceObjectBase* service);
 
-/// `Leave`, if the object at that address is still the one of that number.
-void Leave(const ServiceObjectBase* service, unsigned long id);
+/// `Remove`, if the object at that address is still the one of that number.
+void Remove(const ServiceObjectBase* service, unsigned long id);
 
 /// @return the number of the live object at that address, or 0
 unsigned long IdOf(const ServiceObjectBase* service);

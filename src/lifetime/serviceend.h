@@ -15,7 +15,7 @@ public:
     }
     ~ServiceEnd() {
         // Without an exterminator the object was freed without its destructor.
-        if (m_nId != 0) LiveServices::Leave(m_pService, m_nId);
+        if (m_nId != 0) LiveServices::Remove(m_pService, m_nId);
     }
     ServiceEnd(const ServiceEnd&) = delete;
     ServiceEnd& operator=(const ServiceEnd&) = delete;

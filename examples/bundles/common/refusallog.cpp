@@ -13,8 +13,8 @@ bool RefusalLog::ShouldTell(const std::string& address, TimePoint now) noexcept 
         found->second = now;
         return true;
     }
-    if (m_told.size() >= kMostAddresses) Forget(now);
-    if (m_told.size() >= kMostAddresses) return false;
+    if (m_told.size() >= kMaxAddresses) Forget(now);
+    if (m_told.size() >= kMaxAddresses) return false;
     try {
         m_told.emplace(address, now);
     } catch (const std::bad_alloc&) {

@@ -15,7 +15,7 @@ namespace alarms {
 ///
 ///     if (m_refusals.ShouldTell(host, std::chrono::steady_clock::now())) m_log.Error(...);
 ///
-/// It remembers `kMostAddresses`. While all of these are less than a minute old, those
+/// It remembers `kMaxAddresses`. While all of these are less than a minute old, those
 /// of others are not told: the log grows by so many records a minute at most, whoever
 /// knocks.
 ///
@@ -24,7 +24,7 @@ class ZO_PLUGIN_EXPORT RefusalLog {
 public:
     using TimePoint = std::chrono::steady_clock::time_point;
 
-    static constexpr std::size_t kMostAddresses = 4096;
+    static constexpr std::size_t kMaxAddresses = 4096;
     static constexpr std::chrono::seconds kPause{60};
 
     /// @param address who is refused, as it is to be told apart: without the port

@@ -26,11 +26,11 @@ constexpr int kAcceptPauseSeconds = 1;
 
 // The highest descriptor that the reactor takes is below this. It keeps a table of that
 // size, so what the system allows may be too much.
-constexpr std::size_t kMostDescriptors = 65536;
+constexpr std::size_t kMaxDescriptors = 65536;
 
 // So many different tables may be on their way to clients. When these are too few, a
 // client that takes nothing of its table is cut off.
-constexpr std::size_t kMostTables = 8;
+constexpr std::size_t kMaxTables = 8;
 constexpr std::chrono::seconds kPatience(5);
 constexpr int kLookAgainMicroseconds = 500 * 1000;
 
@@ -69,7 +69,7 @@ AsciiServer::AsciiServer(const Settings& settings, const zo::Log& log)
       m_access(log),
       m_mostClients(static_cast<std::size_t>(settings.maxClients)),
       // Not one on select(), see above. It is deleted with its owner.
-      m_reactor(new ACE_Dev_Poll_Reactor(std::min(DescriptorLimit(), kMostDescriptors)), true),
+      m_reactor(new ACE_Dev_Poll_Reactor(std::min(DescriptorLimit(), kMaxDescriptors)), true),
       m_acceptor(*this),
       m_thread(log) {}
 
@@ -187,7 +187,7 @@ void AsciiServer::CloseAll() {
 
 bool AsciiServer::Table(std::shared_ptr<const AlarmSnapshot>& table) {
     table = Snapshot();
-    if (table == nullptr || OtherTablesInUse(table.get()) < kMostTables) return true;
+    if (table == nullptr || OtherTablesInUse(table.get()) < kMaxTables) return true;
     const ACE_Time_Value interval(0, kLookAgainMicroseconds);
     if (m_waitTimer == -1) m_waitTimer = m_reactor.schedule_timer(this, nullptr, interval, interval);
     if (m_waitTimer == -1) return true;
@@ -215,8 +215,8 @@ std::size_t AsciiServer::OtherTablesInUse(const AlarmSnapshot* table) const {
 // Called by the reactor while clients wait for a table.
 int AsciiServer::handle_timeout(const ACE_Time_Value&, const void*) {
     try {
-        if (OtherTablesInUse(nullptr) >= kMostTables) CutOffIdle();
-        if (OtherTablesInUse(nullptr) < kMostTables) ServeThoseWhoWait();
+        if (OtherTablesInUse(nullptr) >= kMaxTables) CutOffIdle();
+        if (OtherTablesInUse(nullptr) < kMaxTables) ServeThoseWhoWait();
     } catch (const std::bad_alloc&) {
         return 0;  // they go on waiting
     }

@@ -19,10 +19,10 @@ using alarms::AsciiServer;
 using NS_BUNDLEMGR1::LightEventParam;
 
 constexpr char kService[] = "AsciiSvc";
-constexpr int kMostPort = 65535;
-constexpr int kStandardBacklog = 1024 * 1024;
-constexpr int kLeastBacklog = 1024;
-constexpr int kMostBacklog = 256 * 1024 * 1024;
+constexpr int kMaxPort = 65535;
+constexpr int kDefaultBacklog = 1024 * 1024;
+constexpr int kMinBacklog = 1024;
+constexpr int kMaxBacklog = 256 * 1024 * 1024;
 
 class AsciiSvc : public zo::Service {
 public:
@@ -61,11 +61,11 @@ public:
 private:
     AsciiServer::Settings ReadSettings() {
         AsciiServer::Settings settings;
-        settings.port = alarms::IntSetting("AsciiPort", 0, 0, kMostPort, m_log);
+        settings.port = alarms::IntSetting("AsciiPort", 0, 0, kMaxPort, m_log);
         settings.maxClients =
             alarms::IntSetting(TextClients::ITEM, TextClients::STANDARD, TextClients::LEAST, TextClients::MOST, m_log);
         settings.backlog = static_cast<std::size_t>(
-            alarms::IntSetting("AsciiBacklog", kStandardBacklog, kLeastBacklog, kMostBacklog, m_log));
+            alarms::IntSetting("AsciiBacklog", kDefaultBacklog, kMinBacklog, kMaxBacklog, m_log));
         return settings;
     }
 

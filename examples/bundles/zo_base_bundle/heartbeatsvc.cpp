@@ -18,8 +18,8 @@ using alarms::HeartbeatEvent;
 using NS_BUNDLEMGR1::LightEventMgr;
 using NS_BUNDLEMGR1::ServiceInterfaceProxy;
 
-constexpr int kStandardSeconds = 5;
-constexpr int kMostSeconds = 3600;
+constexpr int kDefaultSeconds = 5;
+constexpr int kMaxSeconds = 3600;
 
 class HeartbeatImpl : public alarms::Heartbeat {
 public:
@@ -47,7 +47,7 @@ public:
                      alarms::HEARTBEAT_SERVICE);
             return -1;
         }
-        const int seconds = alarms::IntSetting("HeartbeatSeconds", kStandardSeconds, 1, kMostSeconds, m_log);
+        const int seconds = alarms::IntSetting("HeartbeatSeconds", kDefaultSeconds, 1, kMaxSeconds, m_log);
         m_interval = std::chrono::seconds(seconds);
         m_heartbeat = Publish(std::make_unique<HeartbeatImpl>());
         m_thread.Start([this] { return Beat(); });

@@ -8,8 +8,8 @@ namespace {
 
 // An ORB refuses messages beyond a size, omniORB those of more than 2 MB unless it is
 // configured otherwise.
-constexpr std::size_t kMostAlarms = 1000;
-constexpr std::size_t kMostBytes = 1024 * 1024;
+constexpr std::size_t kMaxAlarms = 1000;
+constexpr std::size_t kMaxBytes = 1024 * 1024;
 constexpr std::size_t kBytesBesideTexts = 100;  // lengths, padding, the severity
 
 // A severity is converted by its number.
@@ -41,11 +41,11 @@ std::size_t Bytes(const alarms::Alarm& alarm) {
 
 /// How many alarms from `next` on go into one message: one at least, if there is one.
 std::size_t CountThatFits(const std::vector<alarms::Alarm>& alarms, std::size_t next) {
-    const std::size_t most = std::min(alarms.size() - next, kMostAlarms);
+    const std::size_t most = std::min(alarms.size() - next, kMaxAlarms);
     std::size_t count = 0;
     for (std::size_t bytes = 0; count < most; ++count) {
         bytes += Bytes(alarms[next + count]);
-        if (bytes > kMostBytes && count > 0) break;
+        if (bytes > kMaxBytes && count > 0) break;
     }
     return count;
 }

@@ -10,10 +10,10 @@ namespace corba_bundle {
 
 namespace {
 
-constexpr std::size_t kMostIterators = 100;
+constexpr std::size_t kMaxIterators = 100;
 
 // So many different lists may wait for clients: each of them is a copy of the whole table.
-constexpr std::size_t kMostLists = 8;
+constexpr std::size_t kMaxLists = 8;
 
 thread_local IteratorPool::Reply* t_reply = nullptr;
 
@@ -81,9 +81,9 @@ NbiAlarm::AlarmIterator_ptr IteratorPool::Make(std::shared_ptr<const alarms::Ala
 // Null when there are none too many.
 IteratorServant* IteratorPool::TakeOutTooMany(const alarms::AlarmSnapshot* newest) {
     const std::lock_guard<std::mutex> guard(m_mutex);
-    if (m_active.size() > kMostIterators) return m_active.extract(Idlest()).key();
+    if (m_active.size() > kMaxIterators) return m_active.extract(Idlest()).key();
     const Holders others = HoldersOfOthers(newest);
-    if (others.size() < kMostLists) return nullptr;
+    if (others.size() < kMaxLists) return nullptr;
     return m_active.extract(LeastShared(others)).key();
 }
 

@@ -22,9 +22,9 @@ using NS_BUNDLEMGR1::CorbaConfigItems;
 using NS_BUNDLEMGR1::NameValueStru;
 using NS_BUNDLEMGR1::ServiceInterfaceProxy;
 
-constexpr char kStandardFile[] = "var/alarms.feed";
-constexpr int kStandardPollMilliseconds = 100;
-constexpr int kMostPollMilliseconds = 60000;
+constexpr char kDefaultFile[] = "var/alarms.feed";
+constexpr int kDefaultPollMilliseconds = 100;
+constexpr int kMaxPollMilliseconds = 60000;
 
 class FeedImpl : public alarms::Feed {
 public:
@@ -58,8 +58,8 @@ public:
             return -1;
         }
         m_pause = std::chrono::milliseconds(
-            alarms::IntSetting("FeedPollMilliseconds", kStandardPollMilliseconds, 1, kMostPollMilliseconds, m_log));
-        std::string file = kStandardFile;
+            alarms::IntSetting("FeedPollMilliseconds", kDefaultPollMilliseconds, 1, kMaxPollMilliseconds, m_log));
+        std::string file = kDefaultFile;
         CorbaConfigItems::Instance()->GetStrItemInfo("FeedFile", file);
         m_feed = Publish(std::make_unique<FeedImpl>(alarms::PathInRoot(file)));
         m_follower = std::make_unique<FeedFollower>(m_feed->File(), *this);

@@ -78,6 +78,13 @@ public:
         m_condition.wait(held);
         held.release();
     }
+    /// Returns when it has been told, at that time, or for no reason.
+    template <class Time>
+    void WaitUntil(Mutex& mutex, Time time) ZO_REQUIRES(mutex) {
+        std::unique_lock<std::mutex> held(mutex.m_mutex, std::adopt_lock);
+        m_condition.wait_until(held, time);
+        held.release();
+    }
     void TellAll() { m_condition.notify_all(); }
 
 private:

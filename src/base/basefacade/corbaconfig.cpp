@@ -9,6 +9,7 @@
 #include <json/json.h>
 #include <pthread.h>
 
+#include "src/base/basefacade/corbaconfigaccess.h"
 #include "src/corelog/corelog.h"
 #include "src/platform/openfile.h"
 #include "src/platform/staticobjectlock.h"
@@ -32,7 +33,7 @@ CorbaConfigItems* g_pKeptOverFork ZO_GUARDED_BY(g_peekMutex) = nullptr;
 
 const struct ForkHandlers {
     ForkHandlers() {
-        pthread_atfork(&CorbaConfigItems::BeforeFork, &CorbaConfigItems::AfterFork, &CorbaConfigItems::AfterFork);
+        pthread_atfork(&CorbaConfigAccess::BeforeFork, &CorbaConfigAccess::AfterFork, &CorbaConfigAccess::AfterFork);
     }
 } g_forkHandlers;
 
@@ -142,20 +143,20 @@ void CorbaConfigItems::Destroy() {
     delete m_pInstance.exchange(nullptr);
 }
 
-bool CorbaConfigItems::PeekStrItem(const std::string& name, std::string& value) {
+bool CorbaConfigAccess::PeekStrItem(const std::string& name, std::string& value) {
     const detail::Guard peekGuard(g_peekMutex);
-    CorbaConfigItems* const instance = m_pInstance.load(std::memory_order_acquire);
+    CorbaConfigItems* const instance = CorbaConfigItems::m_pInstance.load(std::memory_order_acquire);
     return instance != nullptr && instance->GetStrItemInfo(name, value);
 }
 
 // Both mutexes stay held until AfterFork; that of the object only where there is one.
-void CorbaConfigItems::BeforeFork() ZO_NO_THREAD_SAFETY_ANALYSIS {
+void CorbaConfigAccess::BeforeFork() ZO_NO_THREAD_SAFETY_ANALYSIS {
     g_peekMutex.acquire();
-    g_pKeptOverFork = m_pInstance.load(std::memory_order_acquire);
+    g_pKeptOverFork = CorbaConfigItems::m_pInstance.load(std::memory_order_acquire);
     if (g_pKeptOverFork != nullptr) g_pKeptOverFork->m_mutex.acquire();
 }
 
-void CorbaConfigItems::AfterFork() ZO_NO_THREAD_SAFETY_ANALYSIS {
+void CorbaConfigAccess::AfterFork() ZO_NO_THREAD_SAFETY_ANALYSIS {
     if (g_pKeptOverFork != nullptr) g_pKeptOverFork->m_mutex.release();
     g_peekMutex.release();
 }

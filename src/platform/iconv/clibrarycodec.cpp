@@ -20,7 +20,7 @@ namespace {
 
 // Opening and closing take a lock of the C library's that it does not release in a forked
 // child. Nobody of ours is inside when the process forks.
-std::mutex g_openMutex;
+std::mutex g_openMutex;  // plain, for these sources also make a libiconv of their own
 
 const struct ForkHandlers {
     ForkHandlers() { pthread_atfork(&Lock, &Unlock, &Unlock); }

@@ -16,6 +16,7 @@
 
 #include <bundlemgr/base.h>
 
+#include "src/base/basefacade/corbaconfigaccess.h"
 #include "support/capture.h"
 #include "support/elsewhere.h"
 #include "support/environment.h"
@@ -625,16 +626,16 @@ TEST_F(CorbaConfig, RandomAccessListsAreReadAsModelled) {
 
 TEST_F(CorbaConfig, PeekingCreatesNothing) {
     std::string value = "untouched";
-    EXPECT_FALSE(CorbaConfigItems::PeekStrItem("A", value));
+    EXPECT_FALSE(CorbaConfigAccess::PeekStrItem("A", value));
     EXPECT_EQ("untouched", value);
     WriteStart("A=1\n");
     Read();
-    EXPECT_TRUE(CorbaConfigItems::PeekStrItem("A", value));
+    EXPECT_TRUE(CorbaConfigAccess::PeekStrItem("A", value));
     EXPECT_EQ("1", value);
-    EXPECT_FALSE(CorbaConfigItems::PeekStrItem("B", value));
+    EXPECT_FALSE(CorbaConfigAccess::PeekStrItem("B", value));
     EXPECT_EQ("1", value);
     CorbaConfigItems::Destroy();
-    EXPECT_FALSE(CorbaConfigItems::PeekStrItem("A", value));
+    EXPECT_FALSE(CorbaConfigAccess::PeekStrItem("A", value));
 }
 
 TEST_F(CorbaConfig, PeekingDoesNotWaitForTheStaticObjectLock) {
@@ -646,7 +647,7 @@ TEST_F(CorbaConfig, PeekingDoesNotWaitForTheStaticObjectLock) {
         ACE_Guard<ACE_Recursive_Thread_Mutex> guard(*ACE_Static_Object_Lock::instance());
         peeker = std::thread([&peeked] {
             std::string value;
-            peeked = CorbaConfigItems::PeekStrItem("A", value);
+            peeked = CorbaConfigAccess::PeekStrItem("A", value);
         });
         EXPECT_TRUE(test::WaitFor([&peeked] { return peeked.load(); }));
     }
@@ -663,7 +664,7 @@ TEST_F(CorbaConfig, PeekingNeverTouchesADestroyedObject) {
         peekers.emplace_back([&] {
             while (!stop) {
                 std::string value = "1";
-                CorbaConfigItems::PeekStrItem("A", value);
+                CorbaConfigAccess::PeekStrItem("A", value);
                 if (value != "1") ++wrong;
                 ++rounds;
             }
@@ -692,13 +693,13 @@ TEST_F(CorbaConfig, AForkedChildReadsItemsThatOtherThreadsWereReading) {
     std::thread reader(readUntilStopped, [](const std::string& name, std::string& value) {
         CorbaConfigItems::Instance()->GetStrItemInfo(name, value);
     });
-    std::thread peeker(readUntilStopped, &CorbaConfigItems::PeekStrItem);
+    std::thread peeker(readUntilStopped, &CorbaConfigAccess::PeekStrItem);
     EXPECT_TRUE(test::WaitFor([&rounds] { return rounds > 0; }));
     int status = 0;
     for (int i = 0; i < 200 && status == 0; ++i) {
         status = test::InForkedChild([] {
             std::string value;
-            return CorbaConfigItems::PeekStrItem("A", value) && value == "1";
+            return CorbaConfigAccess::PeekStrItem("A", value) && value == "1";
         });
     }
     stop = true;

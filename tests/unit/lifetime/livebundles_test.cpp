@@ -32,11 +32,11 @@ TEST(LiveBundlesTest, ASuccessorAtTheSameAddressHasAnotherNumber) {
 
 TEST(LiveBundlesTest, StrangersMayLeave) {
     const test::TestBundle bundle;
-    LiveBundles::Leave(nullptr);
-    LiveBundles::Leave(&bundle);
-    LiveBundles::Leave(&bundle);
+    LiveBundles::Remove(nullptr);
+    LiveBundles::Remove(&bundle);
+    LiveBundles::Remove(&bundle);
     EXPECT_EQ(0U, LiveBundles::IdOf(&bundle));
-    LiveBundles::Enter(&bundle);
+    LiveBundles::Add(&bundle);
     EXPECT_NE(0U, LiveBundles::IdOf(&bundle));
 }
 

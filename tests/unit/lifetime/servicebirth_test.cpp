@@ -15,10 +15,10 @@ using test::MayCallElsewhere;
 
 TEST(ServiceBirthTest, ANestedBirthPublishesOnlyItsOwn) {
     const ServiceBirth outer("fx_first", nullptr);
-    LiveServices::Enter(At(16));
+    LiveServices::Add(At(16));
     {
         const ServiceBirth inner("fx_second", nullptr);
-        LiveServices::Enter(At(32));
+        LiveServices::Add(At(32));
         inner.Publish();
     }
     EXPECT_FALSE(MayCallElsewhere(At(16), CallPurpose::kUse));
@@ -33,13 +33,13 @@ TEST(ServiceBirthTest, IsKnownToItsThread) {
 }
 
 TEST(ServiceBirthTest, ItsChildrenAreThoseThatItHasNotPublished) {
-    LiveServices::Enter(At(8));
+    LiveServices::Add(At(8));
     const ServiceBirth birth("fx_first", nullptr);
-    LiveServices::Enter(At(16));
-    const unsigned long id = LiveServices::Enter(At(32));
-    LiveServices::Leave(At(16));
-    std::thread([] { LiveServices::Enter(At(64)); }).join();
-    LiveServices::Enter(At(48));
+    LiveServices::Add(At(16));
+    const unsigned long id = LiveServices::Add(At(32));
+    LiveServices::Remove(At(16));
+    std::thread([] { LiveServices::Add(At(64)); }).join();
+    LiveServices::Add(At(48));
     LiveServices::Retire(At(48));
     ASSERT_EQ(1U, birth.Children().size());
     EXPECT_EQ(At(32), birth.Children().front().object);
@@ -50,7 +50,7 @@ TEST(ServiceBirthTest, ItsChildrenAreThoseThatItHasNotPublished) {
 
 TEST(ServiceBirthTest, AServiceThatIsOnlyConstructedIsEverybodys) {
     { const ServiceBirth over("fx_first", nullptr); }
-    LiveServices::Enter(At(16));
+    LiveServices::Add(At(16));
     EXPECT_TRUE(MayCallElsewhere(At(16), CallPurpose::kUse));
 }
 

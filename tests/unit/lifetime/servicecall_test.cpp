@@ -19,16 +19,16 @@ using test::MayCallElsewhere;
 
 TEST(ServiceCallTest, IsForLiveServicesOfTheRightNumber) {
     EXPECT_FALSE(MayCall(At(16), CallPurpose::kUse));
-    const unsigned long id = LiveServices::Enter(At(16));
+    const unsigned long id = LiveServices::Add(At(16));
     EXPECT_TRUE(MayCall(At(16), CallPurpose::kUse));
     EXPECT_TRUE(MayCall(At(16), CallPurpose::kEndThreads, id));
     EXPECT_FALSE(MayCall(At(16), CallPurpose::kUse, id + 1));
-    LiveServices::Leave(At(16));
+    LiveServices::Remove(At(16));
     EXPECT_FALSE(MayCall(At(16), CallPurpose::kEndThreads, id));
 }
 
 TEST(ServiceCallTest, IsKnownToItsThread) {
-    LiveServices::Enter(At(16));
+    LiveServices::Add(At(16));
     EXPECT_FALSE(InService::IsActive());
     {
         const ServiceCall call(At(16), 0, CallPurpose::kUse);
@@ -40,7 +40,7 @@ TEST(ServiceCallTest, IsKnownToItsThread) {
 
 TEST(ServiceCallTest, AServiceThatIsBeingMadeIsItsMakersUntilItIsPublished) {
     const ServiceBirth birth("fx_first", nullptr);
-    LiveServices::Enter(At(16));
+    LiveServices::Add(At(16));
     EXPECT_TRUE(MayCall(At(16), CallPurpose::kUse));
     EXPECT_FALSE(MayCallElsewhere(At(16), CallPurpose::kUse));
     EXPECT_FALSE(MayCallElsewhere(At(16), CallPurpose::kEndThreads));
@@ -50,7 +50,7 @@ TEST(ServiceCallTest, AServiceThatIsBeingMadeIsItsMakersUntilItIsPublished) {
 
 TEST(ServiceCallTest, OnceConstructedItMayBeToldToEndItsThreads) {
     const ServiceBirth birth("fx_first", nullptr);
-    LiveServices::Enter(At(16));
+    LiveServices::Add(At(16));
     LiveServices::MarkMade(At(16));
     EXPECT_TRUE(MayCallElsewhere(At(16), CallPurpose::kEndThreads));
     EXPECT_FALSE(MayCallElsewhere(At(16), CallPurpose::kUse));
@@ -59,7 +59,7 @@ TEST(ServiceCallTest, OnceConstructedItMayBeToldToEndItsThreads) {
 TEST(ServiceCallTest, NobodyCallsWhatDidNotInitialise) {
     for (const bool isMade : {true, false}) {
         const ServiceBirth birth("fx_first", nullptr);
-        const unsigned long id = LiveServices::Enter(At(16));
+        const unsigned long id = LiveServices::Add(At(16));
         if (isMade) LiveServices::MarkMade(At(16));
         LiveServices::GiveUp(At(16), id);
         birth.Publish();
@@ -69,7 +69,7 @@ TEST(ServiceCallTest, NobodyCallsWhatDidNotInitialise) {
 }
 
 TEST(ServiceCallTest, WhoEndsAServiceIsTheOnlyOneToCallIt) {
-    LiveServices::Enter(At(16));
+    LiveServices::Add(At(16));
     LiveServices::MarkMade(At(16));
     LiveServices::Retire(At(16));
     EXPECT_TRUE(MayCall(At(16), CallPurpose::kUse));
@@ -78,7 +78,7 @@ TEST(ServiceCallTest, WhoEndsAServiceIsTheOnlyOneToCallIt) {
 }
 
 TEST(ServiceCallTest, KeepsAServiceFromBeingEnded) {
-    LiveServices::Enter(At(16));
+    LiveServices::Add(At(16));
     auto call = std::make_unique<ServiceCall>(At(16), 0, CallPurpose::kUse);
     auto another = std::make_unique<ServiceCall>(At(16), 0, CallPurpose::kUse);
     ACE_Recursive_Thread_Mutex lock;

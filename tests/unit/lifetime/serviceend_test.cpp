@@ -20,7 +20,7 @@ using test::MayCall;
 using test::MayCallElsewhere;
 
 TEST(ServiceEndTest, NobodyElseCallsAServiceThatIsEnded) {
-    LiveServices::Enter(At(16));
+    LiveServices::Add(At(16));
     LiveServices::MarkMade(At(16));
     EXPECT_TRUE(MayCallElsewhere(At(16), CallPurpose::kUse));
     const ServiceEnd end(At(16));
@@ -30,7 +30,7 @@ TEST(ServiceEndTest, NobodyElseCallsAServiceThatIsEnded) {
 }
 
 TEST(ServiceEndTest, AfterItsEndAServiceIsThereNoMore) {
-    const unsigned long id = LiveServices::Enter(At(16));
+    const unsigned long id = LiveServices::Add(At(16));
     { const ServiceEnd end(At(16)); }
     EXPECT_EQ(0U, LiveServices::IdOf(At(16)));
     EXPECT_FALSE(MayCall(At(16), CallPurpose::kUse));
@@ -38,15 +38,15 @@ TEST(ServiceEndTest, AfterItsEndAServiceIsThereNoMore) {
 }
 
 TEST(ServiceEndTest, OtherServicesStay) {
-    LiveServices::Enter(At(16));
-    const unsigned long other = LiveServices::Enter(At(32));
+    LiveServices::Add(At(16));
+    const unsigned long other = LiveServices::Add(At(32));
     { const ServiceEnd end(At(16)); }
     EXPECT_EQ(other, LiveServices::IdOf(At(32)));
     EXPECT_TRUE(MayCallElsewhere(At(32), CallPurpose::kUse));
 }
 
 TEST(ServiceEndTest, ItsThreadIsInTheServiceMeanwhile) {
-    LiveServices::Enter(At(16));
+    LiveServices::Add(At(16));
     EXPECT_FALSE(InService::IsActive());
     {
         const ServiceEnd end(At(16));
@@ -57,7 +57,7 @@ TEST(ServiceEndTest, ItsThreadIsInTheServiceMeanwhile) {
 }
 
 TEST(ServiceEndTest, WaitsForThoseWhoAreInACall) {
-    LiveServices::Enter(At(16));
+    LiveServices::Add(At(16));
     auto call = std::make_unique<ServiceCall>(At(16), 0, CallPurpose::kUse);
     std::atomic<bool> hasBegun{false};
     const Elsewhere ending([&hasBegun] {
@@ -73,7 +73,7 @@ TEST(ServiceEndTest, WaitsForThoseWhoAreInACall) {
 
 // A service may be removed in its own ExitThreads, for example.
 TEST(ServiceEndTest, ACallOfTheSameThreadIsNotWaitedFor) {
-    LiveServices::Enter(At(16));
+    LiveServices::Add(At(16));
     const ServiceCall call(At(16), 0, CallPurpose::kUse);
     { const ServiceEnd end(At(16)); }
     EXPECT_EQ(0U, LiveServices::IdOf(At(16)));
@@ -82,12 +82,12 @@ TEST(ServiceEndTest, ACallOfTheSameThreadIsNotWaitedFor) {
 
 // The destructor may run meanwhile, and the next service be constructed where it was.
 TEST(ServiceEndTest, TheSuccessorAtTheSameAddressStays) {
-    LiveServices::Enter(At(16));
+    LiveServices::Add(At(16));
     unsigned long successor = 0;
     {
         const ServiceEnd end(At(16));
-        LiveServices::Leave(At(16));
-        successor = LiveServices::Enter(At(16));
+        LiveServices::Remove(At(16));
+        successor = LiveServices::Add(At(16));
     }
     EXPECT_EQ(successor, LiveServices::IdOf(At(16)));
     EXPECT_TRUE(MayCallElsewhere(At(16), CallPurpose::kUse));
@@ -99,22 +99,22 @@ TEST(ServiceEndTest, WhatIsNoServiceOfThisLibraryMayBeEndedToo) {
         {
             const ServiceEnd end(stranger);
             EXPECT_TRUE(InService::IsActive());
-            enteredMeanwhile = LiveServices::Enter(stranger);
+            enteredMeanwhile = LiveServices::Add(stranger);
         }
         EXPECT_EQ(enteredMeanwhile, LiveServices::IdOf(stranger));
-        LiveServices::Leave(stranger);
+        LiveServices::Remove(stranger);
     }
 }
 
 TEST(ServiceEndTest, TheInnerOfTwoEndsIsTheEnd) {
-    LiveServices::Enter(At(16));
+    LiveServices::Add(At(16));
     unsigned long successor = 0;
     {
         const ServiceEnd outer(At(16));
         { const ServiceEnd inner(At(16)); }
         EXPECT_EQ(0U, LiveServices::IdOf(At(16)));
         EXPECT_TRUE(InService::IsActive());
-        successor = LiveServices::Enter(At(16));
+        successor = LiveServices::Add(At(16));
     }
     EXPECT_EQ(successor, LiveServices::IdOf(At(16)));
 }
@@ -125,7 +125,7 @@ TEST(ServiceEndTest, ManyThreadsMayEndTheirServicesAtOnce) {
         threads.emplace_back([thread] {
             for (std::uintptr_t i = 0; i < 1000; ++i) {
                 const ServiceObjectBase* const service = At(thread * 100000 + i);
-                LiveServices::Enter(service);
+                LiveServices::Add(service);
                 { const ServiceEnd end(service); }
                 EXPECT_EQ(0U, LiveServices::IdOf(service));
             }

@@ -68,9 +68,11 @@ class LogMemoryTest : public test::LogBufferTest {
 protected:
     static constexpr int kRecords = 7;  // of one scenario
 
+    CoreLog m_core{"debuginfobuf_memory_test"};
+
     /// All that a user does with a log, in one mode. noexcept: what throws ends the program.
     void Scenario(int mode) noexcept {
-        LogProxyDebugInfoBufMgr::Prepare();
+        m_core.Prepare();
         m_proxy.SetDebugOutputMode(mode);
         m_proxy.SetBundleName(kLong);
         m_proxy.SetServiceName(kLong);
