@@ -263,8 +263,9 @@ private:
 ///     void SetInterface() override { m_pInterface = new Greeting; }
 ///
 /// The order is: publish the interface, load the services, and only when all are ready,
-/// `BUNDLE_STATE_INITED`. What a failed `Init` has begun it takes back, so that the next
-/// `InitAllBundles` initialises the bundle once more. The end comes in reverse.
+/// `BUNDLE_STATE_INITED`. After an `Init` that failed the services that were ready stay so; the
+/// next `InitAllBundles` removes them and initialises the bundle once more. The end comes in
+/// reverse.
 class ZO_EXPORT ServiceBundle : public BundleObject {
 public:
     /// @param name  the bundle's name: the middle of its library's name
@@ -276,7 +277,7 @@ public:
     int GetBundleOrder() override;
     /// Publishes nothing.
     void SetInterface() override;
-    /// @return 0; the result of `LoadAllServiceObjects`, when no service of the bundle is left
+    /// @return 0, or the result of `LoadAllServiceObjects`
     int Init() override;
     void Fini() override;
 
@@ -285,6 +286,7 @@ private:
 
     const std::string m_strName;
     const int m_nOrder;
+    bool m_isBegun = false;  // by an Init that has not succeeded
 };
 
 }  // namespace NS_BUNDLEMGR1

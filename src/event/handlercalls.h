@@ -83,7 +83,7 @@ private:
     bool m_isLeaving = false;                // the current one has withdrawn itself
     std::size_t m_index = 0;                 // of the next one
     std::size_t m_count = 0;
-    std::array<LightEventHandler*, kFew> m_few;
+    std::array<LightEventHandler*, kFew> m_few{};
     std::vector<LightEventHandler*> m_more;
 };
 

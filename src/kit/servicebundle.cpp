@@ -25,17 +25,13 @@ void ServiceBundle::SetInterface() {
 }
 
 int ServiceBundle::Init() {
-    int result = 0;
-    try {
-        SetInterface();
-        result = LoadAllServiceObjects();
-    } catch (...) {
-        TakeBack();
-        throw;
-    }
-    if (result == 0) return BundleObject::Init();
-    TakeBack();
-    return result;
+    if (m_isBegun) TakeBack();
+    m_isBegun = true;
+    SetInterface();
+    const int result = LoadAllServiceObjects();
+    if (result != 0) return result;
+    m_isBegun = false;
+    return BundleObject::Init();
 }
 
 void ServiceBundle::Fini() {
@@ -44,7 +40,8 @@ void ServiceBundle::Fini() {
     BundleObject::Fini();
 }
 
-// Services newest first. Unlike after unloading, their names are free again.
+// What a failed Init has left. Services newest first; unlike after unloading, their names are
+// free again.
 void ServiceBundle::TakeBack() {
     std::vector<std::string> names;
     {

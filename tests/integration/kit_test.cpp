@@ -15,27 +15,34 @@ protected:
     static std::string FirstEnds() {
         return "KitFirst: has no threads\n" + Finalize("KitFirst") + "KitFirst: destroyed\n";
     }
-    static std::string FailedInit() {
-        return InitBundle("fx_kit") + "fx_kit: publishes\n" + FirstStarts() + InitService("KitSecond") +
-               "KitSecond: refuses\n" + InitFailed("fx_kit", "KitSecond", "1") + FirstEnds() + "fx_kit: withdraws\n" +
-               InitBundleFailed("fx_kit", "1");
+    static std::string Init() { return InitBundle("fx_kit"); }
+    static std::string FailedServices() {
+        return "fx_kit: publishes\n" + FirstStarts() + InitService("KitSecond") + "KitSecond: refuses\n" +
+               InitFailed("fx_kit", "KitSecond", "1") + InitBundleFailed("fx_kit", "1");
     }
-    static std::string GoodInit() {
-        return InitBundle("fx_kit") + "fx_kit: publishes\n" + FirstStarts() + InitService("KitSecond") +
+    static std::string GoodServices() {
+        return "fx_kit: publishes\n" + FirstStarts() + InitService("KitSecond") +
                "KitSecond: finds the first service\n" + Ready("KitSecond");
     }
 };
 
-TEST_F(KitTest, WhatAFailedInitHasBegunIsTakenBackAndTheNextOneWorks) {
+TEST_F(KitTest, AfterAFailedInitTheNextOneBeginsAnew) {
     const std::string output =
-        Run("load init state=fx_kit services=fx_kit interface=fx_kit init state=fx_kit services=fx_kit fini "
-            "state=fx_kit destroy-events destroy destroy-log");
-    EXPECT_EQ(Loading("fx_kit") + Opened("fx_kit") + "> load: 0\n" + FailedInit() + "> init: 1\n" +
-                  "> state=fx_kit: 0\n> services=fx_kit: \n> interface=fx_kit: none\n" + GoodInit() + "> init: 0\n" +
-                  "> state=fx_kit: 1\n> services=fx_kit:  KitFirst KitSecond\n" + FiniBundle("fx_kit") +
-                  Finalize("KitSecond") + FirstEnds() + "fx_kit: withdraws\n> fini: done\n> state=fx_kit: 2\n" +
+        Run("load init state=fx_kit services=fx_kit init state=fx_kit services=fx_kit fini state=fx_kit "
+            "destroy-events destroy destroy-log");
+    EXPECT_EQ(Loading("fx_kit") + Opened("fx_kit") + "> load: 0\n" + Init() + FailedServices() + "> init: 1\n" +
+                  "> state=fx_kit: 0\n> services=fx_kit:  KitFirst\n" + Init() + FirstEnds() + "fx_kit: withdraws\n" +
+                  GoodServices() + "> init: 0\n" + "> state=fx_kit: 1\n> services=fx_kit:  KitFirst KitSecond\n" +
+                  FiniBundle("fx_kit") + Finalize("KitSecond") + FirstEnds() +
+                  "fx_kit: withdraws\n> fini: done\n> state=fx_kit: 2\n" +
                   "> destroy-events: done\n> destroy: done\n> destroy-log: done\n",
               output);
+}
+
+TEST_F(KitTest, AfterAFailedInitItEndsInOrderToo) {
+    const std::string output = Run("load init fini state=fx_kit destroy-events destroy destroy-log");
+    EXPECT_THAT(output, testing::HasSubstr(FailedServices() + "> init: 1\n" + FiniBundle("fx_kit") + FirstEnds() +
+                                           "fx_kit: withdraws\n> fini: done\n> state=fx_kit: 2\n"));
 }
 
 TEST_F(KitTest, ItsServicesMayComeAndGo) {
@@ -45,7 +52,7 @@ TEST_F(KitTest, ItsServicesMayComeAndGo) {
             "destroy destroy-log");
     const std::string again = FirstStarts() + InitService("KitSecond") + "KitSecond: finds the first service\n" +
                               Ready("KitSecond") + "> load-services=fx_kit: 0\n";
-    EXPECT_THAT(output, testing::HasSubstr(GoodInit() + "> init: 0\n" + FirstEnds()));
+    EXPECT_THAT(output, testing::HasSubstr(GoodServices() + "> init: 0\n" + FirstEnds()));
     EXPECT_THAT(output, testing::HasSubstr(again));
 }
 
