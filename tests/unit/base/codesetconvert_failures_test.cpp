@@ -16,10 +16,10 @@
 #include "support/capture.h"
 #include "support/environment.h"
 #include "support/forkedchild.h"
+#include "support/logfiles.h"
 #include "support/replacednew.h"
 #include "support/tempdir.h"
 #include "support/wait.h"
-#include "unit/base/corelog.h"
 
 namespace {
 
@@ -74,7 +74,7 @@ long FailuresUntilDone(Action action, const std::string& expected) {
 const std::string kLongText(200, 'x');
 
 TEST(CodeSetFailures, WithoutMemoryAConversionIsFalse) {
-    const test::CoreLogDir log;
+    const test::ScopedLogDir log;
     test::StdoutOf([] {
         EXPECT_LT(1, FailuresUntilDone([](std::string& out) { return CodeSetConvert("GBK", "UTF-8", kLongText, out); },
                                        kLongText));
@@ -96,7 +96,7 @@ TEST(CodeSetFailures, WithoutMemoryTheFixedDirectionsAreFalse) {
     const test::TempDir dir;
     dir.Write("conf/corba_start.cfg", "CharacterSetSwitch=2\n");
     const test::ScopedEnv shareDir("_APP_SHARE_DIR", dir.Path());
-    const test::CoreLogDir log;
+    const test::ScopedLogDir log;
     test::StdoutOf([] {
         EXPECT_LT(0, FailuresUntilDone([](std::string& out) { return Local2Utf(out, kLongText); }, kLongText));
         EXPECT_LT(0, FailuresUntilDone([](std::string& out) { return Utf2Local(out, kLongText); }, kLongText));
@@ -104,7 +104,7 @@ TEST(CodeSetFailures, WithoutMemoryTheFixedDirectionsAreFalse) {
 }
 
 TEST(CodeSetFailures, WithoutMemoryAnUnknownSetIsFalse) {
-    const test::CoreLogDir log;
+    const test::ScopedLogDir log;
     test::StdoutOf([] {
         std::string ignored;
         CodeSetConvert("nonsense", "UTF-8", "x", ignored);

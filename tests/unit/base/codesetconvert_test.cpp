@@ -17,10 +17,11 @@
 #include <bundlemgr/bundlemgr.h>
 
 #include "support/capture.h"
+#include "support/countof.h"
 #include "support/environment.h"
+#include "support/logfiles.h"
 #include "support/tempdir.h"
 #include "support/wait.h"
-#include "unit/base/corelog.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -201,7 +202,7 @@ TEST(CodeSetConvert, WorksInStaticDestructors) {
 // ---- A set that cannot be opened ----
 
 TEST(CodeSetConvertFailure, IsPrintedTargetFirstOnEveryCall) {
-    const test::CoreLogDir log;
+    const test::ScopedLogDir log;
     // Once by itself, once as the log's echo.
     const std::string message = "[CodeSetConvert]:iconv_open(UTF-8,nonsense) failed.\n";
     for (int call = 0; call < 3; ++call) {
@@ -212,7 +213,7 @@ TEST(CodeSetConvertFailure, IsPrintedTargetFirstOnEveryCall) {
 }
 
 TEST(CodeSetConvertFailure, IsLoggedAsAnError) {
-    const test::CoreLogDir log;
+    const test::ScopedLogDir log;
     test::StdoutOf([] { Convert("GBK", "no%ssense", "x"); });
     EXPECT_THAT(log.Text(),
                 testing::ContainsRegex("Level = 1, Bundle = BundleMgr, Service = Core \n"
@@ -221,7 +222,7 @@ TEST(CodeSetConvertFailure, IsLoggedAsAnError) {
 }
 
 TEST(CodeSetConvertFailure, ConversionsThatFailAreSilent) {
-    const test::CoreLogDir log;
+    const test::ScopedLogDir log;
     EXPECT_EQ("", test::StdoutOf([] {
                   Convert("GBK", "UTF-8", "\xD6");
                   Convert("GBK", "UTF-8", "\xFF");
@@ -235,7 +236,7 @@ TEST(CodeSetConvertFailure, NamesOfOtherThanTheirCharactersAreUnknown) {
                                             "GBK\t", "GBK\xE9", "\xC7GBK",  "GBK,",  "UTF-8/",  "UTF-8//",     "GBK|",
                                             "*",     "GBK\n",   "ISO 8859", "UTF@",  "latin1;", "GBK//IGNORE", "GBK+",
                                             "G(B)K", "()",      "+",        "UTF-8+"};
-    const test::CoreLogDir log;
+    const test::ScopedLogDir log;
     for (const std::string& name : names) {
         const std::string toName = "[CodeSetConvert]:iconv_open(" + name + ",UTF-8) failed.\n";
         const std::string fromName = "[CodeSetConvert]:iconv_open(UTF-8," + name + ") failed.\n";
@@ -247,12 +248,12 @@ TEST(CodeSetConvertFailure, NamesOfOtherThanTheirCharactersAreUnknown) {
 }
 
 TEST(CodeSetConvertFailure, ANameEndsAtNoNul) {
-    const test::CoreLogDir log;
+    const test::ScopedLogDir log;
     test::StdoutOf([] { EXPECT_EQ("failed, untouched", Convert(Bytes("GBK\0"), "UTF-8", "x")); });
 }
 
 TEST(CodeSetConvertFailure, AnUnknownNameIsReportedOnEveryCall) {
-    const test::CoreLogDir log;
+    const test::ScopedLogDir log;
     test::StdoutOf([] {
         for (int call = 0; call < 3; ++call) EXPECT_EQ("failed, untouched", Convert("GBK ", "UTF-8", "x"));
     });
@@ -272,7 +273,7 @@ TEST(CodeSetConvert, WhatComesBeforeTheNamesAreLookedAtStaysFirst) {
 }
 
 TEST(CodeSetConvertFailure, IsReportedFromSeveralThreadsAtOnce) {
-    const test::CoreLogDir log;
+    const test::ScopedLogDir log;
     constexpr int kCalls = 40;
     std::atomic<int> failed{0};
     const std::string printed = test::StdoutOf([&failed] {
@@ -420,7 +421,7 @@ protected:
         CorbaConfigItems::Instance()->init();
     }
 
-    test::CoreLogDir m_log;
+    test::ScopedLogDir m_log;
     test::TempDir m_dir;
     test::ScopedEnv m_env;
 };

@@ -21,9 +21,9 @@
 #include "support/elsewhere.h"
 #include "support/environment.h"
 #include "support/forkedchild.h"
+#include "support/logfiles.h"
 #include "support/tempdir.h"
 #include "support/wait.h"
-#include "unit/base/corelog.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -70,7 +70,7 @@ protected:
         return Read().GetHfsMode("127.0.0.1");
     }
 
-    test::CoreLogDir m_log;
+    test::ScopedLogDir m_log;
     test::TempDir m_dir;
     test::ScopedEnv m_shareEnv;
     test::ScopedEnv m_rootEnv;

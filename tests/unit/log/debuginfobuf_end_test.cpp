@@ -8,7 +8,7 @@
 #include "logtest.h"
 #include "support/capture.h"
 #include "support/wait.h"
-#include "testclock.h"
+#include "support/testclock.h"
 
 namespace NS_BUNDLEMGR1 {
 namespace {

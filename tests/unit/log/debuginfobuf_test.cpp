@@ -7,7 +7,7 @@
 #include <gmock/gmock.h>
 
 #include "logtest.h"
-#include "testclock.h"
+#include "support/testclock.h"
 
 namespace NS_BUNDLEMGR1 {
 namespace {

@@ -1,12 +1,12 @@
 // What the tests of records on their way to the file have in common.
 //
-// As testclock.h, for one source file of a program only.
+// As support/testclock.h, for one source file of a program only.
 #pragma once
 
 #include <string>
 
 #include "logtest.h"
-#include "testclock.h"
+#include "support/testclock.h"
 
 namespace test {
 

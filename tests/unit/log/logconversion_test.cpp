@@ -7,7 +7,7 @@
 #include "logtest.h"
 #include "src/platform/iconv/iconv.h"
 #include "support/capture.h"
-#include "testclock.h"
+#include "support/testclock.h"
 
 namespace {
 

@@ -17,7 +17,7 @@
 #include "support/forkedchild.h"
 #include "support/ordinaryuser.h"
 #include "support/wait.h"
-#include "testclock.h"
+#include "support/testclock.h"
 
 namespace NS_BUNDLEMGR1 {
 namespace {

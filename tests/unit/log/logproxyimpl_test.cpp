@@ -9,7 +9,7 @@
 
 #include "logtest.h"
 #include "support/capture.h"
-#include "testclock.h"
+#include "support/testclock.h"
 
 namespace NS_BUNDLEMGR1 {
 namespace {

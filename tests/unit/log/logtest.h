@@ -4,7 +4,6 @@
 #include <pthread.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdarg>
 #include <ctime>
 #include <filesystem>
@@ -18,6 +17,7 @@
 #include <bundlemgr/log.h>
 
 #include "support/environment.h"
+#include "support/logfiles.h"
 #include "support/tempdir.h"
 
 namespace test {
@@ -98,24 +98,6 @@ inline std::vector<std::string> Texts(const std::vector<LogRecord>& records) {
     std::vector<std::string> texts;
     for (const LogRecord& record : records) texts.push_back(record.text);
     return texts;
-}
-
-/// @return the paths of a directory's files, sorted; none when it is missing
-inline std::vector<std::string> FilesIn(const std::string& directory) {
-    std::vector<std::string> files;
-    std::error_code missing;
-    for (const auto& entry : std::filesystem::directory_iterator(directory, missing)) {
-        files.push_back(entry.path().string());
-    }
-    std::sort(files.begin(), files.end());
-    return files;
-}
-
-/// @return the contents of a directory's files, one after the other
-inline std::string LogIn(const std::string& directory) {
-    std::string log;
-    for (const std::string& file : FilesIn(directory)) log += ReadFile(file);
-    return log;
 }
 
 inline NS_BUNDLEMGR1::DebugInfo MakeInfo(int level, const std::string& text, long seconds = kTheSecond,

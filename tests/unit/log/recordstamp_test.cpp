@@ -11,7 +11,7 @@
 #include <bundlemgr/base.h>
 
 #include "logtest.h"
-#include "testclock.h"
+#include "support/testclock.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "unit/log/testclock.h"
+#include "support/testclock.h"
 
 namespace NS_BUNDLEMGR1 {
 namespace {
