@@ -1,7 +1,4 @@
 // Code-set conversion when memory runs out, and in a process that forks.
-//
-// This program's own operators new come before the library's. They serve every request
-// until a test tells them otherwise.
 #include <atomic>
 #include <cstdlib>
 #include <new>
@@ -17,37 +14,17 @@
 #include "support/environment.h"
 #include "support/forkedchild.h"
 #include "support/logfiles.h"
-#include "support/replacednew.h"
+#include "support/memoryfault.h"
 #include "support/tempdir.h"
 #include "support/wait.h"
-
-namespace {
-
-// How many more requests of this thread are served; negative for all.
-thread_local long t_requestsLeft = -1;
-
-}  // namespace
-
-bool test::RefusesMemory() noexcept {
-    if (t_requestsLeft == 0) return true;
-    if (t_requestsLeft > 0) --t_requestsLeft;
-    return false;
-}
 
 namespace NS_BUNDLEMGR1 {
 
 namespace {
 
-// ---- No memory ----
+using test::MemoryFault;
 
-/// Serves only so many requests of this thread while it lives.
-class ShortOfMemory {
-public:
-    explicit ShortOfMemory(long requests) { t_requestsLeft = requests; }
-    ~ShortOfMemory() { t_requestsLeft = -1; }
-    ShortOfMemory(const ShortOfMemory&) = delete;
-    ShortOfMemory& operator=(const ShortOfMemory&) = delete;
-};
+// ---- No memory ----
 
 /// Runs an action with ever more memory until it succeeds; until then it must answer false
 /// and leave its output alone.
@@ -58,7 +35,7 @@ long FailuresUntilDone(Action action, const std::string& expected) {
         std::string out = "untouched";
         bool done = false;
         {
-            const ShortOfMemory shortage(requests);
+            const MemoryFault shortage(requests + 1, MemoryFault::kFromThenOn);
             done = action(out);
         }
         if (done) {
@@ -112,7 +89,7 @@ TEST(CodeSetFailures, WithoutMemoryAnUnknownSetIsFalse) {
             std::string out = "untouched";
             bool done = true;
             {
-                const ShortOfMemory shortage(requests);
+                const MemoryFault shortage(requests + 1, MemoryFault::kFromThenOn);
                 done = CodeSetConvert("nonsense", "UTF-8", "x", out);
             }
             EXPECT_FALSE(done) << requests;

@@ -1,9 +1,4 @@
 // The log when memory runs out.
-//
-// This program's own operator new comes before the C++ library's. It fails on a thread
-// that a test has said so of.
-#include <cstdlib>
-#include <new>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -12,51 +7,14 @@
 #include "src/corelog/corelog.h"
 #include "src/log/logfile.h"
 #include "support/capture.h"
-#include "support/replacednew.h"
-
-namespace {
-
-constexpr long kNever = -1;
-
-thread_local long t_next = kNever;   // which of the coming allocations fails, counted from 1
-thread_local bool t_goesOn = false;  // and all that follow it
-thread_local long t_failed = 0;
-
-bool Strikes() {
-    if (t_next == kNever) return false;
-    if (t_next > 1) {
-        --t_next;
-        return false;
-    }
-    if (!t_goesOn) t_next = kNever;
-    ++t_failed;
-    return true;
-}
-
-/// While it lives, the n-th allocation of this thread fails.
-class MemoryFault {
-public:
-    explicit MemoryFault(long n, bool goesOn = false) {
-        t_failed = 0;
-        t_goesOn = goesOn;
-        t_next = n;
-    }
-    ~MemoryFault() { t_next = kNever; }
-    MemoryFault(const MemoryFault&) = delete;
-    MemoryFault& operator=(const MemoryFault&) = delete;
-};
-
-}  // namespace
-
-bool test::RefusesMemory() noexcept {
-    return Strikes();
-}
+#include "support/memoryfault.h"
 
 namespace NS_BUNDLEMGR1 {
 namespace {
 
 using test::LogRecord;
 using test::MakeInfo;
+using test::MemoryFault;
 using test::ParseLog;
 using test::StdoutOf;
 using test::Texts;
@@ -97,20 +55,18 @@ protected:
     /// Runs it with a fault at each of its allocations. `check` is told how many records
     /// are on the disk and how many were counted as lost.
     template <class Check>
-    void ForEachAllocation(int mode, bool goesOn, Check check) {
+    void ForEachAllocation(int mode, MemoryFault::Duration duration, Check check) {
         m_proxy.SetBundleName("");
-        for (long n = 1; n == 1 || t_failed > 0; ++n) {
+        for (long n = 1; n == 1 || MemoryFault::Failed() > 0; ++n) {
             const unsigned long long lostBefore = GetLogLoss().records;
             test::Clock::Set(test::kTheSecond, 42);
             StdoutOf([&] {
-                const MemoryFault fault(n, goesOn);
+                const MemoryFault fault(n, duration);
                 Scenario(mode);
             });
-            const long failed = t_failed;
             const std::size_t onDisk = ParseLog(Log()).size();
             check(onDisk, GetLogLoss().records - lostBefore);
             for (const std::string& file : Files()) std::filesystem::remove(file);
-            t_failed = failed;
             m_allocations = n;
         }
     }
@@ -121,7 +77,7 @@ protected:
 
 TEST_F(LogMemoryTest, OneFailedAllocationCostsOneRecordAtMost) {
     for (const int mode : {LOG_OUTPUT_BUFFERED, LOG_OUTPUT_IMMEDIATE}) {
-        ForEachAllocation(mode, false, [](std::size_t onDisk, unsigned long long lost) {
+        ForEachAllocation(mode, MemoryFault::kOnce, [](std::size_t onDisk, unsigned long long lost) {
             EXPECT_EQ(static_cast<unsigned long long>(kRecords), onDisk + lost);
             EXPECT_GE(1U, lost);
         });
@@ -131,7 +87,7 @@ TEST_F(LogMemoryTest, OneFailedAllocationCostsOneRecordAtMost) {
 
 TEST_F(LogMemoryTest, WithoutMemoryEachRecordIsWrittenOrCounted) {
     for (const int mode : {LOG_OUTPUT_BUFFERED, LOG_OUTPUT_IMMEDIATE}) {
-        ForEachAllocation(mode, true, [](std::size_t onDisk, unsigned long long lost) {
+        ForEachAllocation(mode, MemoryFault::kFromThenOn, [](std::size_t onDisk, unsigned long long lost) {
             EXPECT_EQ(static_cast<unsigned long long>(kRecords), onDisk + lost);
         });
     }
@@ -139,7 +95,7 @@ TEST_F(LogMemoryTest, WithoutMemoryEachRecordIsWrittenOrCounted) {
 
 TEST_F(LogMemoryTest, ALargeBatchLosesOneRecordAtMost) {
     constexpr unsigned long kBatch = 2000;
-    for (long n = 1; n == 1 || t_failed > 0; ++n) {
+    for (long n = 1; n == 1 || MemoryFault::Failed() > 0; ++n) {
         const unsigned long long lostBefore = GetLogLoss().records;
         Buffer().SetOutputMode(LOG_OUTPUT_BUFFERED);
         for (unsigned long i = 0; i < kBatch; ++i) Append(kLong);
@@ -147,19 +103,17 @@ TEST_F(LogMemoryTest, ALargeBatchLosesOneRecordAtMost) {
             const MemoryFault fault(n);
             Buffer().Output();
         }
-        const long failed = t_failed;
         LogProxyDebugInfoBufMgr::Destroy();
         const unsigned long long lost = GetLogLoss().records - lostBefore;
         EXPECT_EQ(kBatch, ParseLog(Log()).size() + lost);
         EXPECT_GE(1U, lost);
         for (const std::string& file : Files()) std::filesystem::remove(file);
-        t_failed = failed;
     }
 }
 
 TEST_F(LogMemoryTest, TheNextFileIsOpenedWhenMemoryIsShortForAMoment) {
     constexpr std::size_t kFiles = 4;
-    for (long n = 1; n == 1 || t_failed > 0; ++n) {
+    for (long n = 1; n == 1 || MemoryFault::Failed() > 0; ++n) {
         const unsigned long long lostBefore = GetLogLoss().records;
         const test::TempDir dir;
         test::Clock::Set(test::kTheSecond, 42);
@@ -174,18 +128,16 @@ TEST_F(LogMemoryTest, TheNextFileIsOpenedWhenMemoryIsShortForAMoment) {
             }
             file.Close();
         }
-        const long failed = t_failed;
         const unsigned long long lost = GetLogLoss().records - lostBefore;
         EXPECT_GE(1U, lost);
         EXPECT_EQ(kFiles, test::FilesIn(dir.Path()).size() + lost) << n;
-        t_failed = failed;
     }
 }
 
 TEST_F(LogMemoryTest, AFullBufferLosesItsNoticeAlone) {
     constexpr unsigned long kCapacity = 8192;
     const DebugInfo info = MakeInfo(1, "t");
-    for (long n = 1; n == 1 || t_failed > 0; ++n) {
+    for (long n = 1; n == 1 || MemoryFault::Failed() > 0; ++n) {
         const unsigned long long lostBefore = GetLogLoss().records;
         Buffer().SetOutputMode(LOG_OUTPUT_BUFFERED);
         for (unsigned long i = 1; i < kCapacity; ++i) Buffer().AppendOutputInfo(info);
@@ -193,7 +145,6 @@ TEST_F(LogMemoryTest, AFullBufferLosesItsNoticeAlone) {
             const MemoryFault fault(n);
             Buffer().AppendOutputInfo(info);
         }
-        const long failed = t_failed;
         LogProxyDebugInfoBufMgr::Destroy();
         const std::vector<std::string> texts = Texts(ParseLog(Log()));
         const unsigned long long lost = GetLogLoss().records - lostBefore;
@@ -201,14 +152,13 @@ TEST_F(LogMemoryTest, AFullBufferLosesItsNoticeAlone) {
         EXPECT_LE(kCapacity - 1, own);
         EXPECT_EQ(texts.size() == kCapacity + 1 ? 0U : 1U, lost);
         for (const std::string& file : Files()) std::filesystem::remove(file);
-        t_failed = failed;
     }
 }
 
 TEST_F(LogMemoryTest, APositionThatThereIsNoMemoryForIsEmpty) {
     m_proxy.SetPosition("file", 1);
     {
-        const MemoryFault fault(1, true);
+        const MemoryFault fault(1, MemoryFault::kFromThenOn);
         m_proxy.SetPosition(kLong, 2);
     }
     StdoutOf([&] { m_proxy.Write(1, "a"); });
@@ -223,14 +173,14 @@ TEST_F(LogMemoryTest, ATextIsEchoedWithoutMemoryForItsRecord) {
     LogProxyDebugInfoBufMgr::Instance();
 
     EXPECT_EQ(kLong, StdoutOf([&] {
-                  const MemoryFault fault(1, true);
+                  const MemoryFault fault(1, MemoryFault::kFromThenOn);
                   m_proxy.Write(1, kLong);
               }));
 }
 
 TEST_F(LogMemoryTest, TheLibrarysOwnMessagesThrowNothing) {
     const auto print = [](CoreLog& log) noexcept { log.Print(1, LOG_LEVEL_ERROR, "raw %s", kLong); };
-    for (long n = 1; n == 1 || t_failed > 0; ++n) {
+    for (long n = 1; n == 1 || MemoryFault::Failed() > 0; ++n) {
         const unsigned long long lostBefore = GetLogLoss().records;
         LogProxyDebugInfoBufMgr::Destroy();
         BundleMgr::Destroy();
@@ -239,11 +189,9 @@ TEST_F(LogMemoryTest, TheLibrarysOwnMessagesThrowNothing) {
             const MemoryFault fault(n);
             print(*log);
         });
-        const long failed = t_failed;
         LogProxyDebugInfoBufMgr::Destroy();
         EXPECT_EQ(1U, ParseLog(Log()).size() + GetLogLoss().records - lostBefore) << n;
         for (const std::string& file : Files()) std::filesystem::remove(file);
-        t_failed = failed;
     }
 }
 
@@ -253,7 +201,7 @@ TEST_F(LogMemoryTest, WithoutMemoryTheLibrarysOwnMessagesArePrintedAsTheyStand) 
     const unsigned long long lostBefore = GetLogLoss().records;
 
     EXPECT_EQ("raw %d", StdoutOf([&] {
-                  const MemoryFault fault(1, true);
+                  const MemoryFault fault(1, MemoryFault::kFromThenOn);
                   log.Print(1, LOG_LEVEL_ERROR, "raw %d", 1);
               }));
     EXPECT_EQ(1U, GetLogLoss().records - lostBefore);
