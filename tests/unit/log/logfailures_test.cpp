@@ -2,7 +2,6 @@
 //
 // This program's own functions come before the C library's, for ACE, too. They pass
 // every call on until a test tells them otherwise.
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
@@ -25,6 +24,7 @@
 #include "src/log/logfile.h"
 #include "src/log/logproxyimpl.h"
 #include "support/capture.h"
+#include "support/replacedfunction.h"
 #include "support/wait.h"
 
 namespace {
@@ -60,14 +60,9 @@ bool IsLogFile(std::FILE* stream) {
     return stream != nullptr && stream != stdout && stream != stderr;
 }
 
-template <class Function>
-Function Next(const char* name) {
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-}
-
 }  // namespace
 
-#define ZO_REPLACES __attribute__((visibility("default")))
+using test::Next;
 
 extern "C" {
 

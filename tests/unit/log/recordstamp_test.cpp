@@ -1,7 +1,5 @@
 #include "src/log/recordstamp.h"
 
-#include <dlfcn.h>
-
 #include <climits>
 #include <cstring>
 #include <thread>
@@ -11,6 +9,7 @@
 #include <bundlemgr/base.h>
 
 #include "logtest.h"
+#include "support/replacedfunction.h"
 #include "support/testclock.h"
 
 namespace {
@@ -20,11 +19,10 @@ int g_zonesAsked = 0;
 }  // namespace
 
 // This program's own comes before the C library's. Time stamps ask it for the zone's name.
-extern "C" __attribute__((visibility("default"))) size_t strftime(char* text, size_t size, const char* format,
-                                                                  const tm* time) noexcept {
+extern "C" ZO_REPLACES size_t strftime(char* text, size_t size, const char* format, const tm* time) noexcept {
     if (std::strcmp(format, "%Z") == 0) ++g_zonesAsked;
     using Function = size_t (*)(char*, size_t, const char*, const tm*);
-    static const auto next = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "strftime"));
+    static const auto next = test::Next<Function>("strftime");
     return next(text, size, format, time);
 }
 
