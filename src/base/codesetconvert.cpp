@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <atomic>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <list>
@@ -17,6 +16,7 @@
 #include "src/corelog/corelog.h"
 #include "src/platform/iconv/iconv.h"
 #include "src/platform/standardoutput.h"
+#include "src/platform/text.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -158,27 +158,6 @@ void ReportFailedOpen(const std::string& from, const std::string& to) {
     g_log.Print(__LINE__, LOG_LEVEL_ERROR, kFormat, to.c_str(), from.c_str());
 }
 
-/// @return whether conversion from any local set to UTF-8 is the identity: every byte
-///         is ASCII, and none is the NUL at which output ends
-bool IsPlainAscii(const std::string& text) {
-    constexpr std::uint64_t kOnes = 0x0101010101010101;
-    constexpr std::uint64_t kHighBits = 0x8080808080808080;
-    const char* next = text.data();
-    std::size_t left = text.size();
-    std::uint64_t suspicious = 0;
-    for (; left >= sizeof(std::uint64_t); left -= sizeof(std::uint64_t), next += sizeof(std::uint64_t)) {
-        std::uint64_t word = 0;
-        std::memcpy(&word, next, sizeof word);
-        // Taking 1 from each byte sets the high bit of one that is 0.
-        suspicious |= word | (word - kOnes);
-    }
-    for (; left > 0; --left, ++next) {
-        const auto byte = static_cast<unsigned char>(*next);
-        suspicious |= byte | (byte - std::uint64_t{1});
-    }
-    return (suspicious & kHighBits) == 0;
-}
-
 // ---- Settings, each read once ----
 
 /// A setting that is not known before its first use. Two threads may read it at once
@@ -288,6 +267,7 @@ void Convert2UTFforLog(const std::string& in, std::string& out) {
     // Time stamps are plain, so writing a record mostly converts nothing.
     const bool converted = IfMemoryLasts([&] {
         const char* const local = g_localCharsetIsGbk.Get(ReadLocalCharsetIsGbk) ? kGbk : kLatin1;
+        // Plain ASCII is the same in UTF-8, whatever the local set.
         return !IsPlainAscii(in) && CodeSetConvert(local, kUtf8, in, out);
     });
     if (!converted) out = in;

@@ -6,8 +6,7 @@
 
 namespace NS_BUNDLEMGR1 {
 
-void Assert(bool condition, const char* expression, const char* source, int line) {
-    if (condition) return;
+void FailAssertion(const char* expression, const char* source, int line) {
     __ace_assert(source, line, expression);
     std::abort();  // for a host that has masked ACE's log, which aborts only what it prints
 }

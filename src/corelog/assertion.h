@@ -3,9 +3,14 @@
 
 namespace NS_BUNDLEMGR1 {
 
-/// Ends the process when `condition` does not hold, with ACE's report of `expression`.
-/// `ACE_ASSERT` would name the whole path of the source, where the log gives its bare name.
+/// Ends the process with ACE's report of an assertion.
+[[noreturn]] void FailAssertion(const char* expression, const char* source, int line);
+
+/// Ends the process when `condition` does not hold. `ACE_ASSERT` would report the whole path of
+/// the source, where the log gives its bare name.
 /// @param source bare name of the source file
-void Assert(bool condition, const char* expression, const char* source, int line);
+inline void Assert(bool condition, const char* expression, const char* source, int line) {
+    if (!condition) FailAssertion(expression, source, line);
+}
 
 }  // namespace NS_BUNDLEMGR1
