@@ -154,7 +154,7 @@ public:
     /// `Printf` of a record with a position of its own, which no other thread can take away
     /// from it. The position of the proxy stays for the other operations. The body here, for
     /// proxies that were written without this operation, makes do with `SetPosition` and then
-    /// `Printf(level, "%s", text)`.
+    /// `Printf` of the finished text, in which each "%" stands twice.
     /// @param file   bare name of the source file; null counts as empty
     /// @param line   line in it
     /// @param level  severity, see `LogLevel`

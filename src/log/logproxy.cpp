@@ -11,6 +11,15 @@ namespace {
 
 constexpr std::size_t kTextSize = 4096;  // as much as a record takes
 
+// A format that prints the text as it stands.
+void MakeFormat(const char* text, char* format) {
+    for (; *text != '\0'; ++text) {
+        if (*text == '%') *format++ = '%';
+        *format++ = *text;
+    }
+    *format = '\0';
+}
+
 }  // namespace
 
 LogProxy::~LogProxy() = default;
@@ -18,8 +27,15 @@ LogProxy::~LogProxy() = default;
 void LogProxy::VPrintfAt(const char* file, unsigned long line, int level, const char* format, va_list args) {
     char text[kTextSize];
     vsnprintf_s(text, sizeof text, sizeof text - 1, format, args);
+    char printable[2 * kTextSize];
+    MakeFormat(text, printable);
     SetPosition(file, line);
-    Printf(level, "%s", text);
+    // Not "%s", for there are proxies whose Printf looks at its format only.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#pragma GCC diagnostic ignored "-Wformat-security"
+    Printf(level, printable);
+#pragma GCC diagnostic pop
 }
 
 LogProxyMgr::~LogProxyMgr() = default;

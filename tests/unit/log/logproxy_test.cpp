@@ -189,6 +189,17 @@ TYPED_TEST(OlderProxyTest, GetsATextThatIsCutAsARecordWouldBe) {
     EXPECT_THAT(proxy.m_calls, ElementsAre("SetPosition file:12", "Printf 1 " + std::string(4095, 'x')));
 }
 
+// One that changes something else, and prints as its base does.
+class SilentPositionProxy : public DefaultLogProxy {
+public:
+    void SetPosition(const char*, unsigned long) override {}
+};
+
+TEST(DerivedDefaultProxyTest, ThatPrintsItsFormatPrintsTheText) {
+    SilentPositionProxy proxy;
+    EXPECT_EQ("all of it\n", StdoutOf([&] { PrintAt(proxy, "file", 12, 1, "%s of it\n", "all"); }));
+}
+
 class RecordingProxyMgr : public LogProxyMgr {
 public:
     explicit RecordingProxyMgr(std::string& called) : m_called(called) {}
