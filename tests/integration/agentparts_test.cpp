@@ -173,7 +173,7 @@ TEST(AgentRefusalLog, TellsOfEachAddressOnceAMinute) {
 TEST(AgentRefusalLog, RemembersABoundedNumberOfAddressesAndForgetsTheOld) {
     alarms::RefusalLog refusals;
     const RefusalTime begin{};
-    for (std::size_t i = 0; i < alarms::RefusalLog::kMostAddresses; ++i) {
+    for (std::size_t i = 0; i < alarms::RefusalLog::kMaxAddresses; ++i) {
         ASSERT_TRUE(refusals.ShouldTell(Address(i), begin + milliseconds(i)));
     }
     EXPECT_FALSE(refusals.ShouldTell("192.0.2.1", begin + std::chrono::seconds(30)));

@@ -1,9 +1,11 @@
 #include <cstdarg>
 #include <cstdio>
 #include <new>
+#include <string>
 #include <utility>
+#include <vector>
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <bundlemgr/log.h>
 
@@ -15,6 +17,7 @@ namespace {
 
 using test::PrintAt;
 using test::StdoutOf;
+using testing::ElementsAre;
 
 // ---- The order of the virtual operations, as a caller in another library sees it ----
 
