@@ -2,7 +2,7 @@
 
 #include <ctime>
 
-void Progress::Enter(const std::string& step) {
+void Progress::Begin(const std::string& step) {
     const std::lock_guard<std::mutex> guard(m_mutex);
     if (step == m_step) return;
     m_step = step;

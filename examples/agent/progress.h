@@ -10,7 +10,7 @@ class Progress {
 public:
     /// A step begins, unless it is the present one.
     /// @param step completes "waiting for ..."
-    void Enter(const std::string& step);
+    void Begin(const std::string& step);
 
     /// @return "waiting for <step> since 2024-03-01 08:05:09 (12 s)", in local time
     std::string Text() const;

@@ -70,17 +70,17 @@ void StepWatch::Watch() {
 void StepWatch::Look() {
     for (const Step& step : m_steps) {
         if (IsDone(step)) continue;
-        Enter(step.name);
+        Begin(step.name);
         const std::string service = LatestService(*step.bundle, step.services);
-        if (!service.empty()) Enter(step.name + " (service " + service + ")");
+        if (!service.empty()) Begin(step.name + " (service " + service + ")");
         return;
     }
 }
 
-void StepWatch::Enter(const std::string& name) {
+void StepWatch::Begin(const std::string& name) {
     if (name == m_entered || m_entered.rfind(name + " (", 0) == 0) return;  // is known already, or better
     m_entered = name;
-    m_progress.Enter(name + (m_what == What::END ? " to be ended" : " to be initialised"));
+    m_progress.Begin(name + (m_what == What::END ? " to be ended" : " to be initialised"));
 }
 
 bool StepWatch::IsDone(const Step& step) const {

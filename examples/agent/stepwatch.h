@@ -38,7 +38,7 @@ private:
 
     void Watch();
     void Look();
-    void Enter(const std::string& name);
+    void Begin(const std::string& name);
     bool IsDone(const Step& step) const;
 
     const What m_what;

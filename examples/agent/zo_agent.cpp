@@ -57,13 +57,13 @@ std::string Start(StopSignals& signals, Progress& progress) {
     for (const std::string& trouble : SettingsTroubles()) Complain(trouble);
     CorbaConfigItems::Instance()->init();
 
-    progress.Enter("the bundles to be loaded");
+    progress.Begin("the bundles to be loaded");
     const std::string logHint = ", see the log in " + NS_BUNDLEMGR1::GetNBILogPath();
     if (BundleMgr::Instance()->LoadAllBundles() != 0) return "cannot load " + BundlesNotLoaded() + logHint;
     for (const std::string& trouble : UnreadableServices()) Complain(trouble);
     if (signals.Requested()) return "";
 
-    progress.Enter("the bundles to be initialised");
+    progress.Begin("the bundles to be initialised");
     const StepWatch steps(StepWatch::What::INITIALISATION, progress);
     const int result = BundleMgr::Instance()->InitAllBundles();
     if (result == 0) return "";
@@ -73,22 +73,22 @@ std::string Start(StopSignals& signals, Progress& progress) {
 // Ends whatever `Start` has begun, however far it got.
 void Stop(Progress& progress, LogKeeper& log) {
     BundleMgr* const manager = BundleMgr::Instance();
-    progress.Enter("the bundles to be ended");
+    progress.Begin("the bundles to be ended");
     {
         const StepWatch steps(StepWatch::What::END, progress);
         manager->FiniAllBundles();
     }
-    progress.Enter("the threads of the bundles to end");
+    progress.Begin("the threads of the bundles to end");
     // Without a CORBA side there is none to wait for.
     NS_BUNDLEMGR1::g_isUnloadingCorba = manager->GetBundle("zo_corba_bundle") == nullptr;
     manager->WaitAllBundlesThreadExit();
-    progress.Enter("the event manager to end");
+    progress.Begin("the event manager to end");
     LightEventMgr::Instance()->Fini();
     LightEventMgr::Destroy();
     // From here on nobody runs but this thread; the libraries are closed now.
-    progress.Enter("the libraries of the bundles to be closed");
+    progress.Begin("the libraries of the bundles to be closed");
     BundleMgr::Destroy();
-    progress.Enter("the log to be closed");
+    progress.Begin("the log to be closed");
     log.End();
     LogProxyDebugInfoBufMgr::Destroy();
     CorbaConfigItems::Destroy();
@@ -112,7 +112,7 @@ int Run(const Options& options) {
     }
     Progress progress;
     LogKeeper log;
-    progress.Enter("the host to be set up");
+    progress.Begin("the host to be set up");
     const std::unique_ptr<StopSignals> signals = WatchSignals(progress, log);
     if (signals == nullptr) return EXIT_NOT_STARTED;
     const std::string reason = Start(*signals, progress);

@@ -13,8 +13,8 @@
 ///         int GetBundleOrder() override { return 10; }
 ///         void SetInterface() override {}  // the services publish
 ///         int Init() override {
-///             const int result = LoadAllServiceObjects();       // first: a bundle counts as
-///             return result == 0 ? BundleObject::Init() : result;  // initialised when it is
+///             const int result = LoadAllServiceObjects();
+///             return result == 0 ? BundleObject::Init() : result;  // only when all are ready
 ///         }
 ///         void Fini() override {
 ///             UnLoadAllServiceObjects();  // first: nobody starts or finds them any more
@@ -25,42 +25,44 @@
 ///     ZO_BUNDLE(MyBundle);
 ///
 /// Where `LoadAllServiceObjects` fails, the services that are ready stay. A bundle whose
-/// initialisation is to be tried again removes them (`RemoveServiceObject`) before it returns,
-/// since a second service of a name ends the process; `zo::ServiceBundle` does so.
+/// initialisation is to be tried again removes them (`RemoveServiceObject`) before it loads
+/// again, since a second service of a name ends the process; `zo::ServiceBundle` does so.
 ///
 /// **To stay alive.** A library is unmapped when its service, or at the end its bundle, goes:
-/// a thread, a handler or a pointer that is left behind then runs into nothing.
+/// a thread, a handler or a pointer that is left behind then crashes the process.
 ///
-/// - End what you began in `fini`, in `ExitThreads` and in the destructor, all three by way of
-///   one `Stop` that may be called repeatedly, also by two threads at once. In the normal stop
-///   `BundleMgr::FiniAllBundles` finalises the services first; when
+/// - End your threads in `fini`, in `ExitThreads` and in the destructor, by one operation that
+///   may be called repeatedly, also by two threads at once, such as `zo::ServiceThread::Stop`.
+///   In the normal stop `BundleMgr::FiniAllBundles` finalises the services first; when
 ///   `WaitAllBundlesThreadExit` asks for the threads afterwards, a service that is finalised is
-///   not called any more. So `ExitThreads` alone never sees the normal stop. The destructor
-///   comes without `fini` when `init` has failed.
-/// - `Stop` runs while the manager's table and the bundle are held. A thread that is waited for
+///   not called any more: only `fini` is. `ExitThreads` may come while `init` is still running
+///   on another thread, and the destructor comes without `fini` when `init` has failed.
+/// - All three run while the manager's table and the bundle are held. A thread that is waited for
 ///   there must not wait for these: it must not load, remove or look up anything for the first
 ///   time.
 /// - Do the first look-up of a `ServiceInterfaceProxy` in `init`: it takes these locks. Later
 ///   ones take none.
-/// - Nothing calls `SetInterface` of a service or of a bundle. Publish in `init`, when the
-///   interface can be used, and withdraw in `Stop`:
+/// - Nothing but `zo::ServiceBundle` calls `SetInterface`. Publish at the end of `init`; other
+///   threads find the interface when `init` has returned 0. Withdraw in `fini` and in the
+///   destructor, which no other thread calls into:
 ///
 ///         int init(int, ACE_TCHAR*[]) override {
-///             SetInterface();                     // yours: m_pInterface = new LampImpl;
-///             SetIFBuf("LampSvc", m_pInterface);  // last: now all may use it
+///             ...
+///             SetInterface();  // yours: m_pInterface = new LampImpl;
 ///             return 0;
 ///         }
-///         void Stop() {        // by fini, ExitThreads and the destructor
-///             m_thread.Stop();
-///             if (m_pInterface == nullptr) return;
-///             SetIFBuf("LampSvc", nullptr);  // or proxies would hand it out for ever
-///             RemoveInterface();             // deletes it
+///         int fini() override { End(); return ServiceObjectBase::fini(); }
+///         ~LampSvc() override { End(); }
+///         void ExitThreads() override { m_thread.Stop(); }
+///         void End() {
+///             ExitThreads();
+///             RemoveIFBuf("LampSvc", m_pInterface);  // or proxies would hand it out for ever
+///             RemoveInterface();                     // deletes it
 ///         }
 ///
-///   The first time, proxies would find the interface by themselves; a name that was withdrawn
-///   they do not search for again. Whoever has fetched the pointer may still be using it: since
-///   bundles end in the opposite order of their start, a bundle gets a higher order value than
-///   those whose interfaces it uses.
+///   Whoever has fetched the pointer may still be using it: since bundles end in the opposite
+///   order of their start, a bundle gets a higher order value than those whose interfaces it
+///   uses.
 /// - Take event handlers away as <bundlemgr/event.h> says.
 #pragma once
 
@@ -96,14 +98,13 @@ public:
 };
 
 /// Base of classes that are not to be derived from: whoever derives from one must
-/// construct this private virtual base itself. Today's compilers let that pass, so it
-/// is a mark, not a lock.
+/// construct this private virtual base itself. Today's compilers do not enforce that.
 class ZO_EXPORT FinalClass {
 public:
     virtual ~FinalClass();
 };
 
-/// The interface for where no real one is at hand; it offers nothing.
+/// The placeholder for an interface; it offers nothing.
 class ZO_EXPORT NULLServiceInterface : public ServiceInterface, private virtual FinalClass {
 public:
     ~NULLServiceInterface() override;
@@ -151,7 +152,7 @@ public:
     virtual ServiceInterface* GetInterface();
 
     /// Overridden to create the interface and store it in `m_pInterface`. The body
-    /// here only clears the pointer. Nothing in the library calls it; an `Init` may.
+    /// here only clears the pointer. Nothing in the library but `ServiceBundle::Init` calls it.
     virtual void SetInterface() = 0;
 
     /// Deletes the published interface, if there is one.
@@ -179,8 +180,9 @@ public:
     virtual void RegisterServiceObject(const char* serviceName, ServiceObjectBase* service);
 
     /// Finalises and destroys a service, takes it out of the table and posts
-    /// `LIGHT_EVENT_SERVICE_REMOVED`. An unknown name is only reported on the log, at once;
-    /// so is one that another thread has been removing, when that is done.
+    /// `LIGHT_EVENT_SERVICE_REMOVED`. Not for handlers of events whose services may be ending
+    /// at the same time: these wait for the handler while the bundle is held. An unknown name is only reported on the
+    /// log, at once; so is one that another thread has been removing, when that is done.
     /// @param serviceName the service's name, not null
     virtual void RemoveServiceObject(const char* serviceName);
 
@@ -229,7 +231,8 @@ private:
 /// `ZO_SERVICE_FACTORY` does). Until its `init` has returned 0, its interface is handed out
 /// only on the thread that brings it up, and other threads call nothing but `ExitThreads`.
 ///
-/// A service may restart itself with `fini` and `init`. It must not delete itself.
+/// A service may restart itself with `fini` and `init`, at a time when nobody searches for its
+/// interface. It must not delete itself; `RemoveServiceObject` ends it from outside.
 ///
 /// The order of the virtual operations is part of the contract with services in the
 /// field; new ones go to the end.
@@ -255,6 +258,8 @@ public:
     /// the normal stop: so `fini` ends the threads, too (see the head of this file).
     virtual void ExitThreads() = 0;
 
+    /// Called by the searches of interface proxies, which hold `_g_actualmutex` and the bundle
+    /// meanwhile: overrides must not load or remove services.
     /// @return the published interface, or null
     virtual ServiceInterface* GetInterface();
 
@@ -294,6 +299,12 @@ ZO_EXPORT std::vector<ServiceInterface*>* CheckIFBuf(const std::string& name);
 /// @param name  name of the interface
 /// @param iface stays its publisher's; null is stored as it is
 ZO_EXPORT void SetIFBuf(const std::string& name, ServiceInterface* iface);
+
+/// Takes an interface out of the list under `name`, before it is deleted: proxies that have
+/// found it search again from then on. Throws nothing.
+/// @param name  name of the interface
+/// @param iface the one to take out; null, and one that is not in the list, change nothing
+ZO_EXPORT void RemoveIFBuf(const std::string& name, const ServiceInterface* iface);
 /// @}
 
 /// Base of the exceptions of this library. A thrower may leave details in the streams.
@@ -330,7 +341,7 @@ public:
 ///
 /// The first look-up that finds the interface searches the bundles, under `_g_actualmutex` and
 /// the bundles' locks: do it in `init`, not on a thread that is waited for while its service
-/// ends. Later ones take no lock. While a search fails, each look-up searches again.
+/// ends. Later ones take neither. While a search fails, each look-up searches again.
 ///
 /// Thread safety: one proxy may be used by any number of threads. The result stays the
 /// publisher's; the registry keeps it even after the publisher is gone, until

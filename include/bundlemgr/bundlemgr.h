@@ -4,6 +4,7 @@
 ///
 ///     BundleMgr* mgr = BundleMgr::Instance();
 ///     LightEventMgr::Instance()->Init();    // the event worker
+///     CorbaConfigItems::Instance()->init(); // reads the settings, for bundles that use them
 ///     if (mgr->LoadAllBundles() == 0 && mgr->InitAllBundles() == 0) {
 ///         ... run ...
 ///     }
@@ -12,6 +13,7 @@
 ///     LightEventMgr::Instance()->Fini();    // no handler is called any more
 ///     LightEventMgr::Destroy();
 ///     BundleMgr::Destroy();                 // unmaps the bundles
+///     CorbaConfigItems::Destroy();
 ///     LogProxyDebugInfoBufMgr::Destroy();   // writes what the log still holds
 ///
 /// The stop is the same when the start has failed. In it, services are finalised first, and
@@ -71,7 +73,7 @@ public:
     /// May throw, as the destructors of the bundles may; `Destroy` swallows it.
     virtual ~BundleMgr() noexcept(false);
 
-    /// Files a bundle under its name; called by the bundle's library while it loads.
+    /// Adds a bundle to the table, under its name; called by the bundle's library while it loads.
     /// The bundle stays its library's. A null bundle, or a second one of a name,
     /// fails an ACE assertion and ends the process. A configured bundle that somebody has
     /// asked for in vain (`GetBundlesInReverseOrder`) has its place in the table already.
@@ -82,8 +84,9 @@ public:
     /// and "zo_domain_bundle" first, then all others, each group by ascending order
     /// value, ties by name.
     /// @return 0; the result of the first bundle whose `Init` failed; -1 when
-    ///         `FiniAllBundles` is called meanwhile. Later bundles are then not
-    ///         initialised, earlier ones stay so
+    ///         `FiniAllBundles` is called meanwhile, or when a service calls this in its `init`
+    ///         while another thread initialises bundles. Later bundles are then not initialised,
+    ///         earlier ones stay so
     virtual int InitAllBundles() = 0;
 
     /// Pauses for 7 seconds (5 when `g_isUnloadingCorba`), then waits for the threads

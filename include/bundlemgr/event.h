@@ -26,6 +26,10 @@ namespace NS_BUNDLEMGR1 {
 constexpr int LIGHT_EVENT_SERVICE_REMOVED = 2;
 
 /// Base of the object that travels with an event.
+///
+/// The code of a derived class must stay mapped until the event is over: put it into a library
+/// that outlives its posters, not into that of a service which may be removed while its events
+/// wait.
 class ZO_EXPORT LightEventParam {
 public:
     LightEventParam() : m_bAutoDelete(false) {}
@@ -86,10 +90,10 @@ public:
     ///         destroyed gets that one, unless there is a new one already
     static LightEventMgr* Instance();
 
-    /// Ends the event manager: nobody gets at it any more, who is inside leaves, its workers
-    /// end, its handlers are forgotten. Returns when all that is done, also when another
-    /// thread does it. Called from a handler it only stops the worker, which cannot outlive
-    /// itself. A handler that a thread calls through `process_msg` is not waited for.
+    /// Ends the event manager: new calls are refused, running ones finish, its workers end, its
+    /// handlers are forgotten. Returns when all that is done, also when another thread does it.
+    /// Called from a handler it only stops the worker, which cannot wait for itself. A handler
+    /// that a thread calls through `process_msg` is not waited for.
     ///
     /// The caller must hold no lock that a handler may wait for.
     static void Destroy();
@@ -103,7 +107,7 @@ public:
 
     /// Appends `handler` to those of `eventId`. Registered twice, it is called twice.
     /// @param eventId identifier of the events
-    /// @param handler stays its owner's; null is kept and passed over
+    /// @param handler stays its owner's; null is allowed and never called
     /// @return 0
     int RegisterHandler(const int& eventId, LightEventHandler* handler);
 
@@ -121,19 +125,19 @@ public:
     ///
     /// It is unregistered from all events, and none that is under way calls it any more.
     /// Returns when no other thread is in it, be that a worker or one that is in
-    /// `process_msg`, also while the event manager is destroyed, afterwards, and when there
-    /// is none, which creates none. Where others may register it at the same time, that is
-    /// theirs to prevent. A handler of an event manager of one's own is first unregistered
-    /// there.
+    /// `process_msg`. Works while the event manager is destroyed, afterwards, and when there is
+    /// none; does not create one. The caller must prevent others from registering the handler
+    /// again. From an event manager that you made yourself, unregister the handler first.
     ///
     /// The caller must hold no lock that the handler may wait for. In a service's `fini`
-    /// these are the locks of the bundle manager and of the bundle: a handler must not look
-    /// up a bundle, nor an interface for the first time.
+    /// these are the locks of the bundle manager and of the bundle: a handler must not load or
+    /// remove a service, nor look up a bundle, nor an interface for the first time.
     ///
     /// From a handler it may be called, too. One that removes itself has its own call still
     /// under way, so it may be deleted as the last thing that it does itself, or by another
-    /// thread that calls this. Two handlers that remove each other at the same time, on two
-    /// workers, would wait for ever.
+    /// thread that calls this. Where several workers are in one handler and each removes it, none
+    /// waits for the others: it must not be deleted before all have left it. Two handlers that
+    /// remove each other at the same time, on two workers, wait for ever.
     ///
     /// In a forked child nobody else is in a handler, and nothing is waited for.
     /// @param handler what was registered, as often as it was; null is taken away as well

@@ -68,8 +68,9 @@ namespace NS_BUNDLEMGR1 {
 class ZO_EXPORT Log {
 public:
     /// @param name    name of the log proxy
-    /// @param bundle  bundle name of its records; null: as it is
-    /// @param service service name of its records; null: as it is. All of them must live as
+    /// @param bundle  bundle name of its records; null: the proxy's name is not
+    ///                changed
+    /// @param service service name of its records; null: as before. All of them must live as
     ///                long as the object, as literals do
     constexpr explicit Log(const char* name, const char* bundle = nullptr, const char* service = nullptr) noexcept
         : m_name(name), m_bundle(bundle), m_service(service) {}
@@ -104,21 +105,23 @@ private:
 ///     m_alarms.Close();                                                    // in ExitThreads
 ///
 /// When `Close` has returned, the function is neither running nor called again, and its code
-/// may be unmapped. That holds also while the event manager is destroyed, when there is none
-/// any more, and in a forked child.
+/// may be unmapped; for the code of parameters that are posted see `LightEventParam`. That
+/// holds also while the event manager is destroyed, when there is none any more, and in a
+/// forked child.
 ///
 /// The function may close its own subscription, reopen or destroy it: that returns at once, and
 /// the call that is under way goes on to its end. Whoever else closes it waits for that call;
-/// two functions that close each other's subscription at once, on two workers, would do so for
-/// ever.
+/// two functions that close each other's subscription at once, on two workers, wait for ever.
+///
 /// An exception from the function ends the handling of the event, as one from any handler.
 ///
-/// An event manager that is destroyed forgets the subscription; a new one has to be told anew.
+/// An event manager that is destroyed forgets the subscription: call `Open` again for a new one.
 ///
-/// Thread safety: everything may be called from any thread, `Close` by several at once. Who
-/// closes must hold no lock that the function may wait for. In a service's `fini` these are the
-/// locks of the bundle manager and of the bundle: the function must not look up a bundle, nor
-/// an interface for the first time.
+/// Thread safety: everything may be called from any thread, `Close` by several at once, `Open` by
+/// one at a time. A thread that closes or destroys one must not be cancelled meanwhile
+/// (`pthread_cancel`), and must hold no lock that the function may wait for. In a service's `fini` these are the
+/// locks of the bundle manager and of the bundle: the function must not load or remove a service,
+/// nor look up a bundle, nor an interface for the first time.
 class ZO_EXPORT EventSubscription {
 public:
     /// Is given what the poster gave, which may be null.
@@ -134,7 +137,7 @@ public:
     /// Closes it and begins to call another function.
     /// @param eventId  identifier of the events
     /// @param function is called on the thread that handles the event
-    /// @throws std::bad_alloc: then it is closed, or as it was
+    /// @throws std::bad_alloc: then it is either closed or unchanged
     void Open(int eventId, Function function);
 
     /// Ends it; does nothing when it is not open.
@@ -152,20 +155,24 @@ private:
 ///     m_thread.Start([this] { return Round(); });   // in init
 ///     m_thread.Stop();                              // in ExitThreads
 ///
-/// The function does one round of work and returns how long to pause before the next, on a
-/// clock that nobody sets. An exception from it is logged, and the next round follows after a
+/// The function does one round of work and returns how long to pause before the next, measured
+/// by the steady clock. An exception from it is logged, and the next round follows after a
 /// second. A long round looks at `Stopping` now and then.
 ///
 /// The thread is waited for exactly once, wherever its end comes from and from how many
-/// threads at once. Ended by its own function it is not waited for: it ends after that round,
-/// and whoever ends it from another thread waits. It may even destroy this object, and
-/// the log with it; then nobody can wait for it.
+/// threads at once. `Stop` called by the function itself returns at once; the thread then ends
+/// after that round, and whoever stops it from another thread waits. The function may even
+/// destroy this object, and the log with it; then nobody can wait for the thread. Two threads
+/// that stop each other wait for ever, as does a thread that is stopped by what it waits for.
 ///
-/// A forked child has no such thread; there it may be stopped, and started.
+/// A forked child has no such thread; there it may be stopped, and started. A round that forks
+/// goes on to its end in the child, and is the last there.
 ///
-/// Thread safety: everything may be called from any thread. Who stops it must hold no lock that
-/// the function may wait for. In a service's `fini` these are the locks of the bundle manager and
-/// of the bundle: the function must not look up a bundle, nor an interface for the first time.
+/// Thread safety: everything may be called from any thread. A thread that stops or destroys one
+/// must not be cancelled meanwhile (`pthread_cancel`), and must hold no lock that the function
+/// may wait for. In a service's `fini` these are the locks of the bundle manager and
+/// of the bundle: the function must not load or remove a service, nor look up a bundle, nor an
+/// interface for the first time.
 class ZO_EXPORT ServiceThread {
 public:
     /// Does one round. @return the pause before the next one
@@ -218,9 +225,9 @@ private:
 ///
 /// Others find it by the service's name, when `init` has returned 0 (`ServiceInterfaceProxy`).
 /// What they have found they keep, so the interface is withdrawn before it is deleted: whoever
-/// asks from then on is given null, until another one is published under that name. Those who
-/// have it in use must have ended by then; they are the bundles with the greater order values,
-/// and the later services.
+/// asks from then on finds none (`InterfaceNotExistException`), until another one is published
+/// under that name. Those who have it in use must have ended by then; they are the bundles with
+/// the greater order values, and the later services.
 class ZO_EXPORT Service : public ServiceObjectBase {
 public:
     /// @param bundleName  the bundle to which the service belongs

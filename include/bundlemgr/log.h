@@ -21,7 +21,8 @@
 /// `BundleMgr::Destroy`, since the end of the bundles is logged, too. Without it a buffering log
 /// loses what still waits.
 ///
-/// Signal handlers must not log, nor fork: a log call takes locks and memory.
+/// A log call may be made under any lock of the library. Signal handlers must not log, nor fork:
+/// it takes locks and memory.
 ///
 /// A child made by `fork` may log at once, whatever other threads did in the library at that
 /// moment (one that was in the C library's own `localtime` blocks the child's, as ever). Its
@@ -73,7 +74,7 @@ struct DebugInfo {
 
 /// A named source of log records.
 ///
-/// No operation throws, but `GetName` for want of memory.
+/// Only `GetName` may throw (`std::bad_alloc`).
 ///
 /// Thread safety: every operation may be called from any thread. The position is
 /// kept in the proxy and read by the next record, so two threads that share one
@@ -153,7 +154,7 @@ public:
 
     /// `Printf` of a record with a position of its own, which no other thread can take away
     /// from it. The position of the proxy stays for the other operations. The body here, for
-    /// proxies that were written without this operation, makes do with `SetPosition` and then
+    /// proxies that were written without this operation, uses `SetPosition` and then
     /// `Printf` of the finished text, in which each "%" stands twice.
     /// @param file   bare name of the source file; null counts as empty
     /// @param line   line in it
@@ -164,7 +165,7 @@ public:
         __attribute__((format(printf, 5, 0)));
 };
 
-/// Stands in where no log proxy manager is to be had: `Printf` prints its format
+/// Used where there is no log proxy manager: `Printf` prints its format
 /// string, as it stands, on standard output; everything else does nothing.
 class ZO_EXPORT DefaultLogProxy : public LogProxy {
 public:

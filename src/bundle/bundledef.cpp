@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cstdarg>
 
 #include <bundlemgr/base.h>
 #include <bundlemgr/bundle.h>
@@ -35,11 +34,9 @@ enum SourceLine : unsigned {
 CoreLog g_log(kSourceFile);
 
 // All records of this file go out at this level, those of failures included.
-__attribute__((format(printf, 2, 3))) void Log(SourceLine line, const char* format, ...) {
-    va_list args;
-    va_start(args, format);
-    g_log.VPrint(line, LOG_LEVEL_INFO, format, args);
-    va_end(args);
+template <class... Args>
+void Log(SourceLine line, const char* format, Args... args) {
+    g_log.Print(line, LOG_LEVEL_INFO, format, args...);
 }
 
 std::string ServiceConfigurationPath(const std::string& bundleName) {

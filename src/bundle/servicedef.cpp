@@ -68,8 +68,8 @@ void ServiceObjectBase::RemoveInterface() {
 }
 
 int ServiceObjectBase::fini() {
-    // Whoever removes it tells that it is gone, as does its destructor; one that calls this
-    // by itself goes on. Only what the configurator frees without a destructor is told here.
+    // As a rule, whoever removes the service, or its destructor, tells that it is gone. Only for
+    // one that the configurator frees without its destructor this is the last chance.
     const bool isMade = !ServiceBirth::Any();
     if (isMade && LiveServices::MayVanish(this) && !ServiceRepository::MayKeep(this)) LiveServices::Remove(this);
     g_log.Print(kLineFini, LOG_LEVEL_INFO, "\n===== Start to Finalize -[ %s ] =====\n", GetName());

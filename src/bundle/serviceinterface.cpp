@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -25,7 +26,7 @@ struct VerifiedInterface {
     std::atomic<const void*> first{Nothing()};
     std::atomic<void*> typed{nullptr};
 
-    /// No interface lies there, and none is null there.
+    /// An address that no interface can have, nor null.
     static const void* Nothing() {
         static const char s_nothing = 0;
         return &s_nothing;
@@ -175,6 +176,15 @@ void SetIFBuf(const std::string& name, ServiceInterface* iface) {
     entry.list.assign(1, iface);
 }
 
+void RemoveIFBuf(const std::string& name, const ServiceInterface* iface) {
+    const Guard guard(g_registryMutex);
+    const auto entry = TheRegistry().entries.find(name);
+    if (iface == nullptr || entry == TheRegistry().entries.end()) return;
+    ForgetVerified(entry->second);
+    std::vector<ServiceInterface*>& list = entry->second.list;
+    list.erase(std::remove(list.begin(), list.end(), iface), list.end());
+}
+
 InterfaceProxyBase::InterfaceProxyBase(const std::string& interfaceName, const std::string& bundleName,
                                        const std::type_info& type)
     : m_pMutex(&_g_actualmutex), m_strBundleName(bundleName), m_strInterfaceName(interfaceName) {
@@ -219,9 +229,9 @@ void InterfaceProxyBase::Search(CastFn cast) {
     if (!IsEmpty(*m_pEntry)) return;
     for (BundleObject* const bundle : bundles) {
         if (bundle == nullptr) continue;
-        void* typed = nullptr;
-        ServiceInterface* const iface = ServiceTable::FindInterface(*bundle, m_strInterfaceName, cast, typed);
-        if (iface != nullptr) Append(*m_pEntry, iface, *m_pVerified, typed);
+        ServiceTable::FindInterface(*bundle, m_strInterfaceName, cast, [this](ServiceInterface* iface, void* typed) {
+            Append(*m_pEntry, iface, *m_pVerified, typed);
+        });
     }
 }
 

@@ -36,8 +36,8 @@ bool ServiceTable::IsEndedElsewhere(const std::string& name) const {
 
 void ServiceTable::Register(const std::string& strSvcName, ServiceObjectBase* service) {
     std::map<std::string, ServiceObjectBase*>& map = m_bundle.m_serviceObjectMap;
-    // Whoever is ending the one of before would have taken it out by now, but for having to
-    // wait for something else.
+    // Another thread is ending the service of before, and would have taken it out of the table
+    // by now if it had not to wait for a lock.
     if (IsEndedElsewhere(strSvcName)) Forget(strSvcName);
     Assert(map.find(strSvcName) == map.end(), "m_serviceObjectMap.find(strSvcName) == m_serviceObjectMap.end()",
            kRecordSource, kLineAssertNewService);
@@ -62,7 +62,8 @@ void ServiceTable::Forget(const std::string& name) {
 void ServiceTable::AwaitEndElsewhere(const std::string& name) {
     if (InService::IsActive() || !IsEndedElsewhere(name)) return;
     const ServiceObjectBase* const service = m_bundle.m_serviceObjectMap[name];
-    LiveServices::AwaitEnd(service, LiveServices::IdOf(service));
+    const unsigned long id = IdOf(name);
+    LiveServices::AwaitEnd(service, id != 0 ? id : LiveServices::IdOf(service));
 }
 
 std::vector<std::string> ServiceTable::NamesNewestFirst() const {
@@ -75,21 +76,20 @@ void ServiceTable::ExitThreadsOf(const std::string& name) {
     ServiceObjectBase* const service = entry->second;
     const ServiceCall call(service, IdOf(name), CallPurpose::kEndThreads);
     if (!call) return;
-    Contain(g_log, "ExitThreads", UserCode{"service", name.c_str()}, [service] { service->ExitThreads(); });
+    Contain(g_log, __LINE__, "ExitThreads", UserCode{"service", name.c_str()}, [service] { service->ExitThreads(); });
 }
 
-ServiceInterface* ServiceTable::FindInterface(BundleObject& bundle, const std::string& name,
-                                              void* (*cast)(ServiceInterface*), void*& typed) {
+void ServiceTable::FindInterface(BundleObject& bundle, const std::string& name, void* (*cast)(ServiceInterface*),
+                                 const std::function<void(ServiceInterface*, void*)>& found) {
     const HeldBundle held(bundle.m_lock);
     std::map<std::string, ServiceObjectBase*> services;
     bundle.GetAllServiceObjects(services);
-    const auto found = services.find(name);
-    if (found == services.end()) return nullptr;
-    const ServiceCall call(found->second, ServiceTable(bundle).IdOf(name), CallPurpose::kUse);
-    ServiceInterface* const iface = call ? found->second->GetInterface() : nullptr;
-    // Here, where the service, and with it the interface, cannot go.
-    typed = iface != nullptr ? cast(iface) : nullptr;
-    return typed != nullptr ? iface : nullptr;
+    const auto service = services.find(name);
+    if (service == services.end()) return;
+    const ServiceCall call(service->second, ServiceTable(bundle).IdOf(name), CallPurpose::kUse);
+    ServiceInterface* const iface = call ? service->second->GetInterface() : nullptr;
+    void* const typed = iface != nullptr ? cast(iface) : nullptr;
+    if (typed != nullptr) found(iface, typed);
 }
 
 }  // namespace NS_BUNDLEMGR1

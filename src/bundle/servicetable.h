@@ -1,6 +1,7 @@
 // The services in a bundle's table, as objects that may be gone.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -39,12 +40,12 @@ public:
     /// Asks the service to end its threads, if it is there.
     void ExitThreadsOf(const std::string& name);
 
-    /// @param typed what `cast` made of the interface
-    /// @return the interface that the service of that name publishes, or null; also null for a
-    ///         service that is gone, and for what `cast` takes for none of the type that is
-    ///         sought
-    static ServiceInterface* FindInterface(BundleObject& bundle, const std::string& name,
-                                           void* (*cast)(ServiceInterface*), void*& typed);
+    /// Finds the interface that the service of that name publishes. There is none in a service
+    /// that is gone, nor where `cast` does not take it for one of the type that is sought.
+    /// @param found is called with the interface and what `cast` made of it, while the service
+    ///              cannot be ended, nor the interface withdrawn
+    static void FindInterface(BundleObject& bundle, const std::string& name, void* (*cast)(ServiceInterface*),
+                              const std::function<void(ServiceInterface*, void*)>& found);
 
 private:
     bool IsEndedElsewhere(const std::string& name) const;

@@ -108,8 +108,14 @@ int SVC_Config_Param::Read() {
 
 // The first of a name stands.
 void SVC_Config_Param::AddService(const std::string& library, const std::string& service) {
-    const bool isNew = m_mapPlaces.emplace(service, m_vecServices.size()).second;
-    if (isNew) m_vecServices.push_back(DirectiveFor(library, service));
+    const auto [place, isNew] = m_mapPlaces.emplace(service, m_vecServices.size());
+    if (!isNew) return;
+    try {
+        m_vecServices.push_back(DirectiveFor(library, service));
+    } catch (...) {
+        m_mapPlaces.erase(place);
+        throw;
+    }
 }
 
 bool SVC_Config_Param::ReadIfNeeded(const char* serviceName) {

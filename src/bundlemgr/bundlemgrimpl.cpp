@@ -38,6 +38,7 @@ constexpr char kConfigurationFile[] = "bundlemgr.cfg";
 constexpr int kDefaultIntSetting = 1024;
 constexpr int kInitThrew = -1;
 constexpr int kStoppedByFini = -1;
+constexpr int kInitElsewhere = -1;
 constexpr std::chrono::seconds kCorbaPause(2);
 constexpr std::chrono::seconds kPause(5);
 
@@ -53,7 +54,7 @@ void Contain(const char* operation, BundleObject& bundle, Action action) {
     ReportException([&] { action(bundle); },
                     [&](const char* what) {
                         const std::string name = bundle.GetName();
-                        ReportThrown(g_log, operation, UserCode{"bundle", name.c_str()}, what);
+                        ReportThrown(g_log, __LINE__, operation, UserCode{"bundle", name.c_str()}, what);
                     });
 }
 
@@ -92,8 +93,9 @@ void BundleMgr::Destroy() {
     if (m_pInstance.load(std::memory_order_acquire) == nullptr) return;
     ACE_Recursive_Thread_Mutex& staticLock = *ACE_Static_Object_Lock::instance();
     ACE_GUARD(ACE_Recursive_Thread_Mutex, guard, staticLock);
-    // In the other order, the configurator takes the static-object lock for each directive
-    // that it reads while bundles are initialised under the table lock.
+    // Another thread may initialise bundles under the table lock, and takes the static-object
+    // lock for each directive that the configurator reads: so this lock is not kept while the
+    // table is waited for.
     const YieldingGuard<ACE_Recursive_Thread_Mutex> tableGuard(TableLock::Mutex(), staticLock);
     try {
         delete m_pInstance.load(std::memory_order_acquire);
@@ -229,12 +231,22 @@ void BundleMgrImpl::ReadConfiguration() {
     LiveBundles::Configure(m_vecConfiguredBundles);
 }
 
+// Two that let go of the table in turn would initialise a bundle twice. A service that is being
+// made is not to wait for its turn: the one who has it may be waiting for the configurator.
 int BundleMgrImpl::InitAllBundles() {
     g_log.Prepare();
     unsigned long finisBefore = 0;
     if (!BeginInit(finisBefore)) return kStoppedByFini;
-    // Two that let go of the table in turn would initialise a bundle twice.
+    if (InService::IsActive()) {
+        const ACE_Guard<ACE_Recursive_Thread_Mutex> turn(m_initLock, false);
+        return turn.locked() ? InitInTurn() : kInitElsewhere;
+    }
     const YieldingGuard<ACE_Recursive_Thread_Mutex> turn(m_initLock, HeldLocks());
+    return InitInTurn();
+}
+
+int BundleMgrImpl::InitInTurn() {
+    unsigned long finisBefore = 0;
     if (!BeginInit(finisBefore)) return kStoppedByFini;
     for (const bool core : {true, false}) {
         const int result = InitBundles(SelectLoaded(core), finisBefore);

@@ -90,6 +90,7 @@ private:
     BundlesByOrder SelectLoaded(bool core);
     int InitBundles(const BundlesByOrder& bundles, unsigned long finisBefore);
     bool BeginInit(unsigned long& finisBefore);
+    int InitInTurn();
     void AwaitInit();
     bool IsFinalisedSince(unsigned long finisBefore);
     BundleObject* FindBundle(const std::string& name) const ZO_REQUIRES(TableLock::Mutex());

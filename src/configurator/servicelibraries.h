@@ -5,8 +5,8 @@
 
 namespace NS_BUNDLEMGR1 {
 
-/// The configurator never closes the library of a service: it asks it for a function that tells
-/// when to close it, finds libACE's own, and that says "lazily". A bundle whose services are in
+/// The configurator never closes the library of a service: where it asks the library when to
+/// close it, libACE's own answer comes first, which is "lazily". A bundle whose services are in
 /// its own library could then never be loaded again.
 /// Thread-safe.
 namespace ServiceLibraries {

@@ -1,7 +1,6 @@
 #include "src/configurator/serviceloader.h"
 
 #include <atomic>
-#include <cstdarg>
 #include <optional>
 
 #include <ace/Service_Config.h>
@@ -35,11 +34,9 @@ CoreLog g_log(kRecordSource);
 std::atomic<int> g_loaders{0};
 
 // All of them go out at this level, those of failures included.
-__attribute__((format(printf, 2, 3))) void Log(RecordLine line, const char* format, ...) {
-    va_list args;
-    va_start(args, format);
-    g_log.VPrint(line, LOG_LEVEL_INFO, format, args);
-    va_end(args);
+template <class... Args>
+void Log(RecordLine line, const char* format, Args... args) {
+    g_log.Print(line, LOG_LEVEL_INFO, format, args...);
 }
 
 // What ends the loading before that service: nothing, or a result.
@@ -65,7 +62,7 @@ int ProcessDirective(const ServiceDirective& service, const std::string& bundleN
     const ServiceBirth birth(bundleName, LiveBundles::Registered(bundleName));
     ServiceLibraries::Note(service.library);
     int result = kInitThrew;
-    Contain(g_log, "Initialisation", UserCode{"service", service.service.c_str()}, [&result, &service] {
+    Contain(g_log, __LINE__, "Initialisation", UserCode{"service", service.service.c_str()}, [&result, &service] {
         result = ACE_Service_Config::current()->process_directive(service.directive.c_str());
     });
     if (result == 0) result = turn.InitResult(service.service);
@@ -130,7 +127,7 @@ int ServiceLoader::Conclude(const ServiceDirective& service, int result) {
 void FinalizeService(const std::string& name, ACE_Service_Type& entry) {
     const ServiceEnd end(ServiceRepository::ObjectOf(entry));
     ServiceRepository::Finalize(entry, [&](const char* what) {
-        ReportThrown(g_log, "fini", UserCode{"service", name.c_str()}, what);
+        ReportThrown(g_log, __LINE__, "fini", UserCode{"service", name.c_str()}, what);
     });
 }
 

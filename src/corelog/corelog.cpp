@@ -24,8 +24,7 @@ public:
 // Stands in for one message that there is no memory for.
 class OutOfMemoryLogProxy : public DefaultLogProxy {
 public:
-    void VPrintfAt(const char*, unsigned long, int, const char* format, va_list) override
-        __attribute__((format(printf, 5, 0))) {
+    void Printf(int, const char* format, ...) override __attribute__((format(printf, 3, 4))) {
         LossCounter::Lost(1, WallClock());
         PrintOutText(format != nullptr ? format : "");
     }
@@ -41,15 +40,11 @@ LogProxy* StandIn() {
 
 }  // namespace
 
-void CoreLog::Print(unsigned long line, int level, const char* format, ...) {
+void CoreLog::PrintAt(OwnLogProxy* proxy, unsigned long line, int level, const char* format, ...) {
     va_list args;
     va_start(args, format);
-    VPrint(line, level, format, args);
+    proxy->VPrintfAt(m_sourceFile, line, level, format, args);
     va_end(args);
-}
-
-void CoreLog::VPrint(unsigned long line, int level, const char* format, va_list args) {
-    Proxy()->VPrintfAt(m_sourceFile, line, level, format, args);
 }
 
 LogProxy* CoreLog::Proxy() {
@@ -76,6 +71,7 @@ LogProxy* CoreLog::FetchFromManager() {
         // Two threads may do this at once; both have the same proxy.
         proxy->SetBundleName("BundleMgr");
         proxy->SetServiceName("Core");
+        m_pOwn.store(dynamic_cast<OwnLogProxy*>(proxy), std::memory_order_relaxed);
         m_pCache.store(proxy, std::memory_order_release);
         return proxy;
     }

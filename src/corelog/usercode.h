@@ -13,15 +13,16 @@ struct UserCode {
 };
 
 /// Writes the record of an exception that left `operation`.
-inline void ReportThrown(CoreLog& log, const char* operation, const UserCode& code, const char* what) {
-    log.Print(__LINE__, LOG_LEVEL_ERROR, "Error: %s of %s %s threw: %s\n", operation, code.kind, code.name, what);
+inline void ReportThrown(CoreLog& log, int line, const char* operation, const UserCode& code, const char* what) {
+    log.Print(static_cast<unsigned long>(line), LOG_LEVEL_ERROR, "Error: %s of %s %s threw: %s\n", operation, code.kind,
+              code.name, what);
 }
 
 /// Runs `action`. An exception from it is recorded and goes no further, so that one bundle or
 /// service that throws does not keep the others from being started or ended.
 template <class Action>
-void Contain(CoreLog& log, const char* operation, const UserCode& code, Action action) {
-    ReportException(action, [&](const char* what) { ReportThrown(log, operation, code, what); });
+void Contain(CoreLog& log, int line, const char* operation, const UserCode& code, Action action) {
+    ReportException(action, [&](const char* what) { ReportThrown(log, line, operation, code, what); });
 }
 
 }  // namespace NS_BUNDLEMGR1

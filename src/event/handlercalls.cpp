@@ -14,6 +14,15 @@ LightEventHandler* HandlerCalls::Next() {
     return m_current;
 }
 
+bool HandlerCalls::HasNext() {
+    if (m_index >= m_count) return false;  // these two are this thread's own
+    const detail::Guard guard(s_mutex);
+    for (std::size_t i = m_index; i < m_count; ++i) {
+        if (*At(i) != nullptr) return true;
+    }
+    return false;
+}
+
 void HandlerCalls::End() {
     if (m_current == nullptr) return;
     const detail::Guard guard(s_mutex);

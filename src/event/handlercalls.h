@@ -45,9 +45,12 @@ public:
     /// Ends that call. @return the next one's handler, or null
     LightEventHandler* Next();
 
-    /// No event calls `handler` any more that has not begun to. Returns when no other thread
-    /// is in it. Called by `handler` itself, it does not wait for others that have called this,
-    /// too.
+    /// @return whether there is a next one
+    bool HasNext();
+
+    /// Cancels the calls of `handler` that have not begun, and waits for those that have, on other
+    /// threads. Called by `handler` itself, it does not wait for a thread in it that has called
+    /// this, too.
     static void Withdraw(const LightEventHandler* handler);
 
     /// @name Around fork

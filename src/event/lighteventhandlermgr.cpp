@@ -123,7 +123,7 @@ LightEventParam::~LightEventParam() = default;
 
 LightEventHandler::~LightEventHandler() = default;
 
-// A stay inside that may be long. The gate alone is for short ones: closing it for one
+// Counts calls that may take long, such as waiting for an event. The gate alone is for short ones: closing it for one
 // manager waits for those inside all others, too.
 class LightEventMgr::Stay {
 public:
@@ -205,7 +205,7 @@ bool LightEventMgr::IsSingleton() const {
     return m_pInstance.load() == this || m_bUnpublished.load();
 }
 
-// Called under the static-object lock, lest two threads take the same one off the shelf.
+// Called under the static-object lock, so that two threads do not take the same one off the shelf.
 LightEventMgr* LightEventMgr::Make() {
     LightEventMgr* mgr = g_pShelf.load();
     while (mgr != nullptr && !g_pShelf.compare_exchange_weak(mgr, mgr->m_pNextOnShelf)) {
@@ -469,6 +469,9 @@ void LightEventMgr::Dispatch(Event& event) {
     try {
         for (LightEventHandler* handler = calls.Current(); handler != nullptr; handler = calls.Next()) {
             handler->HandleLightEvent(event.message->m_nEventId, event.message->m_pParam);
+            // The last one counts as called until the parameter is gone, whose code may be in the
+            // same library.
+            if (!calls.HasNext()) event.message->DeleteParam();
         }
     } catch (...) {
         // A handler ended its thread: no exception, and the process would not survive

@@ -1,4 +1,4 @@
-// What the kit's objects share, in spite of forks.
+// One lock for the kit that a forked child finds free.
 #pragma once
 
 #include <bundlemgr/detail/mutex.h>

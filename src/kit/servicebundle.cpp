@@ -29,9 +29,7 @@ int ServiceBundle::Init() {
     m_isBegun = true;
     SetInterface();
     const int result = LoadAllServiceObjects();
-    if (result != 0) return result;
-    m_isBegun = false;
-    return BundleObject::Init();
+    return result == 0 ? BundleObject::Init() : result;
 }
 
 void ServiceBundle::Fini() {
@@ -40,7 +38,7 @@ void ServiceBundle::Fini() {
     BundleObject::Fini();
 }
 
-// What a failed Init has left. Services newest first; unlike after unloading, their names are
+// What an Init of before has left. Services newest first; unlike after unloading, their names are
 // free again.
 void ServiceBundle::TakeBack() {
     std::vector<std::string> names;

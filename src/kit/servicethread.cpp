@@ -86,7 +86,7 @@ public:
     /// locks.
     bool IsOfThisProcess() const { return m_forks == KitLock::Forks(); }
 
-    /// Never destroyed from now on.
+    /// Never destroyed from now on. The caller has the `KitLock`.
     void Abandon() { m_self = shared_from_this(); }
 
     /// @return the calling thread's, or null
@@ -96,16 +96,17 @@ private:
     void Work() {
         t_current = this;
         EndFormer();
-        while (!IsAskedToEnd()) Pause(OneRound());
+        while (IsOfThisProcess() && !IsAskedToEnd()) Pause(OneRound());
         // Its code may be gone when this object goes.
         m_round = nullptr;
     }
 
     void EndFormer() {
-        const std::shared_ptr<Run> former = Former();
-        if (former == nullptr) return;
-        former->AskToEnd();
-        former->Join();
+        // All of them: the nearest may not have got a thread.
+        for (std::shared_ptr<Run> former = Former(); former != nullptr; former = former->Former()) {
+            former->AskToEnd();
+            former->Join();
+        }
         const KitLock lock;
         m_former.reset();
     }
@@ -195,8 +196,9 @@ bool ServiceThread::Stopping() const {
 void ServiceThread::ForgetForeign() {
     const std::shared_ptr<Run> latest = Latest();
     if (latest == nullptr || latest->IsOfThisProcess()) return;
-    latest->Abandon();
     const KitLock lock;
+    if (m_run != latest) return;
+    latest->Abandon();
     m_run.reset();
 }
 

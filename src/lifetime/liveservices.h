@@ -26,7 +26,7 @@ namespace LiveServices {
 /// @return the number of the object, unique in the process and never 0
 unsigned long Add(const ServiceObjectBase* service);
 
-/// The object is there no more.
+/// The object is gone.
 void Remove(const ServiceObjectBase* service);
 
 /// `Remove`, if the object at that address is still the one of that number.
@@ -35,7 +35,7 @@ void Remove(const ServiceObjectBase* service, unsigned long id);
 /// @return the number of the live object at that address, or 0
 unsigned long IdOf(const ServiceObjectBase* service);
 
-/// The object's constructor has returned, and its destructor will run one day.
+/// The object's constructor has returned, and its destructor will run.
 void MarkMade(const ServiceObjectBase* service);
 
 /// The object of that number has failed to initialise: nobody calls it any more. It may have

@@ -3,7 +3,7 @@
 
 namespace NS_BUNDLEMGR1 {
 
-/// Sees to it that a forked child may log at once, whatever other threads of its parent
+/// Makes sure that a forked child may log at once, whatever other threads of its parent
 /// were doing, and that it leaves alone what is the parent's.
 ///
 /// Its handlers are registered while the library is loaded, and so come before those of the

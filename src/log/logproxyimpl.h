@@ -9,6 +9,8 @@
 #include <bundlemgr/detail/mutex.h>
 #include <bundlemgr/log.h>
 
+#include "src/corelog/ownlogproxy.h"
+
 namespace NS_BUNDLEMGR1 {
 
 /// Turns each call into a `DebugInfo` record and hands it to the process-wide
@@ -17,7 +19,7 @@ namespace NS_BUNDLEMGR1 {
 /// Thread safety: as `LogProxy`. The names and the position are copied under a lock, so a
 /// record carries an old or a new value, never a torn one. All proxies share a few of these
 /// locks, which a fork can take.
-class LogProxyImpl : public LogProxy {
+class LogProxyImpl : public OwnLogProxy {
 public:
     explicit LogProxyImpl(const std::string& name);
     ~LogProxyImpl() override;

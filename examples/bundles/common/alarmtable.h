@@ -35,7 +35,7 @@ class ZO_PLUGIN_EXPORT AlarmTable : public NS_BUNDLEMGR1::ServiceInterface {
 public:
     ~AlarmTable() override;
 
-    /// Enters an alarm. One of that id that is active already takes over the new
+    /// Adds an alarm. One of that id that is active already takes over the new
     /// values instead, which is a change, or nothing at all when they are the same; its
     /// acknowledgement stays.
     /// @return false, and nothing happens, when the id is empty

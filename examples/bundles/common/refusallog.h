@@ -13,11 +13,11 @@ namespace alarms {
 
 /// Who has been refused of late: of each address one refusal a minute is told.
 ///
-///     if (m_refusals.ShouldTell(host, std::chrono::steady_clock::now())) m_log.Error(...);
+///     if (m_refusals.ShouldTell(host, std::chrono::steady_clock::now())) ZO_ERROR(m_log, ...);
 ///
 /// It remembers `kMaxAddresses`. While all of these are less than a minute old, those
 /// of others are not told: the log grows by so many records a minute at most, whoever
-/// knocks.
+/// tries.
 ///
 /// Thread-safe.
 class ZO_PLUGIN_EXPORT RefusalLog {

@@ -11,27 +11,27 @@ namespace alarms {
 
 namespace {
 
-bool ParseInRange(const std::string& text, int least, int most, int& value) {
-    return ParseDecimal(text, value) && value >= least && value <= most;
+bool ParseInRange(const std::string& text, int min, int max, int& value) {
+    return ParseDecimal(text, value) && value >= min && value <= max;
 }
 
 }  // namespace
 
-int IntSetting(const char* name, int standard, int least, int most, const zo::Log& log) {
+int IntSetting(const char* name, int fallback, int min, int max, const zo::Log& log) {
     std::string text;
-    if (!CorbaConfigItems::Instance()->GetStrItemInfo(name, text)) return standard;
+    if (!CorbaConfigItems::Instance()->GetStrItemInfo(name, text)) return fallback;
     int value = 0;
-    if (ParseInRange(text, least, most, value)) return value;
-    ZO_ERROR(log, "corba_start.cfg: %s=%s is not a decimal number from %d to %d, taking %d\n", name, text.c_str(),
-             least, most, standard);
-    return standard;
+    if (ParseInRange(text, min, max, value)) return value;
+    ZO_ERROR(log, "corba_start.cfg: %s=%s is not a decimal number from %d to %d, taking %d\n", name, text.c_str(), min,
+             max, fallback);
+    return fallback;
 }
 
-int IntSetting(const char* name, int standard, int least, int most) {
+int IntSetting(const char* name, int fallback, int min, int max) {
     std::string text;
     int value = 0;
     const bool found = CorbaConfigItems::Instance()->GetStrItemInfo(name, text);
-    return found && ParseInRange(text, least, most, value) ? value : standard;
+    return found && ParseInRange(text, min, max, value) ? value : fallback;
 }
 
 std::string PathInRoot(const std::string& path) {

@@ -9,13 +9,13 @@
 namespace alarms {
 
 /// @param name     name of the item
-/// @param standard what holds when there is no such item, or when its value is not a
-///                 number (`ParseDecimal`) from `least` to `most`, which is reported
+/// @param fallback what holds when there is no such item, or when its value is not a
+///                 number (`ParseDecimal`) from `min` to `max`, which is reported
 ///                 to `log`
-ZO_PLUGIN_EXPORT int IntSetting(const char* name, int standard, int least, int most, const zo::Log& log);
+ZO_PLUGIN_EXPORT int IntSetting(const char* name, int fallback, int min, int max, const zo::Log& log);
 
 /// The same without a report: for a setting of another service, which reports it.
-ZO_PLUGIN_EXPORT int IntSetting(const char* name, int standard, int least, int most);
+ZO_PLUGIN_EXPORT int IntSetting(const char* name, int fallback, int min, int max);
 
 /// @return a path below the installation root for a relative one; an absolute one as it is
 ZO_PLUGIN_EXPORT std::string PathInRoot(const std::string& path);

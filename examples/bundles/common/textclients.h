@@ -7,9 +7,9 @@ namespace alarms {
 namespace TextClients {
 
 constexpr char ITEM[] = "AsciiMaxClients";
-constexpr int STANDARD = 32;
-constexpr int LEAST = 1;
-constexpr int MOST = 512;
+constexpr int DEFAULT = 32;
+constexpr int MIN = 1;
+constexpr int MAX = 512;
 
 }  // namespace TextClients
 

@@ -67,7 +67,7 @@ AsciiServer::AsciiServer(const Settings& settings, const zo::Log& log)
     : m_settings(settings),
       m_log(log),
       m_access(log),
-      m_mostClients(static_cast<std::size_t>(settings.maxClients)),
+      m_maxClients(static_cast<std::size_t>(settings.maxClients)),
       // Not one on select(), see above. It is deleted with its owner.
       m_reactor(new ACE_Dev_Poll_Reactor(std::min(DescriptorLimit(), kMaxDescriptors)), true),
       m_acceptor(*this),
@@ -101,13 +101,13 @@ void AsciiServer::FitIntoDescriptors() {
     const std::size_t limit = DescriptorLimit();
     const std::size_t open = OpenDescriptors();
     const std::size_t others = open + OWN_DESCRIPTORS;
-    if (others + m_mostClients <= limit) return;
-    m_mostClients = others < limit ? limit - others : 1;
+    if (others + m_maxClients <= limit) return;
+    m_maxClients = others < limit ? limit - others : 1;
     ZO_ERROR(m_log,
              "%d clients (AsciiMaxClients) need more descriptors than the %zu of this process (ulimit -n), of "
              "which %zu are in use\n",
              m_settings.maxClients, limit, open);
-    ZO_ERROR(m_log, "taking %zu clients\n", m_mostClients);
+    ZO_ERROR(m_log, "taking %zu clients\n", m_maxClients);
 }
 
 void AsciiServer::Serve() {
@@ -254,14 +254,14 @@ bool AsciiServer::Admits(const std::string& host, const std::string& client) {
 }
 
 bool AsciiServer::IsFull(const std::string& host, const std::string& client) {
-    const bool full = m_sessions.size() >= m_mostClients;
+    const bool full = m_sessions.size() >= m_maxClients;
     if (full && m_refusals.ShouldTell(host, Clock::now())) {
-        ZO_ERROR(m_log, "client %s refused, there are %zu already\n", client.c_str(), m_mostClients);
+        ZO_ERROR(m_log, "client %s refused, there are %zu already\n", client.c_str(), m_maxClients);
     }
     return full;
 }
 
-void AsciiServer::Enter(AsciiSession* session, const std::string& client) {
+void AsciiServer::Join(AsciiSession* session, const std::string& client) {
     m_sessions.insert(session);
     m_acceptFails = false;
     ZO_INFO(m_log, "client %s connected\n", client.c_str());

@@ -86,7 +86,7 @@ public:
     /// @{
     bool Admits(const std::string& host, const std::string& client);
     bool IsFull(const std::string& host, const std::string& client);
-    void Enter(AsciiSession* session, const std::string& client);
+    void Join(AsciiSession* session, const std::string& client);
     void Leave(AsciiSession* session, const std::string& client);
     void ReportCutOff(const std::string& client) const;
     std::size_t Backlog() const { return m_settings.backlog; }
@@ -119,7 +119,7 @@ private:
     const Settings m_settings;
     const zo::Log& m_log;
     const AccessList m_access;
-    std::size_t m_mostClients;  // fewer than asked for where descriptors are few
+    std::size_t m_maxClients;  // fewer than asked for where descriptors are few
     RefusalLog m_refusals;
     NS_BUNDLEMGR1::ServiceInterfaceProxy<AlarmTable> m_alarms{ALARM_SERVICE};
     int m_port = 0;

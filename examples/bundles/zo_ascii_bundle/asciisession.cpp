@@ -100,7 +100,7 @@ int AsciiSession::Open(AsciiServer& server, void* acceptor) {
         server.ReportAcceptError(std::strerror(errno));
         return -1;
     }
-    server.Enter(this, m_client);
+    server.Join(this, m_client);
     m_server = &server;
     return 0;
 }

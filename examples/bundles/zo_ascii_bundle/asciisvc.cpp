@@ -1,4 +1,5 @@
 // AsciiSvc: serves the alarms as lines of text over TCP.
+#include <atomic>
 #include <memory>
 
 #include <sys/stat.h>
@@ -45,6 +46,7 @@ public:
         });
         m_server->Serve();
         WritePortFile();
+        m_isReady = true;
         return 0;
     }
 
@@ -53,9 +55,9 @@ public:
         return Service::fini();
     }
 
+    // While init is still running, fini does it when that has ended.
     void ExitThreads() override {
-        m_events.Close();
-        if (m_server != nullptr) m_server->Stop();
+        if (m_isReady) EndThreads();
     }
 
 private:
@@ -63,7 +65,7 @@ private:
         AsciiServer::Settings settings;
         settings.port = alarms::IntSetting("AsciiPort", 0, 0, kMaxPort, m_log);
         settings.maxClients =
-            alarms::IntSetting(TextClients::ITEM, TextClients::STANDARD, TextClients::LEAST, TextClients::MOST, m_log);
+            alarms::IntSetting(TextClients::ITEM, TextClients::DEFAULT, TextClients::MIN, TextClients::MAX, m_log);
         settings.backlog = static_cast<std::size_t>(
             alarms::IntSetting("AsciiBacklog", kDefaultBacklog, kMinBacklog, kMaxBacklog, m_log));
         return settings;
@@ -74,10 +76,15 @@ private:
         if (!m_portFile.Write(m_server->Port())) ZO_ERROR(m_log, "%s cannot be written\n", m_portFile.Path().c_str());
     }
 
+    void EndThreads() {
+        m_events.Close();
+        if (m_server != nullptr) m_server->Stop();
+    }
+
     // Also when the service is removed without ExitThreads: its code is unmapped next,
     // and no thread may be left in it.
     void Stop() {
-        ExitThreads();
+        EndThreads();
         m_server.reset();
         m_portFile.Remove();
     }
@@ -86,6 +93,7 @@ private:
     alarms::PortFile m_portFile{alarms::PathInRoot("var/ascii.port")};
     std::unique_ptr<AsciiServer> m_server;
     zo::EventSubscription m_events;
+    std::atomic<bool> m_isReady{false};
 };
 
 }  // namespace

@@ -32,7 +32,7 @@ void ConnectionLimit::Begin(std::size_t most) {
     const std::size_t open = alarms::OpenDescriptors();
     // The clients of the text server come when they like.
     const int textClients =
-        alarms::IntSetting(TextClients::ITEM, TextClients::STANDARD, TextClients::LEAST, TextClients::MOST);
+        alarms::IntSetting(TextClients::ITEM, TextClients::DEFAULT, TextClients::MIN, TextClients::MAX);
     const std::size_t others = open + alarms::OWN_DESCRIPTORS + static_cast<std::size_t>(textClients);
     if (others + most > limit) {
         m_most = others < limit ? limit - others : 1;

@@ -1,5 +1,6 @@
 // NamingSvc: keeps the agent's objects bound in the naming service.
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <map>
 #include <memory>
@@ -122,7 +123,10 @@ public:
 
     void Keep(const std::string& name, CORBA::Object_ptr object);
 
-    void ExitThreads() override { Stop(); }
+    // While init is still running, fini does it when that has ended.
+    void ExitThreads() override {
+        if (m_isReady) Stop();
+    }
 
 private:
     using Names = std::map<std::string, CORBA::Object_var>;
@@ -146,6 +150,7 @@ private:
     bool m_leftToOther = false;          // used by the thread only
     std::set<std::string> m_seen;        // names known to be bound; used by the thread only
     zo::ServiceThread m_thread{m_log};
+    std::atomic<bool> m_isReady{false};
 };
 
 class PublishedNames : public NameKeeper {
@@ -178,6 +183,7 @@ int NamingSvc::init(int, ACE_TCHAR*[]) {
     }
     m_thread.Start([this] { return Round(); });
     Publish(std::make_unique<PublishedNames>(*this));
+    m_isReady = true;
     return 0;
 }
 

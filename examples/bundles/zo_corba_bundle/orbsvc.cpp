@@ -1,4 +1,5 @@
 // OrbSvc: the ORB and the agent's object in it.
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -66,7 +67,10 @@ public:
 
     int init(int argc, ACE_TCHAR* argv[]) override;
 
-    void ExitThreads() override { Stop(); }
+    // While init is still running, fini does it when that has ended.
+    void ExitThreads() override {
+        if (m_isReady) Stop();
+    }
 
 private:
     bool ReadSettings();
@@ -77,7 +81,7 @@ private:
     OrbOptions m_options;
     std::string m_endPoint;
     seconds m_longestIdle{60};
-    std::size_t m_mostConnections = 0;
+    std::size_t m_maxConnections = 0;
 
     std::unique_ptr<AccessGuard> m_access;
     ConnectionLimit m_limit{m_log};
@@ -87,6 +91,7 @@ private:
     NbiAlarm::Agent_var m_agent;
     std::thread m_orbThread;
     zo::ServiceThread m_watch{m_log};
+    std::atomic<bool> m_isReady{false};
 };
 
 /// What the other services of the bundle see.
@@ -116,6 +121,7 @@ int OrbSvc::init(int, ACE_TCHAR*[]) {
         return -1;
     }
     Publish(std::make_unique<PublishedOrb>(m_orb, m_agent));
+    m_isReady = true;
     ZO_INFO(m_log, "the agent's object is served at %s\n", m_endPoint.c_str());
     return 0;
 }
@@ -130,7 +136,7 @@ bool OrbSvc::ReadSettings() {
     const int port = alarms::IntSetting("CorbaAgentPort", 0, 0, 65535, m_log);
     m_endPoint = "giop:tcp:" + host + ":" + (port != 0 ? std::to_string(port) : "");
     m_longestIdle = seconds(alarms::IntSetting("CorbaIteratorIdleSeconds", 60, 1, 86400, m_log));
-    m_mostConnections = static_cast<std::size_t>(alarms::IntSetting("CorbaMaxConnections", 200, 1, 4096, m_log));
+    m_maxConnections = static_cast<std::size_t>(alarms::IntSetting("CorbaMaxConnections", 200, 1, 4096, m_log));
     m_options.Add("endPoint", m_endPoint);
     m_options.Add("nativeCharCodeSet", "UTF-8");  // what the alarms are in, see alarm.idl
     m_options.Add("clientCallTimeOutPeriod", std::to_string(kCallTimeout.count()));
@@ -149,7 +155,7 @@ void OrbSvc::Start() {
     // The first one is asked first, so that who is refused does not count for the other.
     m_access = std::make_unique<AccessGuard>(m_log);
     m_access->Begin();
-    m_limit.Begin(m_mostConnections);
+    m_limit.Begin(m_maxConnections);
     const CORBA::Object_var object = m_orb->resolve_initial_references("RootPOA");
     const PortableServer::POA_var poa = PortableServer::POA::_narrow(object);
     m_iterators = std::make_unique<IteratorPool>(poa, m_longestIdle);

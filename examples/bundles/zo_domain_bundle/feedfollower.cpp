@@ -41,7 +41,7 @@ void FeedFollower::Poll() {
 }
 
 bool FeedFollower::Open() {
-    // Not blocking, lest a pipe in the file's place holds the thread for ever.
+    // Not blocking, so that a pipe in the file's place does not hold the thread for ever.
     m_handle = open(m_file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     struct stat status {};
     int error = 0;

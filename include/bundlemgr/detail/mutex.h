@@ -74,20 +74,28 @@ class Condition {
 public:
     /// Returns when it has been told, or for no reason; then the mutex is held again.
     void Wait(Mutex& mutex) ZO_REQUIRES(mutex) {
-        std::unique_lock<std::mutex> held(mutex.m_mutex, std::adopt_lock);
-        m_condition.wait(held);
-        held.release();
+        Lent lent(mutex.m_mutex);
+        m_condition.wait(lent.lock);
     }
     /// Returns when it has been told, at that time, or for no reason.
     template <class Time>
     void WaitUntil(Mutex& mutex, Time time) ZO_REQUIRES(mutex) {
-        std::unique_lock<std::mutex> held(mutex.m_mutex, std::adopt_lock);
-        m_condition.wait_until(held, time);
-        held.release();
+        Lent lent(mutex.m_mutex);
+        m_condition.wait_until(lent.lock, time);
     }
     void TellAll() { m_condition.notify_all(); }
 
 private:
+    // The mutex stays the caller's, also when the thread is cancelled while it waits.
+    struct Lent {
+        explicit Lent(std::mutex& mutex) : lock(mutex, std::adopt_lock) {}
+        ~Lent() { lock.release(); }
+        Lent(const Lent&) = delete;
+        Lent& operator=(const Lent&) = delete;
+
+        std::unique_lock<std::mutex> lock;
+    };
+
     std::condition_variable m_condition;
 };
 

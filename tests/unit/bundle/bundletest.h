@@ -32,9 +32,11 @@ using Trace = std::vector<std::string>;
 
 /// The interface that a service of the bundle publishes, of whatever type.
 inline NS_BUNDLEMGR1::ServiceInterface* FindInterface(NS_BUNDLEMGR1::BundleObject& bundle, const std::string& service) {
-    void* typed = nullptr;
-    return NS_BUNDLEMGR1::ServiceTable::FindInterface(
-        bundle, service, [](NS_BUNDLEMGR1::ServiceInterface* iface) -> void* { return iface; }, typed);
+    NS_BUNDLEMGR1::ServiceInterface* published = nullptr;
+    NS_BUNDLEMGR1::ServiceTable::FindInterface(
+        bundle, service, [](NS_BUNDLEMGR1::ServiceInterface* iface) -> void* { return iface; },
+        [&published](NS_BUNDLEMGR1::ServiceInterface* iface, void*) { published = iface; });
+    return published;
 }
 
 class TestBundle : public NS_BUNDLEMGR1::BundleObject {

@@ -63,8 +63,8 @@ TEST_F(KitServiceTest, ItsFiniEndsItsThreadsFirstAndThenWithdrawsItsInterface) {
     EXPECT_THAT(m_trace, ElementsAre("exit with 0 deletions"));
     EXPECT_EQ(1, m_service.m_deletions);
     EXPECT_THAT(m_service.GetInterface(), IsNull());
-    EXPECT_THAT(known.GetInterface(), IsNull());
-    EXPECT_THAT(Find(), IsNull());
+    EXPECT_THROW(known.GetInterface(), InterfaceNotExistException);
+    EXPECT_THROW(Find(), InterfaceNotExistException);
 }
 
 TEST_F(KitServiceTest, FinalisedTwiceItWithdrawsOnce) {
@@ -109,7 +109,15 @@ TEST_F(KitServiceTest, ItsDestructorWithdrawsWhatAnInitLeftThatFailedLater) {
         known.GetInterface();
     }
     EXPECT_EQ(1, deletions);
-    EXPECT_THAT(known.GetInterface(), IsNull());
+    EXPECT_THROW(known.GetInterface(), InterfaceNotExistException);
+}
+
+TEST_F(KitServiceTest, LeavesAloneWhatSomebodyElseHasSetUnderItsName) {
+    m_service.init(0, nullptr);
+    NamedInterface others("others'");
+    SetIFBuf("svc", &others);
+    StdoutOf([&] { m_service.fini(); });
+    EXPECT_EQ(&others, Find());
 }
 
 TEST_F(KitServiceTest, OneWithoutThreadsNeedsNoExitThreads) {
