@@ -163,8 +163,9 @@ public:
     /// Waits for one event and dispatches it; returns at once when the queue is closed.
     void process_msg();
 
+    /// Does nothing; ACE's, for tasks that begin their work in it. @return 0
     int open(void* args = nullptr) override;
-    /// ACE's last call on a worker. A class that overrides it calls this one, too.
+    /// ACE's last call on a worker. A class that overrides it calls this one, too. @return 0
     int close(u_long flags = 0) override;
     /// A worker's body. @return 0
     int svc() override;

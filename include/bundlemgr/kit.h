@@ -280,12 +280,16 @@ public:
     ServiceBundle(std::string name, int order);
     ~ServiceBundle() override;
 
+    /// @return the name that the constructor was given
     std::string GetName() override;
+    /// @return the order that the constructor was given
     int GetBundleOrder() override;
     /// Publishes nothing.
     void SetInterface() override;
     /// @return 0, or the result of `LoadAllServiceObjects`
     int Init() override;
+    /// Ends the services, newest first, withdraws the bundle's interface, and sets
+    /// `BUNDLE_STATE_FINIED`.
     void Fini() override;
 
 private:
@@ -293,7 +297,7 @@ private:
 
     const std::string m_strName;
     const int m_nOrder;
-    bool m_isBegun = false;  // by an Init that has not succeeded
+    bool m_isBegun = false;  // there was an Init before
 };
 
 }  // namespace NS_BUNDLEMGR1

@@ -62,9 +62,11 @@ struct Registry {
 detail::Mutex g_registryMutex;
 
 // Never destroyed, for the same reason; and made on first use.
+Registry* g_pRegistry ZO_GUARDED_BY(g_registryMutex) = nullptr;
+
 Registry& TheRegistry() ZO_REQUIRES(g_registryMutex) {
-    static Registry* const registry = new Registry;
-    return *registry;
+    if (g_pRegistry == nullptr) g_pRegistry = new Registry;
+    return *g_pRegistry;
 }
 
 InterfaceEntry& EntryOf(const std::string& name) ZO_REQUIRES(g_registryMutex) {
@@ -178,8 +180,9 @@ void SetIFBuf(const std::string& name, ServiceInterface* iface) {
 
 void RemoveIFBuf(const std::string& name, const ServiceInterface* iface) {
     const Guard guard(g_registryMutex);
-    const auto entry = TheRegistry().entries.find(name);
-    if (iface == nullptr || entry == TheRegistry().entries.end()) return;
+    if (iface == nullptr || g_pRegistry == nullptr) return;
+    const auto entry = g_pRegistry->entries.find(name);
+    if (entry == g_pRegistry->entries.end()) return;
     ForgetVerified(entry->second);
     std::vector<ServiceInterface*>& list = entry->second.list;
     list.erase(std::remove(list.begin(), list.end(), iface), list.end());

@@ -149,6 +149,11 @@ const std::map<std::string, Command>& Commands() {
         {"remove", Remove},
         {"bundle", [](const std::string& name) { return NameOf(Mgr().GetBundle(name)); }},
         {"state", StateOf},
+        {"reset-state",
+         [](const std::string& name) {
+             Mgr().GetBundle(name)->SetState(NS_BUNDLEMGR1::BUNDLE_STATE_LOADED);
+             return "done";
+         }},
         {"services", ServicesOf},
         {"reverse", [](const std::string&) { return BundlesInReverseOrder(); }},
         {"interface", InterfaceOf},

@@ -56,6 +56,13 @@ TEST_F(KitTest, ItsServicesMayComeAndGo) {
     EXPECT_THAT(output, testing::HasSubstr(again));
 }
 
+TEST_F(KitTest, MayBeInitialisedOnceMoreAfterItsEnd) {
+    Set("FX_KIT_TRIED", "yes");
+    const std::string output = Run("load init fini reset-state=fx_kit init state=fx_kit fini destroy-events destroy");
+    EXPECT_THAT(output, testing::HasSubstr("> reset-state=fx_kit: done\n"));
+    EXPECT_THAT(output, testing::HasSubstr(GoodServices() + "> init: 0\n> state=fx_kit: 1\n"));
+}
+
 TEST_F(KitTest, ItsLibraryIsUnmapped) {
     Set("FX_KIT_TRIED", "yes");
     const std::string output = Run("load init events fini mapped=libfx_kit.so destroy mapped=libfx_kit.so");

@@ -83,6 +83,30 @@ TEST_F(ThreadsTest, AServiceThatIsToldMayRemoveAnotherWhileItFails) {
     EXPECT_TRUE(IsDone("a2 dtor"));
 }
 
+TEST_F(ThreadsTest, AServiceThatInitialisesBundlesDoesNotWaitForAnotherThreadThatDoes) {
+    std::atomic<bool> initialising{false};
+    std::atomic<bool> goOn{false};
+    m_b.onInit = [&] {
+        initialising = true;
+        EXPECT_TRUE(WaitFor([&] { return goOn.load(); }));
+    };
+    int result = 0;
+    At("a1 init", [&] {
+        EXPECT_TRUE(WaitFor([&] { return initialising.load(); }));
+        goOn = true;
+        result = Mgr().InitAllBundles();
+        return 0;
+    });
+    m_a.SetState(BUNDLE_STATE_INITED);
+    const Elsewhere loader([this] { m_a.LoadAllServiceObjects(); });
+    ASSERT_TRUE(WaitFor([] { return IsDone("a1 init") || IsDone("a1 ctor"); }));
+
+    EXPECT_TRUE(CanBeDoneElsewhere([] { EXPECT_EQ(0, Mgr().InitAllBundles()); }));
+
+    EXPECT_TRUE(loader.Finishes());
+    EXPECT_EQ(-1, result);
+}
+
 TEST_F(ThreadsTest, AServiceThatIsStillBeingConstructedIsNotAsked) {
     std::atomic<bool> goOn{false};
     At("a1 ctor", [&goOn] { return WaitFor([&goOn] { return goOn.load(); }) ? 0 : 1; });

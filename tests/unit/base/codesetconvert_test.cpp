@@ -17,7 +17,7 @@
 #include <bundlemgr/bundlemgr.h>
 
 #include "support/capture.h"
-#include "support/countof.h"
+#include "support/count.h"
 #include "support/environment.h"
 #include "support/logfiles.h"
 #include "support/tempdir.h"
@@ -209,7 +209,7 @@ TEST(CodeSetConvertFailure, IsPrintedTargetFirstOnEveryCall) {
         EXPECT_EQ(message + message,
                   test::StdoutOf([] { EXPECT_EQ("failed, untouched", Convert("nonsense", "UTF-8", "x")); }));
     }
-    EXPECT_EQ(3u, test::CountOf(message, log.Text()));
+    EXPECT_EQ(3u, test::Count(log.Text(), message));
 }
 
 TEST(CodeSetConvertFailure, IsLoggedAsAnError) {
@@ -257,7 +257,7 @@ TEST(CodeSetConvertFailure, AnUnknownNameIsReportedOnEveryCall) {
     test::StdoutOf([] {
         for (int call = 0; call < 3; ++call) EXPECT_EQ("failed, untouched", Convert("GBK ", "UTF-8", "x"));
     });
-    EXPECT_EQ(3u, test::CountOf("[CodeSetConvert]:iconv_open(UTF-8,GBK ) failed.\n", log.Text()));
+    EXPECT_EQ(3u, test::Count(log.Text(), "[CodeSetConvert]:iconv_open(UTF-8,GBK ) failed.\n"));
 }
 
 TEST(CodeSetConvert, NamesMayHoldPunctuationOfTheirOwn) {
@@ -288,10 +288,10 @@ TEST(CodeSetConvertFailure, IsReportedFromSeveralThreadsAtOnce) {
         });
     });
     EXPECT_EQ(8 * kCalls, failed);
-    EXPECT_EQ(2u * 4 * kCalls, test::CountOf("[CodeSetConvert]:iconv_open(UTF-8,nonsense) failed.\n", printed));
-    EXPECT_EQ(2u * 4 * kCalls, test::CountOf("[CodeSetConvert]:iconv_open(nonsense,GBK) failed.\n", printed));
-    EXPECT_EQ(4u * kCalls, test::CountOf("[CodeSetConvert]:iconv_open(UTF-8,nonsense) failed.\n", log.Text()));
-    EXPECT_EQ(4u * kCalls, test::CountOf("[CodeSetConvert]:iconv_open(nonsense,GBK) failed.\n", log.Text()));
+    EXPECT_EQ(2u * 4 * kCalls, test::Count(printed, "[CodeSetConvert]:iconv_open(UTF-8,nonsense) failed.\n"));
+    EXPECT_EQ(2u * 4 * kCalls, test::Count(printed, "[CodeSetConvert]:iconv_open(nonsense,GBK) failed.\n"));
+    EXPECT_EQ(4u * kCalls, test::Count(log.Text(), "[CodeSetConvert]:iconv_open(UTF-8,nonsense) failed.\n"));
+    EXPECT_EQ(4u * kCalls, test::Count(log.Text(), "[CodeSetConvert]:iconv_open(nonsense,GBK) failed.\n"));
 }
 
 // ---- The character-set switch ----
@@ -572,8 +572,8 @@ TEST_F(ForLogRecords, TheFirstConversionMayBeInsideALogWrite) {
             for (int i = 0; i < 20; ++i) log->Printf(LOG_LEVEL_INFO, "record");
         });
     });
-    EXPECT_EQ(160u, test::CountOf("\n\xE4\xB8\xAD\xE5\x9B\xBD ", m_log.Text()));
-    EXPECT_EQ(160u, test::CountOf("\nrecord\n", m_log.Text()));
+    EXPECT_EQ(160u, test::Count(m_log.Text(), "\n\xE4\xB8\xAD\xE5\x9B\xBD "));
+    EXPECT_EQ(160u, test::Count(m_log.Text(), "\nrecord\n"));
 }
 
 TEST_F(ForLogRecords, EightThreadsMayAskForTheSetAtOnce) {

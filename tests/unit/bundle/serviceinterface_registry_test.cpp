@@ -55,6 +55,31 @@ TEST(InterfaceRegistryTest, ListsStayWhereTheyAreWhileOthersCome) {
     EXPECT_EQ(list, CheckIFBuf("X"));
 }
 
+TEST(InterfaceRegistryTest, RemovingTakesOutThatInterfaceOnly) {
+    NamedInterface a;
+    NamedInterface b;
+    Interfaces* const list = CheckIFBuf("X");
+    *list = {&a, &b, nullptr, &a};
+    RemoveIFBuf("X", &a);
+    EXPECT_THAT(*list, ElementsAre(&b, IsNull()));
+    RemoveIFBuf("X", &a);
+    RemoveIFBuf("X", nullptr);
+    RemoveIFBuf("of nobody", &b);
+    EXPECT_THAT(*list, ElementsAre(&b, IsNull()));
+}
+
+TEST(InterfaceRegistryTest, ProxiesThatHadFoundARemovedInterfaceFindItNoMore) {
+    NamedInterface a("a");
+    NamedInterface b("b");
+    SetIFBuf("X", &a);
+    ServiceInterfaceProxy<NamedInterface> proxy("X");
+    EXPECT_EQ(&a, proxy.GetInterface());
+    RemoveIFBuf("X", &a);
+    EXPECT_THROW(proxy.GetInterface(), InterfaceNotExistException);
+    SetIFBuf("X", &b);
+    EXPECT_EQ(&b, proxy.GetInterface());
+}
+
 TEST(InterfaceRegistryTest, NeedsNotTheProxiesMutex) {
     const ACE_Guard<ACE_Thread_Mutex> guard(_g_actualmutex);
     EXPECT_TRUE(CanBeDoneElsewhere([] {

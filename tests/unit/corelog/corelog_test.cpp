@@ -1,8 +1,10 @@
 #include "src/corelog/corelog.h"
 
+#include <cstdarg>
 #include <deque>
 #include <thread>
 #include <type_traits>
+#include <vector>
 
 #include <ace/Guard_T.h>
 #include <ace/Recursive_Thread_Mutex.h>
@@ -55,6 +57,33 @@ public:
     std::string m_asked;
 };
 
+// What somebody else made, who may look at the format itself.
+class ForeignProxy : public DefaultLogProxy {
+public:
+    void SetPosition(const char* file, unsigned long line) override {
+        m_calls.push_back(std::string(file) + ":" + std::to_string(line));
+    }
+    void Printf(int, const char* format, ...) override __attribute__((format(printf, 3, 4))) {
+        va_list args;
+        va_start(args, format);
+        m_calls.push_back(std::string(format) + "|" + va_arg(args, const char*));
+        va_end(args);
+    }
+    void VPrintfAt(const char*, unsigned long, int, const char*, va_list) override
+        __attribute__((format(printf, 5, 0))) {
+        m_calls.emplace_back("VPrintfAt");
+    }
+
+    std::vector<std::string> m_calls;
+};
+
+class ForeignLogProxyMgr : public LogProxyMgr {
+public:
+    LogProxy* GetLogProxy(const char*) override { return &m_proxy; }
+
+    ForeignProxy m_proxy;
+};
+
 class CoreLogTest : public test::LogTest {
 protected:
     // Never destroyed, like those of the library: a default proxy is kept for good.
@@ -65,6 +94,13 @@ protected:
 
     CoreLog& m_log = NewCoreLog("thesource");
 };
+
+TEST_F(CoreLogTest, AProxyOfOthersIsToldThePositionAndGetsTheFormatAsItStands) {
+    static ForeignLogProxyMgr proxies;
+    const BundleMgrStub manager(&proxies);
+    m_log.Print(7, LOG_LEVEL_INFO, "%s is up\n", "it");
+    EXPECT_THAT(proxies.m_proxy.m_calls, ElementsAre("thesource:7", "%s is up\n|it"));
+}
 
 TEST_F(CoreLogTest, NeedsNoInitialisation) {
     EXPECT_TRUE(std::is_trivially_destructible_v<CoreLog>);

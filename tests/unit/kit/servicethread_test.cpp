@@ -1,4 +1,6 @@
 #include <pthread.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <future>
@@ -317,6 +319,26 @@ TEST_F(ServiceThreadTest, ManyThreadsMayStartStopAndWakeItAtOnce) {
     thread.Stop();
     EXPECT_FALSE(overlapped);
     EXPECT_EQ(0, inside);
+}
+
+TEST_F(ServiceThreadTest, ARoundThatForksIsTheLastInTheChild) {
+    if (!kChildMayStartThreads) GTEST_SKIP() << "this sanitizer waits in the child for threads of the parent";
+    zo::ServiceThread thread(g_log);
+    std::atomic<int> status{-1};
+    std::atomic<bool> isChild{false};
+    thread.Start([&]() -> milliseconds {
+        if (isChild) _exit(1);  // another round
+        const pid_t child = fork();
+        isChild = child == 0;
+        if (isChild) return milliseconds(0);
+        int result = -1;
+        waitpid(child, &result, 0);
+        status = WIFEXITED(result) ? WEXITSTATUS(result) : 100;
+        return hours(1);
+    });
+
+    EXPECT_TRUE(WaitFor([&] { return status != -1; }));
+    EXPECT_EQ(0, status);  // that of a process whose last thread has ended
 }
 
 TEST_F(ServiceThreadTest, InAForkedChildItIsNotThereAndCanBeStartedAnew) {
