@@ -6,7 +6,8 @@
 "$root/scripts/install-deps.sh" build test check
 baseline=$root/abi/libzo_bundlemgr.abi
 present=$root/build/debug/libzo_bundlemgr.abi
-build_preset debug --log-level=WARNING
+configure_preset debug --log-level=WARNING
+cmake --build "$root/build/debug" --target zo_bundlemgr --parallel "$jobs"
 abidw --suppressions "$root/abi/ignore.ini" --headers-dir "$root/include" --drop-private-types \
     --exported-interfaces-only --no-show-locs --no-corpus-path --no-comp-dir-path --no-elf-needed \
     --no-parameter-names --out-file "$present" "$root/build/debug/lib/libzo_bundlemgr.so"

@@ -25,15 +25,20 @@ fail() {
     exit 1
 }
 
-# build_preset <preset> [<argument of cmake>...]: configures and builds build/<preset>.
+# configure_preset <preset> [<argument of cmake>...]: configures build/<preset>.
 # Warnings are errors in CI only: a newer compiler must not stop a user.
-build_preset() {
+configure_preset() {
     preset=$1
     shift
     werror=OFF
     [ "${CI:-}" != true ] || werror=ON
     step "configuring build/$preset"
     (cd "$root" && cmake --preset "$preset" -DZO_WERROR=$werror "$@")
+}
+
+# build_preset <preset> [<argument of cmake>...]: configures and builds build/<preset>.
+build_preset() {
+    configure_preset "$@"
     step "building build/$preset"
     cmake --build "$root/build/$preset" --parallel "$jobs"
 }
