@@ -37,6 +37,12 @@ private:
     const Action m_action;
 };
 
+/// Sees whether there is an event manager without making one.
+class Peek : public NS_BUNDLEMGR1::LightEventMgr {
+public:
+    static bool IsThere() { return m_pInstance.load() != nullptr; }
+};
+
 /// A list that handlers append to and tests read.
 template <class Entry>
 class Record {

@@ -1,21 +1,24 @@
 // Taking handlers away while others may be calling them.
 #include <pthread.h>
 
-#include <future>
 #include <memory>
 #include <thread>
 
 #include <gmock/gmock.h>
 
 #include "eventtest.h"
+#include "support/elsewhere.h"
 #include "support/forkedchild.h"
+#include "support/longcall.h"
 #include "support/wait.h"
 
 namespace NS_BUNDLEMGR1 {
 namespace {
 
 using std::chrono::milliseconds;
+using test::Elsewhere;
 using test::Handler;
+using test::Peek;
 using test::WaitFor;
 using testing::IsEmpty;
 
@@ -23,41 +26,10 @@ constexpr int kEvent = 7;
 constexpr int kOtherEvent = 8;
 constexpr milliseconds kAWhile(50);  // in which what must not happen would
 
-// Sees whether there is an event manager without making one.
-class Peek : public LightEventMgr {
-public:
-    static bool IsThere() { return m_pInstance.load() != nullptr; }
-};
-
 // A handler in which a thread stays until it is let go, as often as it is called.
-class Blocking : public LightEventHandler {
+class Blocking : public LightEventHandler, public test::LongCall {
 public:
-    void HandleLightEvent(int, LightEventParam*) override {
-        ++m_inside;
-        WaitFor([this] { return m_released.load(); });
-        --m_inside;
-    }
-    bool AwaitInside(int threads = 1) {
-        return WaitFor([&] { return m_inside == threads; });
-    }
-    void Release() { m_released = true; }
-    bool IsInside() const { return m_inside > 0; }
-
-private:
-    std::atomic<int> m_inside{0};
-    std::atomic<bool> m_released{false};
-};
-
-// Removes a handler on a thread of its own, and tells whether it is through.
-class Remover {
-public:
-    explicit Remover(const LightEventHandler& handler)
-        : m_over(std::async(std::launch::async, [&handler] { LightEventMgr::RemoveHandler(&handler); })) {}
-    bool IsOverSoon() { return m_over.wait_for(test::kDeadline) == std::future_status::ready; }
-    bool IsOverInAWhile() { return m_over.wait_for(kAWhile) == std::future_status::ready; }
-
-private:
-    std::future<void> m_over;
+    void HandleLightEvent(int, LightEventParam*) override { Stay(); }
 };
 
 class RemoveHandlerTest : public test::EventTest {
@@ -99,10 +71,10 @@ TEST_F(RemoveHandlerTest, ReturnsWhenTheCallThatIsUnderWayIsOver) {
     mgr.Push_Msg(kEvent, nullptr, 0);
     ASSERT_TRUE(handler.AwaitInside());
 
-    Remover remover(handler);
-    EXPECT_FALSE(remover.IsOverInAWhile());
+    const Elsewhere remover([&] { LightEventMgr::RemoveHandler(&handler); });
+    EXPECT_FALSE(remover.Finishes(kAWhile));
     handler.Release();
-    EXPECT_TRUE(remover.IsOverSoon());
+    EXPECT_TRUE(remover.Finishes());
     EXPECT_FALSE(handler.IsInside());
 }
 
@@ -114,10 +86,10 @@ TEST_F(RemoveHandlerTest, WaitsForAThreadThatHandlesAnEventByItself) {
     std::thread thread([&] { mgr.process_msg(); });
     ASSERT_TRUE(handler.AwaitInside());
 
-    Remover remover(handler);
-    EXPECT_FALSE(remover.IsOverInAWhile());
+    const Elsewhere remover([&] { LightEventMgr::RemoveHandler(&handler); });
+    EXPECT_FALSE(remover.Finishes(kAWhile));
     handler.Release();
-    EXPECT_TRUE(remover.IsOverSoon());
+    EXPECT_TRUE(remover.Finishes());
     thread.join();
 }
 
@@ -196,10 +168,10 @@ TEST_F(RemoveHandlerTest, ACallThatHasRemovedItsHandlerIsStillWaitedForByOthers)
     mgr.Push_Msg(kEvent, nullptr, 0);
     ASSERT_TRUE(WaitFor([&] { return isRemoved.load(); }));
 
-    Remover remover(*handler);
-    EXPECT_FALSE(remover.IsOverInAWhile());
+    const Elsewhere remover([&] { LightEventMgr::RemoveHandler(handler.get()); });
+    EXPECT_FALSE(remover.Finishes(kAWhile));
     isReleased = true;
-    EXPECT_TRUE(remover.IsOverSoon());
+    EXPECT_TRUE(remover.Finishes());
 }
 
 TEST_F(RemoveHandlerTest, TwoWorkersThatAreInOneHandlerMayBothRemoveIt) {
@@ -228,13 +200,13 @@ TEST_F(RemoveHandlerTest, TwoThreadsMayRemoveOneHandlerAtOnce) {
     mgr.Push_Msg(kEvent, nullptr, 0);
     ASSERT_TRUE(handler.AwaitInside());
 
-    Remover one(handler);
-    Remover another(handler);
-    EXPECT_FALSE(one.IsOverInAWhile());
-    EXPECT_FALSE(another.IsOverInAWhile());
+    const Elsewhere one([&] { LightEventMgr::RemoveHandler(&handler); });
+    const Elsewhere another([&] { LightEventMgr::RemoveHandler(&handler); });
+    EXPECT_FALSE(one.Finishes(kAWhile));
+    EXPECT_FALSE(another.Finishes(kAWhile));
     handler.Release();
-    EXPECT_TRUE(one.IsOverSoon());
-    EXPECT_TRUE(another.IsOverSoon());
+    EXPECT_TRUE(one.Finishes());
+    EXPECT_TRUE(another.Finishes());
 }
 
 TEST_F(RemoveHandlerTest, AHandlerThatEndedItsThreadIsNotWaitedFor) {
@@ -283,10 +255,10 @@ TEST_F(RemoveHandlerTest, WaitsForACallOfAnEventManagerThatIsBeingDestroyed) {
     std::thread destroyer(LightEventMgr::Destroy);
     ASSERT_TRUE(WaitFor([] { return !Peek::IsThere(); }));
 
-    Remover remover(handler);
-    EXPECT_FALSE(remover.IsOverInAWhile());
+    const Elsewhere remover([&] { LightEventMgr::RemoveHandler(&handler); });
+    EXPECT_FALSE(remover.Finishes(kAWhile));
     handler.Release();
-    EXPECT_TRUE(remover.IsOverSoon());
+    EXPECT_TRUE(remover.Finishes());
     destroyer.join();
 }
 

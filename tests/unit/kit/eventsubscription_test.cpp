@@ -1,4 +1,3 @@
-#include <future>
 #include <memory>
 #include <thread>
 
@@ -8,7 +7,9 @@
 
 #include <bundlemgr/kit.h>
 
+#include "support/elsewhere.h"
 #include "support/forkedchild.h"
+#include "support/longcall.h"
 #include "support/wait.h"
 #include "unit/event/eventtest.h"
 
@@ -17,6 +18,8 @@ namespace {
 using NS_BUNDLEMGR1::LightEventMgr;
 using NS_BUNDLEMGR1::LightEventParam;
 using std::chrono::milliseconds;
+using test::Elsewhere;
+using test::Peek;
 using test::WaitFor;
 using testing::IsEmpty;
 
@@ -24,43 +27,12 @@ constexpr int kEvent = 7;
 constexpr int kOtherEvent = 8;
 constexpr milliseconds kAWhile(50);  // in which what must not happen would
 
-// Sees whether there is an event manager without making one.
-class Peek : public LightEventMgr {
-public:
-    static bool IsThere() { return m_pInstance.load() != nullptr; }
-};
-
 // A function in which the worker stays until it is let go.
-class Blocking {
+class Blocking : public test::LongCall {
 public:
     zo::EventSubscription::Function Function() {
-        return [this](LightEventParam*) {
-            m_isInside = true;
-            WaitFor([this] { return m_isReleased.load(); });
-            m_isInside = false;
-        };
+        return [this](LightEventParam*) { Stay(); };
     }
-    bool AwaitInside() {
-        return WaitFor([this] { return m_isInside.load(); });
-    }
-    void Release() { m_isReleased = true; }
-    bool IsInside() const { return m_isInside; }
-
-private:
-    std::atomic<bool> m_isInside{false};
-    std::atomic<bool> m_isReleased{false};
-};
-
-// Closes a subscription on a thread of its own.
-class Closer {
-public:
-    explicit Closer(zo::EventSubscription& subscription)
-        : m_over(std::async(std::launch::async, [&subscription] { subscription.Close(); })) {}
-    bool IsOverSoon() { return m_over.wait_for(test::kDeadline) == std::future_status::ready; }
-    bool IsOverInAWhile() { return m_over.wait_for(kAWhile) == std::future_status::ready; }
-
-private:
-    std::future<void> m_over;
 };
 
 class EventSubscriptionTest : public test::EventTest {
@@ -144,13 +116,13 @@ TEST_F(EventSubscriptionTest, CloseReturnsWhenTheCallThatIsUnderWayIsOver) {
     Mgr().Push_Msg(kEvent, nullptr, 0);
     ASSERT_TRUE(blocking.AwaitInside());
 
-    Closer one(subscription);
-    Closer another(subscription);
-    EXPECT_FALSE(one.IsOverInAWhile());
-    EXPECT_FALSE(another.IsOverInAWhile());
+    const Elsewhere one([&] { subscription.Close(); });
+    const Elsewhere another([&] { subscription.Close(); });
+    EXPECT_FALSE(one.Finishes(kAWhile));
+    EXPECT_FALSE(another.Finishes(kAWhile));
     blocking.Release();
-    EXPECT_TRUE(one.IsOverSoon());
-    EXPECT_TRUE(another.IsOverSoon());
+    EXPECT_TRUE(one.Finishes());
+    EXPECT_TRUE(another.Finishes());
     EXPECT_FALSE(blocking.IsInside());
 }
 
@@ -180,10 +152,10 @@ TEST_F(EventSubscriptionTest, AFunctionThatHasClosedItsSubscriptionIsStillWaited
     Mgr().Push_Msg(kEvent, nullptr, 0);
     ASSERT_TRUE(WaitFor([&] { return isClosed.load(); }));
 
-    Closer closer(subscription);
-    EXPECT_FALSE(closer.IsOverInAWhile());
+    const Elsewhere closer([&] { subscription.Close(); });
+    EXPECT_FALSE(closer.Finishes(kAWhile));
     isReleased = true;
-    EXPECT_TRUE(closer.IsOverSoon());
+    EXPECT_TRUE(closer.Finishes());
 }
 
 TEST_F(EventSubscriptionTest, AFunctionMayReopenItsOwnSubscription) {
@@ -252,10 +224,10 @@ TEST_F(EventSubscriptionTest, MayBeClosedWhileTheEventManagerIsDestroyed) {
     std::thread destroyer(LightEventMgr::Destroy);
     ASSERT_TRUE(WaitFor([] { return !Peek::IsThere(); }));
 
-    Closer closer(subscription);
-    EXPECT_FALSE(closer.IsOverInAWhile());
+    const Elsewhere closer([&] { subscription.Close(); });
+    EXPECT_FALSE(closer.Finishes(kAWhile));
     blocking.Release();
-    EXPECT_TRUE(closer.IsOverSoon());
+    EXPECT_TRUE(closer.Finishes());
     destroyer.join();
 }
 

@@ -15,6 +15,7 @@
 
 #include "support/capture.h"
 #include "support/forkedchild.h"
+#include "support/longcall.h"
 #include "support/wait.h"
 #include "unit/log/logtest.h"
 
@@ -36,25 +37,14 @@ constexpr milliseconds kAWhile(50);  // in which what must not happen would
 const zo::Log g_log("Thread", "bundle", "Svc");
 
 // A round in which the thread stays until it is let go.
-class Blocking {
+class Blocking : public test::LongCall {
 public:
     zo::ServiceThread::Round Round() {
         return [this]() -> milliseconds {
-            m_isInside = true;
-            WaitFor([this] { return m_isReleased.load(); });
-            m_isInside = false;
+            Stay();
             return hours(1);
         };
     }
-    bool AwaitInside() {
-        return WaitFor([this] { return m_isInside.load(); });
-    }
-    void Release() { m_isReleased = true; }
-    bool IsInside() const { return m_isInside; }
-
-private:
-    std::atomic<bool> m_isInside{false};
-    std::atomic<bool> m_isReleased{false};
 };
 
 std::future<void> StopElsewhere(zo::ServiceThread& thread) {
