@@ -58,6 +58,9 @@ public:
 
     /// Called on the worker thread, one event at a time. All handlers share that thread, so
     /// long work belongs on another. An exception that leaves it ends the handling of that event.
+    ///
+    /// The end of a service waits for its handler, while the bundle is held: such a handler must
+    /// not load or remove services, nor look up a bundle, nor an interface for the first time.
     /// @param eventId identifier under which the event was posted
     /// @param param   parameter given by the poster, may be null; see
     ///                `LightEventParam::m_bAutoDelete` for who owns it
