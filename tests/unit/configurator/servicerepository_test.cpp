@@ -2,10 +2,10 @@
 
 #include <stdexcept>
 
-#include "unit/bundle/bundletest.h"
 #include "src/lifetime/heldbundle.h"
 #include "src/lifetime/tablelock.h"
 #include "support/elsewhere.h"
+#include "unit/bundle/bundletest.h"
 
 namespace NS_BUNDLEMGR1 {
 namespace {

@@ -7,8 +7,8 @@
 
 #include "logtest.h"
 #include "support/capture.h"
-#include "support/wait.h"
 #include "support/testclock.h"
+#include "support/wait.h"
 
 namespace NS_BUNDLEMGR1 {
 namespace {

@@ -16,8 +16,8 @@
 #include "support/elsewhere.h"
 #include "support/forkedchild.h"
 #include "support/ordinaryuser.h"
-#include "support/wait.h"
 #include "support/testclock.h"
+#include "support/wait.h"
 
 namespace NS_BUNDLEMGR1 {
 namespace {
