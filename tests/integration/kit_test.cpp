@@ -65,7 +65,8 @@ TEST_F(KitTest, MayBeInitialisedOnceMoreAfterItsEnd) {
 
 TEST_F(KitTest, ItsLibraryIsUnmapped) {
     Set("FX_KIT_TRIED", "yes");
-    const std::string output = Run("load init events fini mapped=libfx_kit.so destroy mapped=libfx_kit.so");
+    const std::string output =
+        Run("load init events fini mapped=libfx_kit.so destroy-events destroy mapped=libfx_kit.so");
     EXPECT_THAT(output, testing::HasSubstr("> mapped=libfx_kit.so: yes\n"));
     EXPECT_THAT(output, testing::HasSubstr("> destroy: done\n> mapped=libfx_kit.so: no\n"));
 }
