@@ -181,8 +181,9 @@ public:
 
     /// Finalises and destroys a service, takes it out of the table and posts
     /// `LIGHT_EVENT_SERVICE_REMOVED`. Not for handlers of events whose services may be ending
-    /// at the same time: these wait for the handler while the bundle is held. An unknown name is only reported on the
-    /// log, at once; so is one that another thread has been removing, when that is done.
+    /// at the same time: these wait for the handler while the bundle is held. An unknown name is
+    /// only reported on the log, at once; so is one that another thread has been removing, when
+    /// that is done.
     /// @param serviceName the service's name, not null
     virtual void RemoveServiceObject(const char* serviceName);
 

@@ -8,10 +8,12 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <new>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -25,6 +27,7 @@
 
 namespace {
 
+std::function<void()> g_onRefusal;  // what happens while a thread is refused, once
 std::atomic<bool> g_noThreads{false};
 std::atomic<clockid_t> g_waitedOn{-1};
 thread_local int t_failingAllocation = 0;  // 1: the next one
@@ -40,6 +43,10 @@ extern "C" __attribute__((visibility("default"))) int pthread_create(pthread_t* 
                                                                      void* (*body)(void*), void* argument) {
     using Function = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
     static const auto next = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "pthread_create"));
+    if (g_onRefusal != nullptr) {
+        std::exchange(g_onRefusal, nullptr)();
+        return EAGAIN;
+    }
     return g_noThreads ? EAGAIN : next(thread, attributes, body, argument);
 }
 
@@ -75,6 +82,29 @@ protected:
         };
     }
 };
+
+TEST_F(KitFailures, AThreadEndsAllThatCameBeforeItAlsoBeforeOneThatCouldNotBeMade) {
+    std::atomic<int> firsts{0};
+    std::atomic<int> lasts{0};
+    const auto counting = [](std::atomic<int>& rounds) {
+        return [&rounds]() -> milliseconds {
+            ++rounds;
+            return milliseconds(1);
+        };
+    };
+    zo::ServiceThread thread(g_log);
+    thread.Start(counting(firsts));
+    ASSERT_TRUE(WaitFor([&] { return firsts > 0; }));
+    // Another thread's Start comes between the refusal and its being noticed.
+    g_onRefusal = [&] { thread.Start(counting(lasts)); };
+    EXPECT_THROW(thread.Start([] { return hours(1); }), std::system_error);
+
+    ASSERT_TRUE(WaitFor([&] { return lasts > 0; }));
+    const int firstsThen = firsts;
+    ASSERT_TRUE(WaitFor([&] { return lasts > 20; }));
+    EXPECT_EQ(firstsThen, firsts);
+    thread.Stop();
+}
 
 TEST_F(KitFailures, AThreadThatCannotBeMadeLeavesNothingToStopAndMayStartLater) {
     std::atomic<int> rounds{0};
