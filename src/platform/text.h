@@ -12,6 +12,28 @@ inline bool EndsWith(std::string_view text, std::string_view end) {
     return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
+/// @name Without space, tab, line feed and carriage return
+/// At the beginning, at the end, or at both.
+/// @{
+inline bool IsWhiteSpace(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
+
+inline std::string_view LeftTrimmedView(std::string_view text) {
+    while (!text.empty() && IsWhiteSpace(text.front())) text.remove_prefix(1);
+    return text;
+}
+
+inline std::string_view RightTrimmedView(std::string_view text) {
+    while (!text.empty() && IsWhiteSpace(text.back())) text.remove_suffix(1);
+    return text;
+}
+
+inline std::string_view TrimmedView(std::string_view text) {
+    return RightTrimmedView(LeftTrimmedView(text));
+}
+/// @}
+
 /// @return whether every byte is ASCII, and none is a NUL
 inline bool IsPlainAscii(std::string_view text) {
     constexpr std::uint64_t kOnes = 0x0101010101010101;

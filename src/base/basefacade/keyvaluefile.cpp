@@ -1,40 +1,70 @@
 // Readers of the key=value configuration files.
 #include <cstdio>
+#include <cstring>
+#include <string_view>
 
 #include <bundlemgr/base.h>
 
-#include "src/corelog/corelog.h"
-#include "src/platform/bounded.h"
 #include "src/platform/openfile.h"
+#include "src/platform/text.h"
 
 namespace NS_BUNDLEMGR1 {
 
 namespace {
 
-CoreLog g_log("basefacade");
+constexpr std::size_t kMaxPiece = 1023;  // bytes of a line; what follows counts as the next
 
-constexpr std::size_t kLineBufferSize = 1024;
+/// The lines of a file, read a block at a time.
+class LineReader {
+public:
+    explicit LineReader(std::FILE* stream) : m_stream(stream), m_next(m_block), m_end(m_block) {}
 
-/// Reads one line, or the next 1023 bytes of a longer one, up to its first NUL.
-/// @return false at the end of the file and on a read error
-bool ReadLine(std::FILE* stream, std::string& line) {
-    char buffer[kLineBufferSize];
-    if (memset_s(buffer, sizeof buffer, 0, sizeof buffer) != 0) {
-        g_log.Print(__LINE__, LOG_LEVEL_ERROR, "memset_s failed.");
+    /// @param line one line with its end, or the next 1023 bytes of a longer one, up to the first
+    ///             NUL; valid until the next call
+    /// @return false at the end of the file and on a read error
+    bool Next(std::string_view& line) {
+        std::size_t length = PieceLength();
+        if (length == 0) {
+            if (!Refill()) return false;
+            length = PieceLength();
+            if (length == 0) length = Left();  // the last line has no end
+        }
+        line = std::string_view(m_next, strnlen(m_next, length));
+        m_next += length;
+        return true;
     }
-    if (std::fgets(buffer, static_cast<int>(sizeof buffer), stream) == nullptr) return false;
-    line = buffer;
-    return true;
-}
 
-std::string Clean(const std::string& text) {
-    return DelTabStr(Trim(text));
-}
+private:
+    std::size_t Left() const { return static_cast<std::size_t>(m_end - m_next); }
 
-void AppendKeyValue(std::vector<NameValueStru>& out, const std::string& line) {
-    const std::size_t equals = line.find('=');
-    if (equals == std::string::npos) return;
-    out.push_back({Clean(line.substr(0, equals)), Clean(line.substr(equals + 1))});
+    /// @return 0 when the block may hold the beginning of a piece only
+    std::size_t PieceLength() const {
+        const std::size_t most = Left() < kMaxPiece ? Left() : kMaxPiece;
+        const void* const end = std::memchr(m_next, '\n', most);
+        if (end != nullptr) return static_cast<std::size_t>(static_cast<const char*>(end) - m_next) + 1;
+        return most == kMaxPiece ? most : 0;
+    }
+
+    /// Reads behind what is left, which a read error takes along.
+    bool Refill() {
+        const std::size_t left = Left();
+        std::memmove(m_block, m_next, left);
+        const std::size_t read = std::fread(m_block + left, 1, sizeof m_block - left, m_stream);
+        m_next = m_block;
+        m_end = m_block + left + read;
+        return read > 0 || (left > 0 && std::ferror(m_stream) == 0);
+    }
+
+    std::FILE* const m_stream;
+    const char* m_next;
+    const char* m_end;
+    char m_block[16384] = {};
+};
+
+std::string Clean(std::string_view text) {
+    std::string clean(TrimmedView(text));
+    if (clean.find('\t') != std::string::npos) clean = DelTabStr(clean);
+    return clean;
 }
 
 }  // namespace
@@ -43,15 +73,18 @@ bool GetAllCfgFrmFile(std::vector<NameValueStru>& out, const std::string& file, 
     const InputStream stream = OpenForReading(ResolvePath(file));
     if (stream == nullptr) return false;
 
-    std::string line;
-    while (ReadLine(stream.get(), line)) {
-        line = Trim(line);
+    LineReader lines(stream.get());
+    std::string_view line;
+    while (lines.Next(line)) {
+        line = TrimmedView(line);
         if (line.empty() || line.front() == '#') continue;
-        if (keyValue) {
-            AppendKeyValue(out, line);
-        } else {
-            out.push_back({"", DelTabStr(line)});
+        if (!keyValue) {
+            out.push_back({"", Clean(line)});
+            continue;
         }
+        const std::size_t equals = line.find('=');
+        if (equals == std::string_view::npos) continue;
+        out.push_back({Clean(line.substr(0, equals)), Clean(line.substr(equals + 1))});
     }
     return true;
 }
@@ -71,10 +104,10 @@ bool GetCfgInfo(std::string& value, const std::string& key, const std::string& f
 }
 
 bool GetKeyAndValFrmStr(std::string& value, const std::string& line, const std::string& key) {
-    const std::string trimmed = Trim(line);
+    const std::string_view trimmed = TrimmedView(line);
     const std::size_t equals = trimmed.find('=');
     const std::size_t found = trimmed.find(key);
-    const bool holdsKey = equals != std::string::npos && found != std::string::npos && found <= equals;
+    const bool holdsKey = equals != std::string_view::npos && found != std::string_view::npos && found <= equals;
     value = holdsKey ? Clean(trimmed.substr(equals + 1)) : "";
     return holdsKey;
 }

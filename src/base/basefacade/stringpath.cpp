@@ -24,8 +24,6 @@ namespace {
 
 CoreLog g_log("basefacade");
 
-constexpr const char* kWhiteSpace = " \t\n\r";
-
 // A time stamp: the zone's name, " 2024-03-01 08:05:09.000042" and a NUL.
 constexpr std::size_t kMaxZoneLength = 64;
 constexpr std::size_t kMaxTimeLength = 31;
@@ -165,17 +163,15 @@ std::tm LocalTime(std::time_t seconds) {
 }  // namespace
 
 std::string RTrim(const std::string& text) {
-    const std::size_t last = text.find_last_not_of(kWhiteSpace);
-    return last == std::string::npos ? "" : text.substr(0, last + 1);
+    return std::string(RightTrimmedView(text));
 }
 
 std::string LTrim(const std::string& text) {
-    const std::size_t first = text.find_first_not_of(kWhiteSpace);
-    return first == std::string::npos ? "" : text.substr(first);
+    return std::string(LeftTrimmedView(text));
 }
 
 std::string Trim(const std::string& text) {
-    return RTrim(LTrim(text));
+    return std::string(TrimmedView(text));
 }
 
 std::string DelTabStr(const std::string& text) {

@@ -310,6 +310,21 @@ TEST_F(KeyValueFileTest, AgreesWithTheModelOnRandomFiles) {
     }
 }
 
+// Larger than any block in which a reader may take it, with lines of every length across its borders.
+TEST_F(KeyValueFileTest, AgreesWithTheModelOnLargeFiles) {
+    std::mt19937 random(20240302);
+    for (int round = 0; round < 20; ++round) {
+        std::string content;
+        while (content.size() < 60000) {
+            content += "key" + std::to_string(content.size()) + "\t=";
+            content += std::string(random() % (round % 2 == 0 ? 40 : 2500), 'v') + (random() % 8 == 0 ? "" : "\n");
+        }
+        content.resize(round < 10 ? content.size() : 49152);  // ends where blocks of any usual size end
+        EXPECT_TRUE(ModelEntries(content, true) == ReadKeyValues(content)) << round;
+        EXPECT_TRUE(ModelEntries(content, false) == ReadLines(content)) << round;
+    }
+}
+
 TEST(GetValByKey, FindsTheFirstOfEqualKeys) {
     std::string value = "before";
     EXPECT_TRUE(GetValByKey(value, "k", Entries{{"a", "0"}, {"k", "1"}, {"k", "2"}}));
