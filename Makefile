@@ -1,5 +1,5 @@
 # The front door. Every word is a script that can be called by itself, too.
-.PHONY: build run run-corba test asan tsan coverage format lint locks abi bench docs install package clean help
+.PHONY: build run run-corba test asan tsan coverage format lint locks abi bench instructions docs install package clean help
 
 build:      ; @scripts/build.sh
 run:        ; @scripts/run.sh
@@ -13,6 +13,7 @@ lint:       ; @scripts/format.sh --check && scripts/lint.sh
 locks:      ; @scripts/threadsafety.sh
 abi:        ; @scripts/abi.sh
 bench:      ; @scripts/bench.sh
+instructions: ; @scripts/instructions.sh
 docs:       ; @scripts/docs.sh
 install:    ; @scripts/install.sh
 package:    ; @scripts/package.sh

@@ -12,7 +12,8 @@ make format      formats the sources
 make lint        checks the format and runs the static checks
 make locks       checks with clang that locks are held where the sources say so
 make abi         compares the exported interface with the one that bundles were built against
-make bench       runs the benchmarks
+make bench       measures the library beside its peers: table, JSON and plots
+make instructions counts the instructions of the hot paths, against bench/instructions.txt
 make docs        writes the reference of the public headers
 make install     installs under PREFIX (/usr/local), below DESTDIR if set
 make package     makes a .deb in build/package

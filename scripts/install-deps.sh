@@ -7,7 +7,8 @@
 #             CLI11 for the example programs
 #   test      GoogleTest                        coverage  gcovr
 #   check     clang and its tools, abidw        package   what makes a .deb
-#   bench     google-benchmark                  docs      doxygen
+#   bench     google-benchmark, what it is held docs      doxygen
+#             against, and what plots           valgrind  what counts instructions
 #
 # A machine that has everything installs nothing and needs no root. With
 # ZO_SKIP_DEPS=1 nothing is looked at, for systems with other packages.
@@ -69,9 +70,14 @@ want_group() {
         want_command dpkg-shlibdeps dpkg-dev
         want_command file file  # cpack asks it which files are libraries
         ;;
-    bench) want_package libbenchmark-dev ;;
+    bench)
+        want_command python3 python3
+        want_package libbenchmark-dev python3-matplotlib
+        want_package libspdlog-dev liblog4cplus-dev libgoogle-glog-dev libboost-log-dev libpoco-dev libinih-dev
+        ;;
+    valgrind) want_command valgrind valgrind ;;
     docs) want_command doxygen doxygen ;;
-    *) fail "unknown group '$1' (build test check corba coverage package bench docs)" ;;
+    *) fail "unknown group '$1' (build test check corba coverage package bench valgrind docs)" ;;
     esac
 }
 

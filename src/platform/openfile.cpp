@@ -86,7 +86,8 @@ void MakeDirectory(const std::string& path, mode_t mode) {
     const int handle = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | kAtOnce, 0);
     if (handle == -1) {
         // The umask left not even its owner the right to open it.
-        if (errno == EACCES) fchmodat(AT_FDCWD, path.c_str(), mode, AT_SYMLINK_NOFOLLOW);
+        if (errno != EACCES) return;
+        [[maybe_unused]] const int ignored = fchmodat(AT_FDCWD, path.c_str(), mode, AT_SYMLINK_NOFOLLOW);
         return;
     }
     SetModeOfNewDirectory(handle, mode);
