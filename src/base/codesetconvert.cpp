@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <new>
+#include <string_view>
 
 #include <pthread.h>
 
@@ -22,7 +23,7 @@ namespace NS_BUNDLEMGR1 {
 
 namespace {
 
-constexpr char kUnknownCharset[] = "UNKOWN";
+constexpr std::string_view kUnknownCharset = "UNKOWN";
 constexpr char kGbk[] = "GBK";
 constexpr char kLatin1[] = "ISO-8859-1";
 constexpr char kUtf8[] = "UTF-8";
@@ -75,20 +76,24 @@ public:
     /// @return whether all of the text was converted; if not, `out` is as it was
     bool Run(const std::string& in, std::string& out) const {
         const std::size_t size = (in.size() + 1) * 2;
-        const std::unique_ptr<char[]> buffer(new char[size]);
+        char small[kSmallBuffer];
+        const std::unique_ptr<char[]> large(size > sizeof small ? new char[size] : nullptr);
+        char* const buffer = large != nullptr ? large.get() : small;
         char* inNext = const_cast<char*>(in.data());
         std::size_t inLeft = in.size();
-        char* outNext = buffer.get();
+        char* outNext = buffer;
         std::size_t outLeft = size;
         if (libiconv(m_handle, &inNext, &inLeft, &outNext, &outLeft) == static_cast<std::size_t>(-1)) return false;
         // The buffer may be full to the last byte, so the first NUL is looked for inside it.
         const std::size_t written = size - outLeft;
-        const char* const nul = static_cast<const char*>(std::memchr(buffer.get(), '\0', written));
-        out.assign(buffer.get(), nul != nullptr ? static_cast<std::size_t>(nul - buffer.get()) : written);
+        const char* const nul = static_cast<const char*>(std::memchr(buffer, '\0', written));
+        out.assign(buffer, nul != nullptr ? static_cast<std::size_t>(nul - buffer) : written);
         return true;
     }
 
 private:
+    static constexpr std::size_t kSmallBuffer = 512;  // for a name, or a line of text
+
     libiconv_t const m_handle;
 };
 
@@ -116,8 +121,13 @@ public:
         if (TakeIdle(from, to)) return;
         // Opened outside the mutex: opening may load a library, and so wait for a thread
         // that loads another one, whose static constructors convert.
+        if (!IsCharsetName(from) || !IsCharsetName(to)) return;
         m_converter.emplace_back(from, to);
-        if (m_converter.front().IsOpen()) MakeHome(from, to);
+        if (!m_converter.front().IsOpen()) {
+            m_converter.clear();
+        } else {
+            MakeHome(from, to);
+        }
     }
     ~Loan() {
         if (m_pHome == nullptr) return;
@@ -127,7 +137,8 @@ public:
     Loan(const Loan&) = delete;
     Loan& operator=(const Loan&) = delete;
 
-    const Converter& operator*() const { return m_converter.front(); }
+    /// @return null where there is no such conversion
+    const Converter* Get() const { return m_converter.empty() ? nullptr : &m_converter.front(); }
 
 private:
     bool TakeIdle(const std::string& from, const std::string& to) {
@@ -148,7 +159,7 @@ private:
         m_pHome = &(*g_pIdle)[from][to];
     }
 
-    Converters m_converter;         // the one
+    Converters m_converter;         // the one, or none
     Converters* m_pHome = nullptr;  // where it goes afterwards; null when it did not open
 };
 
@@ -233,9 +244,9 @@ bool IfMemoryLasts(Action action) {
 }
 
 bool ConvertBetween(const std::string& from, const std::string& to, const std::string& in, std::string& out) {
-    if (IsCharsetName(from) && IsCharsetName(to)) {
-        const Loan converter(from, to);
-        if ((*converter).IsOpen()) return (*converter).Run(in, out);
+    {
+        const Loan loan(from, to);
+        if (const Converter* const converter = loan.Get()) return converter->Run(in, out);
     }
     // No lock is held here: the record's time stamp is converted, too.
     ReportFailedOpen(from, to);
