@@ -92,7 +92,7 @@ double BytesOfOurRecord() {
 void PrintQuestion(const char* question, double ours, const char* peer, double limit) {
     dprintf(kOutput, "{\"question\": \"%s\", \"ours\": %.1f, \"unit\": \"bytes\", \"limit\": ", question, ours);
     if (limit > 0) {
-        dprintf(kOutput, "%.1f, \"peers\": {\"%s\": %.1f}}\n", limit, peer, limit);
+        dprintf(kOutput, "%.1f, \"limit_is\": \"%s\", \"peers\": {}}\n", limit, peer);
     } else {
         dprintf(kOutput, "null, \"peers\": {}}\n");
     }

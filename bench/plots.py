@@ -3,9 +3,9 @@ import matplotlib
 
 matplotlib.use("svg")
 matplotlib.rcParams["svg.hashsalt"] = "zo_bundlemgr"  # equal figures give equal files
-from matplotlib import pyplot  # noqa: E402
+from matplotlib import pyplot, ticker  # noqa: E402
 
-OURS, PEER, TARGET = "#c0392b", "#7f8c8d", "#2980b9"
+OURS = "#c0392b"
 
 
 def save(figure, file):
@@ -16,26 +16,30 @@ def save(figure, file):
 
 def ratios(rows, file):
     """Each question a line: ours, the peers and the target, with the limit at 1."""
-    rows = [r for r in rows if r["ratio_to_limit"] is not None]
+    rows = [r for r in rows if r["ratio_to_limit"] is not None and r["target_of"] == "ratio_to_limit"]
     if not rows:
         return
-    figure, axes = pyplot.subplots(figsize=(10, 0.34 * len(rows) + 1.6))
+    peers = sorted({name for r in rows for name in r["peers"]})
+    looks = {name: (f"C{i % 10}", "o^sv"[i // 10 % 4]) for i, name in enumerate(peers)}
+    figure, axes = pyplot.subplots(figsize=(10, 0.34 * len(rows) + 2))
     for y, r in enumerate(reversed(rows)):
         for name, ratio in r["peers"].items():
-            axes.plot(ratio, y, "o", color=PEER, markersize=5)
-            axes.annotate(name, (ratio, y), textcoords="offset points", xytext=(0, 5), ha="center", fontsize=5,
-                          color=PEER)
-        if r["target"] is not None and r["target_of"] == "ratio_to_limit":
-            axes.plot(r["target"], y, "|", color=TARGET, markersize=13, markeredgewidth=2)
-        axes.plot(r["ratio_to_limit"], y, "D", color=OURS, markersize=6)
+            axes.plot(ratio, y, looks[name][1], color=looks[name][0], markersize=6, alpha=0.7)
+        if r["target"] is not None:
+            axes.plot(r["target"], y, "|", color="black", markersize=14, markeredgewidth=2)
+        axes.plot(r["ratio_to_limit"], y, "D", color=OURS, markersize=7)
     axes.axvline(1, color="black", linewidth=0.8)
     axes.set_xscale("log")
-    axes.set_yticks(range(len(rows)), [r["question"] for r in reversed(rows)], fontsize=8)
-    axes.set_xlabel("cost, limit = 1 (less is better)")
+    axes.xaxis.set_major_locator(ticker.LogLocator(subs=(1, 2, 5)))
+    axes.xaxis.set_major_formatter(ticker.FormatStrFormatter("%g"))
+    axes.xaxis.set_minor_formatter(ticker.NullFormatter())
+    axes.set_yticks(range(len(rows)), [f"{r['question']}  (1 = {r['limit_is']})" for r in reversed(rows)], fontsize=8)
+    axes.set_xlabel("cost beside the limit; less is better")
     axes.grid(axis="x", alpha=0.3)
-    marks = [axes.plot([], [], "D", color=OURS)[0], axes.plot([], [], "o", color=PEER)[0],
-             axes.plot([], [], "|", color=TARGET, markersize=13, markeredgewidth=2)[0]]
-    figure.legend(marks, ["ours", "peers", "target"], loc="upper right", ncol=3, fontsize=8)
+    marks = [axes.plot([], [], "D", color=OURS, label="ours")[0],
+             axes.plot([], [], "|", color="black", markersize=12, markeredgewidth=2, label="target")[0]]
+    marks += [axes.plot([], [], looks[name][1], color=looks[name][0], alpha=0.7, label=name)[0] for name in peers]
+    axes.legend(handles=marks, loc="lower center", bbox_to_anchor=(0.3, 1), ncol=6, fontsize=7, frameon=False)
     save(figure, file)
 
 

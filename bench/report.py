@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Turns what the benchmarks measured into a table, results.json and plots.
+"""Turns what the benchmarks measured into a table, table.md, results.json and plots.
 
     report.py DIRECTORY
 
@@ -73,7 +73,7 @@ def median_seconds(files):
     return {q: {name: statistics.median(s) for name, s in libraries.items()} for q, libraries in samples.items()}
 
 
-def row(text, ours, unit, limit, peers, target, target_of):
+def row(text, ours, unit, limit, limit_is, peers, target, target_of):
     ratio = ours / limit if limit else None
     against = ratio if target_of == "ratio_to_limit" else ours
     return {
@@ -81,6 +81,7 @@ def row(text, ours, unit, limit, peers, target, target_of):
         "ours": round(ours, 3),
         "unit": unit,
         "limit": round(limit, 3) if limit else None,
+        "limit_is": limit_is if limit else None,
         "ratio_to_limit": round(ratio, 3) if limit else None,
         "peers": {name: round(value / limit, 3) for name, value in peers.items()} if limit else {},
         "target": target,
@@ -98,7 +99,7 @@ def timed_rows(medians):
         figures = {name: seconds * factor for name, seconds in libraries.items()}
         ours = figures.pop("ours")
         limit = figures.pop(question.limit, None)
-        yield row(question.text, ours, unit, limit, figures, question.target, question.target_of)
+        yield row(question.text, ours, unit, limit, question.limit, figures, question.target, question.target_of)
 
 
 def printed_rows(objects):
@@ -108,30 +109,38 @@ def printed_rows(objects):
         target, target_of = found.get("target"), found.get("target_of", "ratio_to_limit")
         if found["question"] in TARGETS:
             target, target_of = TARGETS[found["question"]]
-        yield row(found["question"], found["ours"], found["unit"], found["limit"], found["peers"], target, target_of)
+        yield row(found["question"], found["ours"], found["unit"], found["limit"], found.get("limit_is", "raw ACE"),
+                  found["peers"], target, target_of)
 
 
 def figure(value):
     return f"{value:,.0f}" if value >= 100 else f"{value:.3g}"
 
 
-def print_table(rows):
-    lines = [("question", "limit", "ours", "ratio", "target", "", "peers")]
+def table_of(rows):
+    yield "question", "limit = 1", "ours", "ratio", "target", "", "peers, ratio"
     for r in rows:
-        target = "" if r["target"] is None else f"<= {r['target']}" + (
-            f" {r['unit']}" if r["target_of"] == "ours" else "")
-        lines.append((
+        in_unit = f" {r['unit']}" if r["target_of"] == "ours" else ""
+        yield (
             r["question"],
-            "" if r["limit"] is None else f"{figure(r['limit'])} {r['unit']}",
+            "" if r["limit"] is None else f"{r['limit_is']}, {figure(r['limit'])} {r['unit']}",
             f"{figure(r['ours'])} {r['unit']}",
             "" if r["ratio_to_limit"] is None else f"{r['ratio_to_limit']:.2f}",
-            target,
+            "" if r["target"] is None else f"≤ {figure(r['target'])}{in_unit}",
             {True: "met", False: "MISSED", None: ""}[r["met"]],
             ", ".join(f"{name} {ratio:.2f}" for name, ratio in sorted(r["peers"].items(), key=lambda p: p[1])),
-        ))
+        )
+
+
+def print_table(lines):
     widths = [max(len(line[i]) for line in lines) for i in range(len(lines[0]))]
     for line in lines:
         print("  ".join(cell.ljust(width) for cell, width in zip(line, widths)).rstrip())
+
+
+def markdown(lines):
+    rows = [" | ".join(cells) for cells in lines]
+    return "\n".join(f"| {r} |" for r in [rows[0], " | ".join(["---"] * len(lines[0])), *rows[1:]]) + "\n"
 
 
 def plot_all(rows, series, directory):
@@ -147,7 +156,9 @@ def main():
     raw = directory / "raw"
     objects = [json.loads(line) for file in sorted(raw.glob("*.jsonl")) for line in file.read_text().splitlines()]
     rows = [*timed_rows(median_seconds(sorted(raw.glob("*.json")))), *printed_rows(objects)]
-    print_table(rows)
+    lines = list(table_of(rows))
+    print_table(lines)
+    (directory / "table.md").write_text(markdown(lines))
     (directory / "results.json").write_text(json.dumps(rows, indent=1) + "\n")
     try:
         plot_all(rows, [found for found in objects if "series" in found], directory)

@@ -33,7 +33,7 @@ private:
         ACE_Message_Block* block = nullptr;
         while (m_queue.dequeue_head(block) != -1) {
             const int id = static_cast<Event*>(block)->m_id;
-            for (Handler* handler : handlers) handler->Handle(id);
+            for (Handler* handler : handlers) handler->HandleLightEvent(id, nullptr);
             block->release();
         }
     }

@@ -22,7 +22,7 @@ public:
 
     void Post() override {
         boost::asio::post(m_context, [this, id = kEvent] {
-            for (Handler* handler : m_handlers) handler->Handle(id);
+            for (Handler* handler : m_handlers) handler->HandleLightEvent(id, nullptr);
         });
     }
 

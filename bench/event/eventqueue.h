@@ -6,21 +6,21 @@
 #include <memory>
 #include <vector>
 
+#include <bundlemgr/event.h>
+
 namespace bench {
 
 constexpr int kEvent = 7;
 
-/// What every queue calls for each event: the same class, through a virtual operation.
-class Handler {
-public:
-    virtual ~Handler() = default;
-    virtual void Handle(int eventId) = 0;
-};
+/// What every queue calls for each event: the same class, through the same virtual operation.
+using Handler = NS_BUNDLEMGR1::LightEventHandler;
 
 /// Counts on the one thread that calls it; others may look.
 class CountingHandler : public Handler {
 public:
-    void Handle(int) override { m_count.store(m_count.load(std::memory_order_relaxed) + 1, std::memory_order_release); }
+    void HandleLightEvent(int, NS_BUNDLEMGR1::LightEventParam*) override {
+        m_count.store(m_count.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+    }
     long Count() const { return m_count.load(std::memory_order_acquire); }
 
 private:

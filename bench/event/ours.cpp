@@ -10,22 +10,10 @@ namespace bench {
 
 namespace {
 
-class Forward : public LightEventHandler {
-public:
-    explicit Forward(Handler* handler) : m_handler(handler) {}
-    void HandleLightEvent(int eventId, LightEventParam*) override { m_handler->Handle(eventId); }
-
-private:
-    Handler* const m_handler;
-};
-
 class Ours : public EventQueue {
 public:
     explicit Ours(const std::vector<Handler*>& handlers) : m_events(LightEventMgr::Instance()) {
-        for (Handler* handler : handlers) {
-            m_handlers.push_back(std::make_unique<Forward>(handler));
-            m_events->RegisterHandler(kEvent, m_handlers.back().get());
-        }
+        for (Handler* handler : handlers) m_events->RegisterHandler(kEvent, handler);
         if (m_events->Init() != 1) std::abort();
     }
     ~Ours() override { LightEventMgr::Destroy(); }
@@ -34,7 +22,6 @@ public:
 
 private:
     LightEventMgr* const m_events;
-    std::vector<std::unique_ptr<Forward>> m_handlers;
 };
 
 }  // namespace

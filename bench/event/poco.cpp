@@ -33,7 +33,7 @@ private:
             const Poco::AutoPtr<Poco::Notification> event(m_queue.waitDequeueNotification());
             if (!event) continue;
             const int id = static_cast<const Event&>(*event).m_id;
-            for (Handler* handler : handlers) handler->Handle(id);
+            for (Handler* handler : handlers) handler->HandleLightEvent(id, nullptr);
         }
     }
 
