@@ -34,6 +34,19 @@ inline std::string_view TrimmedView(std::string_view text) {
 }
 /// @}
 
+/// Takes the next field off a text of fields. A separator at the end of the text adds no empty
+/// field behind it.
+/// @param rest  what is left of the text
+/// @param field the field, when there is one
+/// @return whether there is one
+inline bool TakeField(std::string_view& rest, char separator, std::string_view& field) {
+    if (rest.empty()) return false;
+    const std::size_t end = rest.find(separator);
+    field = rest.substr(0, end);
+    rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
+    return true;
+}
+
 /// @return whether every byte is ASCII, and none is a NUL
 inline bool IsPlainAscii(std::string_view text) {
     constexpr std::uint64_t kOnes = 0x0101010101010101;

@@ -5,29 +5,28 @@
 #include <climits>
 #include <cstdlib>
 #include <iterator>
+#include <string_view>
+#include <unordered_map>
 #include <utility>
 
-#include <bundlemgr/base.h>
-
 #include "src/platform/standardoutput.h"
+#include "src/platform/text.h"
 
 namespace {
 
 using NS_BUNDLEMGR1::PrintOut;
 using NS_BUNDLEMGR1::PrintOutText;
-using NS_BUNDLEMGR1::Str2StrVec;
-using NS_BUNDLEMGR1::Trim;
+using NS_BUNDLEMGR1::TakeField;
+using NS_BUNDLEMGR1::TrimmedView;
 
-std::vector<std::string> Split(const std::string& text, char separator) {
-    std::vector<std::string> fields;
-    Str2StrVec(text.c_str(), separator, fields);
-    return fields;
+std::string_view Trimmed(const char* text) {
+    return TrimmedView(text != nullptr ? text : "");
 }
 
 /// The number that `text` begins with, 0 where there is none. One that does not fit into an
 /// int becomes the int that is nearest to it.
-int ToIndex(const std::string& text) {
-    const long number = std::strtol(text.c_str(), nullptr, 10);
+int ToIndex(std::string_view text) {
+    const long number = std::strtol(std::string(text).c_str(), nullptr, 10);
     return static_cast<int>(std::clamp<long>(number, INT_MIN, INT_MAX));
 }
 
@@ -41,27 +40,75 @@ void MarkRange(std::map<int, bool>& marks, int first, int last) {
 
 /// Marks the elements that `indices` names: "3", or "2-4" for 2, 3 and 4.
 /// @return false when it is neither
-bool MarkElements(Property_T& property, const std::string& indices) {
-    const std::vector<std::string> pieces = Split(indices, '-');
-    if (pieces.empty() || pieces.size() > 2) return false;
-    MarkRange(property.indexDirty, ToIndex(pieces.front()), ToIndex(pieces.back()));
+bool MarkElements(Property_T& property, std::string_view indices) {
+    std::string_view first;
+    if (!TakeField(indices, '-', first)) return false;
+    std::string_view last = first;
+    TakeField(indices, '-', last);
+    if (!indices.empty()) return false;
+    MarkRange(property.indexDirty, ToIndex(first), ToIndex(last));
     return true;
 }
+
+/// Finds properties by name, over and over: first by looking at one after the other, and when
+/// that has taken as long as a table of a schema's names takes, with a table. So each of n names
+/// takes about the same time, however many there are.
+class PropertyFinder {
+public:
+    /// @return the first one of that name, or null
+    Property_T* Find(ObjectSchema_T& schema, std::string_view name) {
+        if (schema.properties.size() <= kFew) return Look(schema, name).first;
+        Names& names = m_schemas[&schema];
+        if (names.looks > schema.properties.size()) return names.FindIn(schema, name);
+        const auto [property, looks] = Look(schema, name);
+        names.looks += looks;
+        return property;
+    }
+
+private:
+    static constexpr std::size_t kFew = 8;  // are looked at faster than a table is
+
+    struct Names {
+        std::size_t looks = 0;
+        std::unordered_map<std::string_view, Property_T*> table;
+
+        Property_T* FindIn(ObjectSchema_T& schema, std::string_view name) {
+            if (table.empty()) {
+                table.reserve(schema.properties.size());
+                for (Property_T& property : schema.properties) table.emplace(property.name, &property);
+            }
+            const auto found = table.find(name);
+            return found != table.end() ? found->second : nullptr;
+        }
+    };
+
+    /// @return the property, and how many were looked at
+    static std::pair<Property_T*, std::size_t> Look(ObjectSchema_T& schema, std::string_view name) {
+        std::size_t looks = 0;
+        for (Property_T& property : schema.properties) {
+            ++looks;
+            if (property.name == name) return {&property, looks};
+        }
+        return {nullptr, looks};
+    }
+
+    std::unordered_map<ObjectSchema_T*, Names> m_schemas;
+};
 
 /// Walks `path` and appends the properties on it to `matched`, marking elements on
 /// the way. The elements come from the segment that names the indexed property.
 /// @return whether the path led to its end
-bool MatchPath(ObjectSchema_T& schema, const std::string& path, std::vector<Property_T*>& matched) {
-    const std::vector<std::string> segments = Split(path, '.');
+bool MatchPath(ObjectSchema_T& schema, std::string_view path, PropertyFinder& finder,
+               std::vector<Property_T*>& matched) {
     ObjectSchema_T* current = &schema;
-    for (std::size_t i = 0; i < segments.size(); ++i) {
+    std::string_view segment;
+    while (TakeField(path, '.', segment)) {
         if (current == nullptr) return false;
-        const auto property = std::find_if(current->properties.begin(), current->properties.end(),
-                                           [&](const Property_T& p) { return p.name == segments[i]; });
-        if (property == current->properties.end()) return false;
-        const bool isLast = i + 1 == segments.size();
-        if (property->indexed && !isLast && !MarkElements(*property, segments[i])) return false;
-        matched.push_back(&*property);
+        Property_T* const property = finder.Find(*current, segment);
+        if (property == nullptr) return false;
+        const bool isLast = path.empty();
+        if (property->indexed && !isLast && !MarkElements(*property, segment)) return false;
+        matched.push_back(property);
         current = property->subSchema;
     }
     return true;
@@ -164,27 +211,32 @@ void ObjectSchema_T::Clear() {
 }
 
 bool __SetDirty(ObjectSchema_T& schema, const char* spec) {
+    PropertyFinder finder;
     std::vector<Property_T*> matched;
-    for (const std::string& path : Split(Trim(spec != nullptr ? spec : ""), ';')) {
-        if (!MatchPath(schema, Trim(path), matched)) return false;
+    std::string_view paths = Trimmed(spec);
+    std::string_view path;
+    while (TakeField(paths, ';', path)) {
+        if (!MatchPath(schema, TrimmedView(path), finder, matched)) return false;
     }
     for (Property_T* const property : matched) property->dirty = true;
     return true;
 }
 
 bool __IsDirty(const ObjectSchema_T& schema, const char* path) {
-    const std::vector<std::string> segments = Split(Trim(path != nullptr ? path : ""), '.');
+    std::string_view rest = Trimmed(path);
+    if (rest.empty()) return false;
     const ObjectSchema_T* current = &schema;
-    for (std::size_t i = 0; i < segments.size(); ++i) {
+    std::string_view segment;
+    while (TakeField(rest, '.', segment)) {
         if (current == nullptr) return false;
         const auto property = std::find_if(current->properties.begin(), current->properties.end(),
-                                           [&](const Property_T& p) { return p.dirty && p.name == segments[i]; });
+                                           [&](const Property_T& p) { return p.dirty && p.name == segment; });
         if (property == current->properties.end()) return false;
-        const bool isLast = i + 1 == segments.size();
-        if (property->indexed && !isLast && !IsElementMarked(*property, ToIndex(segments[i]))) return false;
+        const bool isLast = rest.empty();
+        if (property->indexed && !isLast && !IsElementMarked(*property, ToIndex(segment))) return false;
         current = property->subSchema;
     }
-    return !segments.empty();
+    return true;
 }
 
 void __PrintSchemaDirty(const ObjectSchema_T& schema) {

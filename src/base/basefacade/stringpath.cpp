@@ -182,13 +182,9 @@ std::string DelTabStr(const std::string& text) {
 }
 
 void Str2StrVec(const char* text, char separator, std::vector<std::string>& out) {
-    if (text == nullptr) return;
-    const char* const end = text + std::strlen(text);
-    while (text != end) {
-        const char* const fieldEnd = std::find(text, end, separator);
-        out.emplace_back(text, fieldEnd);
-        text = fieldEnd == end ? end : fieldEnd + 1;
-    }
+    std::string_view rest = text != nullptr ? text : "";
+    std::string_view field;
+    while (TakeField(rest, separator, field)) out.emplace_back(field);
 }
 
 bool Str2Int(const std::string& text, int& value) {

@@ -1,5 +1,6 @@
 #include <bundlemgr/schema.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <memory>
@@ -673,14 +674,15 @@ std::string Dump(const Node& node) {
 
 class Generator {
 public:
-    explicit Generator(unsigned seed) : m_random(seed) {}
+    explicit Generator(unsigned seed, std::size_t maxChildren = 5, std::size_t maxPaths = 3)
+        : m_random(seed), m_maxChildren(maxChildren), m_maxPaths(maxPaths) {}
 
     Node RandomTree(int levels) {
         Node node;
         node.name = RandomName();
         node.indexed = Below(2) == 0;
         node.hasChildren = levels > 0 && Below(4) != 0;
-        for (std::size_t i = node.hasChildren ? Below(6) : 0; i > 0; --i) {
+        for (std::size_t i = node.hasChildren ? Below(m_maxChildren + 1) : 0; i > 0; --i) {
             node.children.push_back(RandomTree(levels - 1));
         }
         return node;
@@ -704,7 +706,7 @@ public:
 
     std::string RandomSpec(const Node& root) {
         std::string spec;
-        for (std::size_t i = Below(4); i > 0; --i) {
+        for (std::size_t i = Below(m_maxPaths + 1); i > 0; --i) {
             spec += RandomBlank() + RandomPath(root) + RandomBlank();
             if (i > 1 || Below(4) == 0) spec += ";";
         }
@@ -726,38 +728,75 @@ private:
     }
 
     std::mt19937 m_random;
+    const std::size_t m_maxChildren;
+    const std::size_t m_maxPaths;
 };
 
-TEST(PathGrammar, AgreesWithTheModelOnRandomSchemas) {
-    Generator generator(20240301);
+/// How often something came out so; a generator is worth something only if it reaches all sides.
+struct Outcomes {
     int resolved = 0;
     int failed = 0;
     int dirty = 0;
-    for (int round = 0; round < 1500; ++round) {
-        Node model = generator.RandomTree(3);
-        model.hasChildren = true;
-        ObjectSchema_T schema;
-        BuildSchema(model, schema);
-        for (int step = 0; step < 6; ++step) {
-            const std::string spec = generator.RandomSpec(model);
-            SCOPED_TRACE(testing::PrintToString(spec) + " on " + Dump(model));
-            const bool expected = ModelSetDirty(model, spec);
-            ++(expected ? resolved : failed);
-            ASSERT_EQ(expected, __SetDirty(schema, spec.c_str()));
-            ASSERT_EQ(Dump(model), Dump(schema));
-        }
-        for (int step = 0; step < 10; ++step) {
-            const std::string path = generator.RandomQuery(model);
-            SCOPED_TRACE(testing::PrintToString(path) + " on " + Dump(model));
-            const bool expected = ModelIsDirty(model, ModelSplit(ModelTrim(path), '.'));
-            dirty += expected ? 1 : 0;
-            ASSERT_EQ(expected, __IsDirty(schema, path.c_str()));
-        }
+};
+
+void CompareWithModel(Generator& generator, int levels, Outcomes& outcomes) {
+    Node model = generator.RandomTree(levels);
+    model.hasChildren = true;
+    ObjectSchema_T schema;
+    BuildSchema(model, schema);
+    for (int step = 0; step < 6; ++step) {
+        const std::string spec = generator.RandomSpec(model);
+        SCOPED_TRACE(testing::PrintToString(spec) + " on " + Dump(model));
+        const bool expected = ModelSetDirty(model, spec);
+        ++(expected ? outcomes.resolved : outcomes.failed);
+        ASSERT_EQ(expected, __SetDirty(schema, spec.c_str()));
+        ASSERT_EQ(Dump(model), Dump(schema));
     }
-    // The generator is worth something only if it reaches both sides often.
-    EXPECT_GT(resolved, 1000);
-    EXPECT_GT(failed, 1000);
-    EXPECT_GT(dirty, 500);
+    for (int step = 0; step < 10; ++step) {
+        const std::string path = generator.RandomQuery(model);
+        SCOPED_TRACE(testing::PrintToString(path) + " on " + Dump(model));
+        const bool expected = ModelIsDirty(model, ModelSplit(ModelTrim(path), '.'));
+        outcomes.dirty += expected ? 1 : 0;
+        ASSERT_EQ(expected, __IsDirty(schema, path.c_str()));
+    }
+}
+
+TEST(PathGrammar, AgreesWithTheModelOnRandomSchemas) {
+    Generator generator(20240301);
+    Outcomes outcomes;
+    for (int round = 0; round < 1500 && !HasFatalFailure(); ++round) CompareWithModel(generator, 3, outcomes);
+    EXPECT_GT(outcomes.resolved, 1000);
+    EXPECT_GT(outcomes.failed, 1000);
+    EXPECT_GT(outcomes.dirty, 500);
+}
+
+// Many properties in one schema, and many paths in one call, are looked up in another way than few.
+TEST(PathGrammar, AgreesWithTheModelOnWideSchemas) {
+    Generator generator(20240302, 60, 8);
+    Outcomes outcomes;
+    for (int round = 0; round < 200 && !HasFatalFailure(); ++round) CompareWithModel(generator, 2, outcomes);
+    EXPECT_GT(outcomes.resolved, 100);
+    EXPECT_GT(outcomes.failed, 100);
+    EXPECT_GT(outcomes.dirty, 10);
+}
+
+TEST(SetDirty, MarksAllOfManyInAnyOrder) {
+    ObjectSchema_T schema;
+    std::vector<std::string> names;
+    for (int i = 0; i < 3000; ++i) names.push_back("property" + std::to_string(i));
+    for (const std::string& name : names) Add(schema, name);
+    Add(schema, names.front());  // a second one of that name is never found
+    std::shuffle(names.begin(), names.end(), std::mt19937(20240303));
+    std::string paths;
+    for (const std::string& name : names) paths += name + ";";
+
+    EXPECT_FALSE(__SetDirty(schema, (paths + "no such property").c_str()));
+    for (const Property_T& property : schema.properties) ASSERT_FALSE(property.dirty) << property.name;
+
+    EXPECT_TRUE(__SetDirty(schema, paths.c_str()));
+    EXPECT_FALSE(schema.properties.back().dirty);
+    schema.properties.pop_back();
+    for (const Property_T& property : schema.properties) ASSERT_TRUE(property.dirty) << property.name;
 }
 
 }  // namespace
