@@ -56,9 +56,10 @@ void ForgetFailed(const std::string& service, const ServiceBirth& birth, const S
 }
 
 // Any result of a service's init but 0 is a failure, where the configurator itself knows only -1.
-int ProcessDirective(const ServiceDirective& service, const std::string& bundleName, const ServiceRepository& turn) {
+int ProcessDirective(const ServiceDirective& service, const std::string& bundleName, ServiceRepository& turn) {
     // The manager is not asked: one that is finalising answers when it has finished, and
     // may be waiting for this thread.
+    if (!ServiceBirth::Any()) turn.CloseGaps();
     const ServiceBirth birth(bundleName, LiveBundles::Registered(bundleName));
     ServiceLibraries::Note(service.library);
     int result = kInitThrew;

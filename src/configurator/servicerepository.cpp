@@ -1,5 +1,7 @@
 #include "src/configurator/servicerepository.h"
 
+#include <algorithm>
+
 #include <ace/Guard_T.h>
 #include <ace/Service_Repository.h>
 #include <ace/Service_Types.h>
@@ -29,67 +31,106 @@ ACE_Service_Repository& Repository() {
     return *ACE_Service_Repository::instance(kRepositorySize);
 }
 
-template <class Accept>
-std::vector<ACE_Service_Type*> FindLive(bool ignoreSuspended, Accept accept) {
+// ACE's iterator searches for each entry that it steps to, and its own removal for the name; its
+// slots, in the order in which services came, are open to derived classes only.
+struct Slots : ACE_Service_Repository {
+    using Array = array_type;
+    using Slot = Array::value_type;
+
+    static Array& OfRepository() { return Repository().*(&Slots::service_array_); }
+    static bool IsFree(const Slot& slot) { return slot.second == nullptr; }
+};
+
+bool IsLive(const ACE_Service_Type& entry) {
+    return !entry.fini_called() && entry.type() != nullptr;
+}
+
+// The live entries of a name. There is one at most, where it comes first: ACE puts a service in
+// the place of the first entry of its name, and behind the others only when that was finalised
+// where it stands, which it stays.
+std::vector<ACE_Service_Type*> FindNamed(const std::string& name) {
     std::vector<ACE_Service_Type*> found;
-    ACE_Service_Repository_Iterator entries(Repository(), ignoreSuspended);
-    for (const ACE_Service_Type* entry = nullptr; entries.next(entry) != 0; entries.advance()) {
-        if (entry->fini_called() || entry->type() == nullptr || !accept(*entry)) continue;
-        found.push_back(const_cast<ACE_Service_Type*>(entry));
+    bool isFirst = true;
+    for (const Slots::Slot& slot : Slots::OfRepository()) {
+        if (Slots::IsFree(slot) || name != slot.second->name()) continue;
+        if (IsLive(*slot.second)) found.push_back(const_cast<ACE_Service_Type*>(slot.second));
+        if (isFirst && !slot.second->fini_called()) break;
+        isFirst = false;
     }
     return found;
 }
 
-// The repository's own look-up ends at the first entry of a name, which may be one
-// that was finalised in its place long ago.
-std::vector<ACE_Service_Type*> FindNamed(const std::string& name, bool ignoreSuspended) {
-    return FindLive(ignoreSuspended, [&name](const ACE_Service_Type& entry) { return name == entry.name(); });
+template <class Accept>
+ACE_Service_Type* FindLast(Accept accept) {
+    const Slots::Array& slots = Slots::OfRepository();
+    const auto isMeant = [&accept](const Slots::Slot& slot) {
+        return !Slots::IsFree(slot) && IsLive(*slot.second) && accept(*slot.second);
+    };
+    const auto found = std::find_if(slots.rbegin(), slots.rend(), isMeant);
+    return found != slots.rend() ? const_cast<ACE_Service_Type*>(found->second) : nullptr;
 }
 
-// An entry that hides behind a finalised one of the same name cannot be removed.
+ACE_Service_Type* FindLastNamed(const std::string& name) {
+    return FindLast([&name](const ACE_Service_Type& entry) { return name == entry.name(); });
+}
+
+// The object may be gone, so it is not looked into.
+bool IsOf(const ServiceObjectBase* service, const ACE_Service_Type& entry) {
+    return entry.type()->object() == static_cast<const ACE_Service_Object*>(service);
+}
+
 ServiceEntry TakeOut(ACE_Service_Type* entry) {
-    ACE_Service_Type* removed = nullptr;
-    if (Repository().remove(entry->name(), &removed) == 0) return ServiceEntry(removed);
-    return ServiceEntry(entry, ServiceEntryDeleter{true});
+    Slots::Array& slots = Slots::OfRepository();
+    const auto isThat = [entry](const Slots::Slot& slot) { return slot.second == entry; };
+    std::find_if(slots.rbegin(), slots.rend(), isThat)->second = nullptr;
+    return ServiceEntry(entry);
 }
 
 }  // namespace
 
-void ServiceEntryDeleter::operator()(ACE_Service_Type* entry) const {
-    if (!inRepository) delete entry;
-}
-
 ServiceRepository::ServiceRepository() : m_guard(Repository().lock(), HeldLocks()) {}
 
 int ServiceRepository::InitResult(const std::string& name) const {
-    const std::vector<ACE_Service_Type*> live = FindNamed(name, false);
-    if (live.empty()) return 0;
-    const auto* const type = dynamic_cast<const ACE_Service_Object_Type*>(live.back()->type());
+    const ACE_Service_Type* const entry = FindLastNamed(name);
+    if (entry == nullptr) return 0;
+    const auto* const type = dynamic_cast<const ACE_Service_Object_Type*>(entry->type());
     return type != nullptr ? ReadInitStatus(*type) : 0;
 }
 
 bool ServiceRepository::HoldsUnderAnotherName(const ServiceObjectBase* service, const std::string& name) const {
     const auto isThat = [service, &name](const ACE_Service_Type& entry) {
-        return name != entry.name() && ObjectOf(entry) == service;
+        return IsOf(service, entry) && name != entry.name();
     };
-    return !FindLive(false, isThat).empty();
+    return FindLast(isThat) != nullptr;
 }
 
 ServiceEntry ServiceRepository::Take(const std::string& name) {
-    const std::vector<ACE_Service_Type*> live = FindNamed(name, false);
-    return live.empty() ? ServiceEntry() : TakeOut(live.back());
+    ACE_Service_Type* const entry = FindLastNamed(name);
+    return entry != nullptr ? TakeOut(entry) : ServiceEntry();
 }
 
 std::vector<ServiceEntry> ServiceRepository::TakeActive(const std::string& name) {
     std::vector<ServiceEntry> taken;
-    for (ACE_Service_Type* const entry : FindNamed(name, true)) taken.push_back(TakeOut(entry));
+    for (ACE_Service_Type* const entry : FindNamed(name)) {
+        if (entry->active()) taken.push_back(TakeOut(entry));
+    }
     return taken;
+}
+
+void ServiceRepository::CloseGaps() {
+    Slots::Array& slots = Slots::OfRepository();
+    const auto free = std::count_if(slots.begin(), slots.end(), Slots::IsFree);
+    if (2 * free <= slots.end() - slots.begin()) return;
+    const auto end = std::remove_if(slots.begin(), slots.end(), Slots::IsFree);
+    while (slots.end() != end) slots.erase(slots.end() - 1);
+    std::size_t place = 0;
+    for (Slots::Slot& slot : slots) slot.first = place++;
 }
 
 bool ServiceRepository::MayKeep(const ServiceObjectBase* service) {
     const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(Repository().lock(), false);
     if (!guard.locked()) return true;
-    return !FindLive(false, [service](const ACE_Service_Type& entry) { return ObjectOf(entry) == service; }).empty();
+    return FindLast([service](const ACE_Service_Type& entry) { return IsOf(service, entry); }) != nullptr;
 }
 
 ServiceObjectBase* ServiceRepository::ObjectOf(const ACE_Service_Type& entry) {

@@ -15,13 +15,8 @@ namespace NS_BUNDLEMGR1 {
 
 class ServiceObjectBase;
 
-struct ServiceEntryDeleter {
-    void operator()(ACE_Service_Type* entry) const;
-    bool inRepository = false;  ///< It is still the repository's.
-};
-
 /// A service that was taken out of the repository and is to be finalised.
-using ServiceEntry = std::unique_ptr<ACE_Service_Type, ServiceEntryDeleter>;
+using ServiceEntry = std::unique_ptr<ACE_Service_Type>;
 
 /// The repository, locked for the life of this object.
 ///
@@ -44,6 +39,11 @@ public:
 
     /// @return all services of that name that are not suspended
     std::vector<ServiceEntry> TakeActive(const std::string& name);
+
+    /// Has the repository forget where services were that are gone: by itself it keeps every
+    /// place for ever, and searches all of them for each service. Not while the configurator is
+    /// bringing up a service, since it remembers how many there were.
+    void CloseGaps();
 
     /// @return false for an object that is certainly not, or no longer, a service that is to
     ///         be finalised; another thread that is in the repository is not waited for

@@ -153,6 +153,50 @@ TEST_F(ServiceRepositoryTest, AForeignServiceIsTakenButIsNoObjectOfThisLibrary) 
     EXPECT_THAT(Finalize(entry), IsEmpty());
 }
 
+// ---- What ACE keeps ----------------------------------------------------------------------------------
+
+// How many places there are, taken or free.
+TEST_F(ServiceRepositoryTest, PlacesThatNobodyTakesAreForgottenOnceTheyAreTheMost) {
+    const std::size_t before = Repository().current_size();
+    AddNowhere("first");
+    for (int round = 0; round < 1000; ++round) {
+        ServiceRepository().CloseGaps();
+        AddNowhere("svc");
+        EXPECT_NE(nullptr, ServiceRepository().Take("svc"));
+    }
+    AddNowhere("last");
+    EXPECT_LE(Repository().current_size() - before, 4U);
+    ServiceRepository().CloseGaps();
+    for (const char* const name : {"first", "last"}) EXPECT_TRUE(IsInRepository(name));
+    EXPECT_FALSE(IsInRepository("svc"));
+}
+
+TEST_F(ServiceRepositoryTest, ServicesStayInOrderAndInReachWhenPlacesAreForgotten) {
+    for (const char* const name : {"a", "b", "c", "d", "e", "f"}) AddNowhere(name);
+    FinalizeInPlace("e");
+    for (const char* const name : {"a", "c", "d", "f"}) EXPECT_NE(nullptr, ServiceRepository().Take(name));
+    ServiceRepository().CloseGaps();
+    m_trace.clear();
+    AddNowhere("g");
+    std::vector<std::string> names;
+    ACE_Service_Repository_Iterator entries(Repository());
+    for (const ACE_Service_Type* entry = nullptr; entries.next(entry) != 0; entries.advance()) {
+        names.push_back(entry->name());
+    }
+    EXPECT_THAT(names, ElementsAre("b", "e", "g"));
+    EXPECT_EQ(0, Repository().remove("b"));
+    EXPECT_EQ(0, Repository().fini());
+    EXPECT_THAT(m_trace, ElementsAre("fini b", "dtor b", "fini g", "dtor g"));
+}
+
+TEST_F(ServiceRepositoryTest, ASuspendedServiceHidesNoOther) {
+    AddNowhere("svc");
+    FinalizeInPlace("svc");
+    AddNowhere("svc");
+    AddNowhere("svc");  // which ACE puts behind the finalised one as well
+    EXPECT_EQ(2U, ServiceRepository().TakeActive("svc").size());
+}
+
 // ---- Finalize -------------------------------------------------------------------------------------------
 
 TEST_F(ServiceRepositoryTest, FinalizeEndsAndDestroys) {
