@@ -52,8 +52,8 @@ Registry& Live() ZO_REQUIRES(g_mutex) {
     return *live;
 }
 
-bool IsMadeHereSince(const LiveService& live, unsigned long id) {
-    return live.id > id && live.isBorn && live.IsMine() && !live.isRetired && !live.isGivenUp;
+bool IsUnpublished(const LiveService& live) {
+    return live.isBorn && live.IsMine() && !live.isRetired && !live.isGivenUp;
 }
 
 bool MayCall(const LiveService& live, CallPurpose purpose) {
@@ -85,6 +85,8 @@ unsigned long Add(const ServiceObjectBase* service) {
     if (added.isBorn) added.owner = std::this_thread::get_id();
     const detail::Guard guard(g_mutex);
     added.id = ++Live().lastId;
+    // Before it is there, so that there is none that the birth does not know.
+    ServiceBirth::Add(Service{service, added.id});
     Live().services[service] = added;
     return added.id;
 }
@@ -180,25 +182,16 @@ ServiceObjectBase* EndCall(const ServiceObjectBase* service, unsigned long id) {
     return live->callers.empty() ? live->orphan : nullptr;
 }
 
-unsigned long LastId() {
+bool IsUnpublished(const Service& service) {
     const detail::Guard guard(g_mutex);
-    return Live().lastId;
+    const LiveService* const live = Live().Find(service.object, service.id);
+    return live != nullptr && NS_BUNDLEMGR1::IsUnpublished(*live);
 }
 
-std::vector<Service> MadeHereSince(unsigned long id) {
-    std::vector<Service> services;
+void Publish(const Service& service) {
     const detail::Guard guard(g_mutex);
-    for (const auto& [service, live] : Live().services) {
-        if (IsMadeHereSince(live, id)) services.push_back(Service{service, live.id});
-    }
-    return services;
-}
-
-void PublishMadeHereSince(unsigned long id) {
-    const detail::Guard guard(g_mutex);
-    for (auto& [service, live] : Live().services) {
-        if (IsMadeHereSince(live, id)) live.owner = std::thread::id();
-    }
+    LiveService* const live = Live().Find(service.object, service.id);
+    if (live != nullptr && NS_BUNDLEMGR1::IsUnpublished(*live)) live->owner = std::thread::id();
 }
 
 }  // namespace LiveServices

@@ -77,15 +77,12 @@ struct Service {
     unsigned long id;
 };
 
-/// @return the number that was given to an object last
-unsigned long LastId();
+/// @return whether the service is one that the calling thread has made, and that only this
+///         thread may use yet
+bool IsUnpublished(const Service& service);
 
-/// @return the live services that the calling thread has made since that number was given,
-///         and that only this thread may use yet
-std::vector<Service> MadeHereSince(unsigned long id);
-
-/// These are ready for every thread.
-void PublishMadeHereSince(unsigned long id);
+/// Such a service is ready for every thread; others stay as they are.
+void Publish(const Service& service);
 
 }  // namespace LiveServices
 

@@ -5,12 +5,16 @@ namespace NS_BUNDLEMGR1 {
 namespace {
 
 // The innermost birth on this thread.
-thread_local const ServiceBirth* t_birth = nullptr;
+thread_local ServiceBirth* t_birth = nullptr;
 
 }  // namespace
 
 ServiceBirth::ServiceBirth(const std::string& bundleName, BundleObject* bundle)
-    : m_strBundleName(bundleName), m_pBundle(bundle), m_pOuter(t_birth), m_nLastIdBefore(LiveServices::LastId()) {
+    : m_strBundleName(bundleName),
+      m_pBundle(bundle),
+      m_pOuter(t_birth),
+      m_vecMade(t_birth != nullptr ? t_birth->m_vecMade : m_vecOwnList),
+      m_nMadeBefore(m_vecMade.size()) {
     t_birth = this;
 }
 
@@ -19,11 +23,19 @@ ServiceBirth::~ServiceBirth() {
 }
 
 std::vector<LiveServices::Service> ServiceBirth::Children() const {
-    return LiveServices::MadeHereSince(m_nLastIdBefore);
+    std::vector<LiveServices::Service> children;
+    for (std::size_t made = m_nMadeBefore; made < m_vecMade.size(); ++made) {
+        if (LiveServices::IsUnpublished(m_vecMade[made])) children.push_back(m_vecMade[made]);
+    }
+    return children;
 }
 
 void ServiceBirth::Publish() const {
-    LiveServices::PublishMadeHereSince(m_nLastIdBefore);
+    for (; m_vecMade.size() > m_nMadeBefore; m_vecMade.pop_back()) LiveServices::Publish(m_vecMade.back());
+}
+
+void ServiceBirth::Add(const LiveServices::Service& child) {
+    if (t_birth != nullptr) t_birth->m_vecMade.push_back(child);
 }
 
 bool ServiceBirth::Any() {

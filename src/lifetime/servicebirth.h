@@ -31,6 +31,9 @@ public:
     /// The services made since are ready for every thread.
     void Publish() const;
 
+    /// The calling thread has made a service, by the one of its births that is innermost.
+    static void Add(const LiveServices::Service& child);
+
     /// @return whether the calling thread brings one up
     static bool Any();
 
@@ -42,8 +45,10 @@ public:
 private:
     const std::string m_strBundleName;
     BundleObject* const m_pBundle;
-    const ServiceBirth* const m_pOuter;  // the one that it is nested in, on this thread
-    const unsigned long m_nLastIdBefore;
+    ServiceBirth* const m_pOuter;  // the one that it is nested in, on this thread
+    mutable std::vector<LiveServices::Service> m_vecOwnList;
+    std::vector<LiveServices::Service>& m_vecMade;  // of all births that are nested in one
+    const std::size_t m_nMadeBefore;
     const InService m_scope;
 };
 

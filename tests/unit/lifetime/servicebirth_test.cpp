@@ -13,6 +13,29 @@ using test::At;
 using test::MayCall;
 using test::MayCallElsewhere;
 
+TEST(ServiceBirthTest, WhatANestedBirthHasNotPublishedTheOuterOneDoes) {
+    const ServiceBirth outer("fx_first", nullptr);
+    {
+        const ServiceBirth inner("fx_second", nullptr);
+        LiveServices::Add(At(16));
+    }
+    EXPECT_EQ(1U, outer.Children().size());
+    EXPECT_FALSE(MayCallElsewhere(At(16), CallPurpose::kUse));
+    outer.Publish();
+    EXPECT_TRUE(MayCallElsewhere(At(16), CallPurpose::kUse));
+}
+
+TEST(ServiceBirthTest, ASuccessorAtTheAddressOfAChildIsAChildOfItsOwn) {
+    const ServiceBirth birth("fx_first", nullptr);
+    LiveServices::Add(At(16));
+    LiveServices::Remove(At(16));
+    std::thread([] { LiveServices::Add(At(16)); }).join();
+    EXPECT_TRUE(birth.Children().empty());
+    const unsigned long id = LiveServices::Add(At(16));
+    ASSERT_EQ(1U, birth.Children().size());
+    EXPECT_EQ(id, birth.Children().front().id);
+}
+
 TEST(ServiceBirthTest, ANestedBirthPublishesOnlyItsOwn) {
     const ServiceBirth outer("fx_first", nullptr);
     LiveServices::Add(At(16));
