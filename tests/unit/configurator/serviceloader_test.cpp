@@ -112,6 +112,34 @@ TEST_F(ServiceLoaderTest, AServiceMayComeAndGoAgainAndAgain) {
     EXPECT_EQ(400U, Done().size());  // made, initialised, finalised and destroyed
 }
 
+TEST_F(ServiceLoaderTest, AReloadLeavesNothingBehindThatLaterOnesSearch) {
+    ACE_Service_Repository& repository = *ACE_Service_Repository::instance();
+    EXPECT_EQ(0, Load(m_b, Directive("b1")));
+    const std::size_t before = repository.current_size();
+    for (int round = 0; round < 1000; ++round) {
+        ASSERT_EQ(0, Load(m_a, Directive("a1")));
+        m_a.RemoveServiceObject("a1");
+    }
+    EXPECT_LE(repository.current_size(), before + 4);
+    EXPECT_TRUE(IsInRepository("b1"));
+}
+
+TEST_F(ServiceLoaderTest, ThePlacesOfServicesStayWhileOneOfThemIsBroughtUp) {
+    At("a1 init", [this] {
+        const std::size_t before = ACE_Service_Repository::instance()->current_size();
+        for (int round = 0; round < 10; ++round) {
+            EXPECT_EQ(0, Load(m_b, Directive("b1")));
+            m_b.RemoveServiceObject("b1");
+        }
+        EXPECT_EQ(before + 10, ACE_Service_Repository::instance()->current_size());
+        return 0;
+    });
+    EXPECT_EQ(0, Load(m_a, Directive("a1")));
+    EXPECT_TRUE(IsInRepository("a1"));
+    m_a.RemoveServiceObject("a1");
+    ExpectGone("a1");
+}
+
 TEST_F(ServiceLoaderTest, AServiceMayBringUpAnotherWhileItInitialises) {
     int inner = -99;
     At("a1 init", [this, &inner] {
