@@ -1,5 +1,3 @@
-#include <algorithm>
-
 #include <bundlemgr/base.h>
 #include <bundlemgr/bundle.h>
 #include <bundlemgr/event.h>
@@ -59,6 +57,7 @@ static_assert(sizeof(BundleObject) == sizeof(BundleLayout), "the base of every b
 }  // namespace
 
 BundleObject::BundleObject() : m_nState(BUNDLE_STATE_LOADED), m_pInterface(nullptr) {
+    ServiceTable::NoteOwnOperations(*this);
     LiveBundles::Add(this);
 }
 
@@ -137,7 +136,7 @@ void BundleObject::WaitThreadExit() {
     const HeldBundle held(m_lock);
     ServiceTable table(*this);
     for (const std::string& name : table.NamesNewestFirst()) {
-        if (std::find(m_vecServiceNames.begin(), m_vecServiceNames.end(), name) == m_vecServiceNames.end()) continue;
+        if (!table.Lists(name)) continue;
         Log(kLineBeginExitThreads, "\n===== Begin to Exit Threads of -[ %s -- %s ] =====\n", GetName().c_str(),
             name.c_str());
         table.ExitThreadsOf(name);

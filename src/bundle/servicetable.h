@@ -17,8 +17,15 @@ class ServiceTable {
 public:
     explicit ServiceTable(BundleObject& bundle) : m_bundle(bundle) {}
 
+    /// Learns what the operations of a bundle are that no class overrides.
+    /// @param bundle one that is just constructed as a `BundleObject`, and as nothing more yet
+    static void NoteOwnOperations(const BundleObject& bundle);
+
     /// @return whether there is a service of that name, which no other thread is ending
     bool Has(const std::string& name) const;
+
+    /// @return whether the name is in the table, whatever has become of the service
+    bool Lists(const std::string& name) const;
 
     /// @return the number of the object that the name stands for, see `LiveServices`; 0 when it
     ///         is not known

@@ -161,6 +161,46 @@ TEST_F(BundleObjectTest, TheServicesAreThoseThatTheBundleNames) {
     EXPECT_EQ(&interface, test::FindInterface(bundle, "own"));
 }
 
+TEST_F(BundleObjectTest, ABundleMayHideSomeOfItsServices) {
+    class Hiding : public TestBundle {
+    public:
+        void GetAllServiceObjects(Services& out) override {
+            BundleObject::GetAllServiceObjects(out);
+            out.erase("hidden");
+        }
+    };
+    class HidingToo : public Hiding {};
+    NamedInterface interface;
+    HidingToo bundle;
+    TestService service(m_trace, "nowhere", "svc");
+    service.m_pInterface = &interface;
+    for (const char* const name : {"hidden", "shown"}) bundle.RegisterServiceObject(name, &service);
+    EXPECT_THAT(test::FindInterface(bundle, "hidden"), IsNull());
+    EXPECT_EQ(&interface, test::FindInterface(bundle, "shown"));
+}
+
+TEST_F(BundleObjectTest, ABundleNeedNotBeTheFirstBaseOfItsClass) {
+    struct First {
+        virtual ~First() = default;
+        virtual int Answer() { return 42; }
+    };
+    class Second : public First, public TestBundle {};
+    class Overriding : public Second {
+    public:
+        void GetAllServiceObjects(Services& out) override { out.clear(); }
+    };
+    NamedInterface interface;
+    Second second;
+    Overriding overriding;
+    TestService service(m_trace, "nowhere", "svc");
+    service.m_pInterface = &interface;
+    for (TestBundle* const bundle : {static_cast<TestBundle*>(&second), static_cast<TestBundle*>(&overriding)}) {
+        bundle->RegisterServiceObject("svc", &service);
+    }
+    EXPECT_EQ(&interface, test::FindInterface(second, "svc"));
+    EXPECT_THAT(test::FindInterface(overriding, "svc"), IsNull());
+}
+
 TEST_F(BundleObjectTest, AnExceptionFromTheServiceLeavesTheBundleFree) {
     const TestService::Action onGetInterface = [] { throw std::runtime_error("no interface today"); };
     const auto service = Make("svc");
