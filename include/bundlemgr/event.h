@@ -83,6 +83,9 @@ public:
 /// inherited from ACE (`activate`, `msg_queue`, ...) does not notice; nor does anything of a
 /// derived class's object that is gone. Rather than to keep the pointer, ask `Instance`.
 ///
+/// To those who use the task's queue (`msg_queue`, `putq`, `getq`, ...) an event is a message block
+/// like theirs. Only ACE's queue iterators do not see those events that nobody has looked for yet.
+///
 /// A child of `fork` has no worker. Handlers stay registered there, events that waited at
 /// the fork are the parent's. The child may post, destroy the event manager, and start a
 /// worker of its own with `Init`.
@@ -187,6 +190,7 @@ protected:
 
 private:
     class Stay;
+    class Reading;
     struct Event;
 
     static LightEventMgr* Make();

@@ -1,30 +1,20 @@
 #include "src/event/handlercalls.h"
 
+#include "src/platform/processbarrier.h"
 #include "src/platform/waituntil.h"
 
 namespace NS_BUNDLEMGR1 {
 
+std::atomic<unsigned long> HandlerCalls::s_version{1};
 detail::Mutex HandlerCalls::s_mutex;
 HandlerCalls* HandlerCalls::s_first = nullptr;
 
-LightEventHandler* HandlerCalls::Next() {
-    if (m_current == nullptr) return nullptr;
+HandlerCalls::HandlerCalls() {
     const detail::Guard guard(s_mutex);
-    if (!Advance()) Unlink();
-    return m_current;
+    Link();
 }
 
-bool HandlerCalls::HasNext() {
-    if (m_index >= m_count) return false;  // these two are this thread's own
-    const detail::Guard guard(s_mutex);
-    for (std::size_t i = m_index; i < m_count; ++i) {
-        if (*At(i) != nullptr) return true;
-    }
-    return false;
-}
-
-void HandlerCalls::End() {
-    if (m_current == nullptr) return;
+HandlerCalls::~HandlerCalls() {
     const detail::Guard guard(s_mutex);
     Unlink();
 }
@@ -33,10 +23,13 @@ void HandlerCalls::Withdraw(const LightEventHandler* handler) {
     bool isInside = false;
     {
         const detail::Guard guard(s_mutex);
+        TablesChanged();  // for the next event it is as its table says
         for (HandlerCalls* calls = s_first; calls != nullptr; calls = calls->m_next) {
             if (calls->Forget(handler)) isInside = true;
         }
     }
+    if (handler == nullptr) return;  // never called
+    ProcessBarrier::Cross();
     WaitUntil([handler, isInside] { return !IsIn(handler, isInside); });
 }
 
@@ -60,34 +53,21 @@ void HandlerCalls::AfterForkInChild() ZO_NO_THREAD_SAFETY_ANALYSIS {
 
 // For all that follow, the mutex must be held.
 
-void HandlerCalls::Add(LightEventHandler* handler) {
-    if (m_count >= kFew) {
-        m_more.push_back(handler);
+void HandlerCalls::List::Add(LightEventHandler* handler) {
+    if (count >= kFew) {
+        more.emplace_back(handler);
     } else {
-        m_few[m_count] = handler;
+        few[count].Set(handler);
     }
-    ++m_count;
+    ++count;
 }
 
-void HandlerCalls::Clear() {
-    m_count = 0;
-    m_more.clear();
-}
-
-LightEventHandler** HandlerCalls::At(std::size_t index) {
-    return index < kFew ? &m_few[index] : &m_more[index - kFew];
-}
-
-// To the next handler that is there; false: there is none.
-bool HandlerCalls::Advance() {
-    m_isLeaving = false;
-    m_current = nullptr;
-    while (m_current == nullptr && m_index < m_count) m_current = *At(m_index++);
-    return m_current != nullptr;
+void HandlerCalls::List::Clear() {
+    count = 0;
+    more.clear();
 }
 
 void HandlerCalls::Link() {
-    m_thread = pthread_self();
     m_next = s_first;
     m_link = &s_first;
     if (m_next != nullptr) m_next->m_link = &m_next;
@@ -97,7 +77,6 @@ void HandlerCalls::Link() {
 void HandlerCalls::Unlink() {
     *m_link = m_next;
     if (m_next != nullptr) m_next->m_link = m_link;
-    m_current = nullptr;
 }
 
 bool HandlerCalls::IsOfThisThread() const {
@@ -106,11 +85,13 @@ bool HandlerCalls::IsOfThisThread() const {
 
 // Whether the calling thread is in that handler, for this event.
 bool HandlerCalls::Forget(const LightEventHandler* handler) {
-    for (std::size_t i = m_index; i < m_count; ++i) {
-        if (*At(i) == handler) *At(i) = nullptr;
+    for (List& list : m_lists) {
+        for (std::size_t i = 0; i < list.count; ++i) {
+            if (list.At(i).Get() == handler) list.At(i).Set(nullptr);
+        }
     }
-    const bool isInside = m_current == handler && IsOfThisThread();
-    if (isInside) m_isLeaving = true;
+    const bool isInside = m_current.load() == handler && IsOfThisThread();
+    if (isInside) m_isLeaving.store(true);
     return isInside;
 }
 
@@ -118,8 +99,8 @@ bool HandlerCalls::Forget(const LightEventHandler* handler) {
 bool HandlerCalls::IsIn(const LightEventHandler* handler, bool isInside) {
     const detail::Guard guard(s_mutex);
     for (const HandlerCalls* calls = s_first; calls != nullptr; calls = calls->m_next) {
-        if (calls->m_current != handler || calls->IsOfThisThread()) continue;
-        if (!isInside || !calls->m_isLeaving) return true;
+        if (calls->m_current.load() != handler || calls->IsOfThisThread()) continue;
+        if (!isInside || !calls->m_isLeaving.load()) return true;
     }
     return false;
 }

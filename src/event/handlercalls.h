@@ -4,49 +4,65 @@
 #include <pthread.h>
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <new>
 #include <vector>
 
 #include <bundlemgr/detail/mutex.h>
 
+#include "src/platform/processbarrier.h"
+
 namespace NS_BUNDLEMGR1 {
 
 class LightEventHandler;
 
-/// The handlers that one event goes to, one after the other, on the thread that dispatches it.
+/// The handlers that each event of one event manager goes to, one after the other, on the thread
+/// that dispatches it.
 ///
 ///     HandlerCalls calls;
-///     calls.Begin([&](auto add) { add(handler); ... });
+///     calls.Begin(eventId, [&](auto add) { add(handler); ... });
 ///     for (LightEventHandler* handler = calls.Current(); handler != nullptr; handler = calls.Next()) ...
+///     calls.End();
 ///
-/// All of them in the process are in one list, so that a handler can be taken away from each:
-/// from those that have still to reach it at once, from those that are calling it when it
-/// returns.
+/// The handlers are remembered for later events, until some table of handlers changes: `TablesChanged`
+/// is called after each change, before those that it concerns are told.
 ///
-/// Thread safety: an object is for one thread. `Withdraw` may be called by any.
+/// All of these objects in the process are in one list, so that a handler can be taken away from
+/// each: from those that have still to reach it at once, from those that are calling it when it
+/// returns. Calls take no lock for that. The thread first says whom it is about to call, then
+/// looks whether the handler is still there; who takes a handler away does it the other way
+/// round, so that one of the two sees the other.
+///
+/// Thread safety: an object is for one thread. `Withdraw` and `TablesChanged` may be called by any.
 class HandlerCalls {
 public:
-    HandlerCalls() = default;
-    /// Ends the call that is under way.
-    ~HandlerCalls() { End(); }
+    HandlerCalls();
+    ~HandlerCalls();
     HandlerCalls(const HandlerCalls&) = delete;
     HandlerCalls& operator=(const HandlerCalls&) = delete;
 
-    /// Once, at the beginning. No handler can be withdrawn meanwhile.
-    /// @param forEach is given what to call with each handler; null is passed over. Without
-    ///                memory for all of them, none is called
+    /// Once an event, at its beginning.
+    /// @param forEach is given what to call with each handler of the event, if they are not
+    ///                remembered; null is passed over. Without memory for all of them, none is
+    ///                called
     template <class ForEach>
-    void Begin(ForEach forEach);
+    void Begin(int eventId, ForEach forEach);
 
     /// @return the handler that is being called; null when there is none left
-    LightEventHandler* Current() const { return m_current; }
+    LightEventHandler* Current() const { return m_current.load(std::memory_order_relaxed); }
 
     /// Ends that call. @return the next one's handler, or null
     LightEventHandler* Next();
 
     /// @return whether there is a next one
     bool HasNext();
+
+    /// Ends the call that is under way, if any, and the event.
+    void End();
+
+    /// Nobody's handlers are as they were.
+    static void TablesChanged() { s_version.fetch_add(1); }
 
     /// Cancels the calls of `handler` that have not begun, and waits for those that have, on other
     /// threads. Called by `handler` itself, it does not wait for a thread in it that has called
@@ -64,41 +80,110 @@ public:
 private:
     // More than an event has as a rule. Beyond that it takes memory.
     static constexpr std::size_t kFew = 8;
+    // Events whose numbers differ in their last bits do not push each other out.
+    static constexpr std::size_t kLists = 8;
 
-    void Add(LightEventHandler* handler);
-    void Clear();
-    LightEventHandler** At(std::size_t index);
-    bool Advance() ZO_REQUIRES(s_mutex);
+    // A handler, or null when it has been withdrawn.
+    class Slot {
+    public:
+        Slot() = default;  // not set, and not looked at
+        explicit Slot(LightEventHandler* handler) : m_handler(handler) {}
+        Slot(const Slot& other) : m_handler(other.Get()) {}
+        Slot& operator=(const Slot&) = delete;
+
+        LightEventHandler* Get() const { return m_handler.load(); }
+        void Set(LightEventHandler* handler) { m_handler.store(handler); }
+
+    private:
+        std::atomic<LightEventHandler*> m_handler;
+    };
+
+    // Changed by its thread, under the mutex, but for handlers that are withdrawn.
+    struct List {
+        void Add(LightEventHandler* handler);
+        void Clear();
+        Slot& At(std::size_t index) { return index < kFew ? few[index] : more[index - kFew]; }
+
+        unsigned long version = 0;  // of the tables when it was made; 0: never
+        int eventId = 0;
+        std::size_t count = 0;
+        std::array<Slot, kFew> few;
+        std::vector<Slot> more;
+    };
+
+    void Advance();
     void Link() ZO_REQUIRES(s_mutex);
     void Unlink() ZO_REQUIRES(s_mutex);
-    void End();
     bool IsOfThisThread() const;
     bool Forget(const LightEventHandler* handler) ZO_REQUIRES(s_mutex);
     static bool IsIn(const LightEventHandler* handler, bool isInside);
 
-    static detail::Mutex s_mutex;  // guards what follows, of all that are in the list
+    static std::atomic<unsigned long> s_version;
+    static detail::Mutex s_mutex;  // guards the list, and the lists of handlers in it
     static HandlerCalls* s_first ZO_GUARDED_BY(s_mutex);
 
     HandlerCalls* m_next = nullptr;
     HandlerCalls** m_link = nullptr;  // what points to this one
-    pthread_t m_thread{};
-    LightEventHandler* m_current = nullptr;  // null: not in the list
-    bool m_isLeaving = false;                // the current one has withdrawn itself
-    std::size_t m_index = 0;                 // of the next one
-    std::size_t m_count = 0;
-    std::array<LightEventHandler*, kFew> m_few{};
-    std::vector<LightEventHandler*> m_more;
+    const pthread_t m_thread = pthread_self();
+    std::atomic<LightEventHandler*> m_current{nullptr};
+    std::atomic<bool> m_isLeaving{false};  // the current one has withdrawn itself
+    std::array<List, kLists> m_lists;
+    List* m_list = m_lists.data();  // those of the current event
+    std::size_t m_index = 0;        // of the next one
 };
 
 template <class ForEach>
-void HandlerCalls::Begin(ForEach forEach) {
-    const detail::Guard guard(s_mutex);
-    try {
-        forEach([this](LightEventHandler* handler) { Add(handler); });
-    } catch (const std::bad_alloc&) {
-        Clear();
+void HandlerCalls::Begin(int eventId, ForEach forEach) {
+    m_list = &m_lists[static_cast<unsigned>(eventId) % kLists];
+    m_index = 0;
+    if (m_list->version != 0 && m_list->eventId == eventId) {
+        // In this order: who withdraws a handler from now on sees the call.
+        Advance();
+        if (m_list->version == s_version.load()) return;
+        End();
     }
-    if (Advance()) Link();
+    const detail::Guard guard(s_mutex);
+    m_list->Clear();
+    m_list->eventId = eventId;
+    // In this order: a change that comes in between is seen by the next event.
+    m_list->version = s_version.load();
+    m_index = 0;
+    try {
+        forEach([this](LightEventHandler* handler) { m_list->Add(handler); });
+    } catch (const std::bad_alloc&) {
+        m_list->Clear();
+    }
+    Advance();
+}
+
+inline LightEventHandler* HandlerCalls::Next() {
+    Advance();
+    return Current();
+}
+
+inline bool HandlerCalls::HasNext() {
+    for (std::size_t i = m_index; i < m_list->count; ++i) {
+        if (m_list->At(i).Get() != nullptr) return true;
+    }
+    return false;
+}
+
+inline void HandlerCalls::End() {
+    m_index = m_list->count;
+    m_current.store(nullptr, std::memory_order_release);
+}
+
+// To the next handler that is there.
+inline void HandlerCalls::Advance() {
+    if (m_isLeaving.load(std::memory_order_relaxed)) m_isLeaving.store(false);
+    while (m_index < m_list->count) {
+        const Slot& slot = m_list->At(m_index++);
+        LightEventHandler* const handler = slot.Get();
+        if (handler == nullptr) continue;
+        ProcessBarrier::Publish(m_current, handler);
+        if (slot.Get() == handler) return;
+    }
+    m_current.store(nullptr, std::memory_order_release);
 }
 
 }  // namespace NS_BUNDLEMGR1

@@ -8,15 +8,14 @@
 #include <memory>
 #include <new>
 #include <type_traits>
-#include <typeinfo>
 
 #include <ace/Malloc_Base.h>
 #include <ace/Object_Manager.h>
 #include <ace/Thread_Manager.h>
 
 #include "src/corelog/corelog.h"
+#include "src/event/eventqueue.h"
 #include "src/event/handlercalls.h"
-#include "src/event/lightinternalmessage.h"
 #include "src/platform/staticobjectlock.h"
 #include "src/platform/usegate.h"
 #include "src/platform/waituntil.h"
@@ -29,8 +28,6 @@ CoreLog g_log("lighteventhandlermgr");
 
 // Operators' log filters know this failure by its line.
 constexpr unsigned long kActivateFailedLine = 73;
-
-using Queue = ACE_Message_Queue<ACE_MT_SYNCH>;
 
 // Turns away calls of a manager that is gone.
 UseGate g_gate;
@@ -70,15 +67,36 @@ private:
     const Value m_outer;
 };
 
-struct Release {
-    void operator()(LightInternalMessage* message) const { message->release(); }
+// The parameter of an event that is being dispatched.
+class Param {
+public:
+    explicit Param(const PostedEvent& event) : m_pParam(event.param), m_isDeleted(event.isParamDeleted) {}
+    ~Param() { Delete(); }
+    Param(const Param&) = delete;
+    Param& operator=(const Param&) = delete;
+
+    LightEventParam* Get() const { return m_pParam; }
+    /// Deletes it if it was flagged when the event was posted.
+    void Delete() {
+        if (m_isDeleted) delete m_pParam;
+        m_pParam = nullptr;
+    }
+
+private:
+    LightEventParam* m_pParam;
+    const bool m_isDeleted;
 };
 
-struct DeleteParamAndRelease {
-    void operator()(LightInternalMessage* message) const {
-        message->DeleteParam();
-        message->release();
-    }
+// Ends the calls of an event, also when the thread is ended by unwinding.
+class Ending {
+public:
+    explicit Ending(HandlerCalls& calls) : m_calls(calls) {}
+    ~Ending() { m_calls.End(); }
+    Ending(const Ending&) = delete;
+    Ending& operator=(const Ending&) = delete;
+
+private:
+    HandlerCalls& m_calls;
 };
 
 bool IsThisThreadDetached() {
@@ -146,10 +164,27 @@ private:
 };
 
 // An event off the queue and those who are to get it: all that dispatching needs, so that a
-// handler may end the manager.
+// handler may end the manager. A worker uses one for all its events.
 struct LightEventMgr::Event {
-    std::unique_ptr<LightInternalMessage, DeleteParamAndRelease> message;
+    bool isThere = false;
+    PostedEvent posted{};
+    EventQueue::Reader* reader = nullptr;
     HandlerCalls calls;
+};
+
+// What a worker has out of the queue.
+class LightEventMgr::Reading {
+public:
+    explicit Reading(LightEventMgr* mgr) : m_pMgr(mgr) {}
+    ~Reading() { m_reader.Leave(m_pMgr->msg_queue()); }
+    Reading(const Reading&) = delete;
+    Reading& operator=(const Reading&) = delete;
+
+    EventQueue::Reader* Reader() { return &m_reader; }
+
+private:
+    LightEventMgr* const m_pMgr;
+    EventQueue::Reader m_reader;
 };
 
 // ---- the one instance ----------------------------------------------------------------
@@ -179,6 +214,7 @@ void LightEventMgr::Destroy() {
         doomed = m_pInstance.load();
         if (doomed != nullptr) {
             doomed->m_bUnpublished.store(true);
+            HandlerCalls::TablesChanged();
             g_nDestroysBegun.fetch_add(1);
             m_pInstance.store(nullptr);
         }
@@ -245,12 +281,15 @@ void LightEventMgr::TakeOffShelf() {
 // created here, since an event may be posted under a lock that comes after it.
 LightEventMgr::LightEventMgr() : ACE_Task<ACE_MT_SYNCH>(Threads()), m_bExit(false) {
     ACE_Allocator::instance();
+    msg_queue(nullptr);  // deletes ACE's
+    MakeQueue();
     g_gate.Open(this);
 }
 
 LightEventMgr::~LightEventMgr() {
     // For a host that deletes the one instance itself.
     if (m_pInstance.load() == this) m_bUnpublished.store(true);
+    HandlerCalls::TablesChanged();
     LightEventMgr* expected = this;
     m_pInstance.compare_exchange_strong(expected, nullptr);
     EndUse();
@@ -342,8 +381,10 @@ int LightEventMgr::svc() {
     if (!stay) return 0;
     const ThreadScope<LightEventMgr*> scope(t_workerOf, this);
     try {
+        Reading reading(this);
+        Event event;
+        event.reader = reading.Reader();
         while (!m_bExit.load() && msg_queue() != nullptr) {
-            Event event;
             Fetch(event);
             Dispatch(event);
         }
@@ -373,6 +414,7 @@ int LightEventMgr::close(u_long) {
 void LightEventMgr::ForgetHandlers() {
     const detail::Guard guard(m_handlerLock);
     m_mapHandlers.clear();
+    HandlerCalls::TablesChanged();
 }
 
 int LightEventMgr::RegisterHandler(const int& eventId, LightEventHandler* handler) {
@@ -380,6 +422,7 @@ int LightEventMgr::RegisterHandler(const int& eventId, LightEventHandler* handle
     if (!use) return 0;
     const detail::Guard guard(m_handlerLock);
     m_mapHandlers[eventId].push_back(handler);
+    HandlerCalls::TablesChanged();
     return 0;
 }
 
@@ -392,7 +435,9 @@ int LightEventMgr::UnRegisterHandler(const int& eventId, LightEventHandler* hand
 
     std::list<LightEventHandler*>& handlers = entry->second;
     const auto first = std::find(handlers.begin(), handlers.end(), handler);
-    if (first != handlers.end()) handlers.erase(first);
+    if (first == handlers.end()) return 0;
+    handlers.erase(first);
+    HandlerCalls::TablesChanged();
     return 0;
 }
 
@@ -409,6 +454,7 @@ void LightEventMgr::Forget(const LightEventHandler* handler) {
     for (auto& entry : m_mapHandlers) {
         entry.second.remove_if([handler](const LightEventHandler* registered) { return registered == handler; });
     }
+    HandlerCalls::TablesChanged();
 }
 
 std::list<LightEventHandler*> LightEventMgr::find(const int& eventId) {
@@ -420,16 +466,9 @@ std::list<LightEventHandler*> LightEventMgr::find(const int& eventId) {
 }
 
 int LightEventMgr::Push_Msg(const int& eventId, LightEventParam* param, int extra) {
-    std::unique_ptr<LightInternalMessage, Release> message(new (std::nothrow)
-                                                               LightInternalMessage(eventId, extra, param));
-    // Out of memory: the event is lost. The queue would not survive a block that got
-    // no data block.
-    if (message == nullptr || message->data_block() == nullptr) return 0;
-
     const UseGate::Use use(g_gate, this);
     if (!use || msg_queue() == nullptr) return 0;
-    const bool refused = msg_queue()->enqueue_tail(message.get()) == -1 && errno == ESHUTDOWN;
-    if (!refused) static_cast<void>(message.release());
+    EventQueue::Post(*msg_queue(), {eventId, extra, param, param != nullptr && param->m_bAutoDelete});
     return 0;
 }
 
@@ -442,22 +481,16 @@ void LightEventMgr::process_msg() {
     Dispatch(event);
 }
 
-// Waits for the next event; leaves `event` empty when the queue is closed.
+// Waits for the next event; there is none when the queue is closed.
 void LightEventMgr::Fetch(Event& event) {
-    ACE_Message_Block* block = nullptr;
-    if (msg_queue() != nullptr) msg_queue()->dequeue_head(block);
-    if (block == nullptr) return;
-
-    if (typeid(*block) != typeid(LightInternalMessage)) {
-        block->release();  // not an event: a task's queue is public
-        return;
-    }
-    event.message.reset(static_cast<LightInternalMessage*>(block));
-    event.calls.Begin([this, &event](auto call) {
+    ACE_Message_Queue<ACE_MT_SYNCH>* const queue = msg_queue();
+    event.isThere = queue != nullptr && EventQueue::Take(*queue, event.reader, event.posted);
+    if (!event.isThere) return;
+    event.calls.Begin(event.posted.eventId, [this, &event](auto call) {
         // Who withdraws a handler takes it out of the table of the one instance only.
         if (m_bUnpublished.load()) return;
         const detail::ReadGuard guard(m_handlerLock);
-        const auto entry = m_mapHandlers.find(event.message->m_nEventId);
+        const auto entry = m_mapHandlers.find(event.posted.eventId);
         if (entry == m_mapHandlers.end()) return;
         for (LightEventHandler* const handler : entry->second) call(handler);
     });
@@ -465,13 +498,16 @@ void LightEventMgr::Fetch(Event& event) {
 
 // Touches no manager: a handler may have destroyed it.
 void LightEventMgr::Dispatch(Event& event) {
+    if (!event.isThere) return;
     HandlerCalls& calls = event.calls;
+    Param param(event.posted);
+    const Ending ending(calls);
     try {
         for (LightEventHandler* handler = calls.Current(); handler != nullptr; handler = calls.Next()) {
-            handler->HandleLightEvent(event.message->m_nEventId, event.message->m_pParam);
+            handler->HandleLightEvent(event.posted.eventId, param.Get());
             // The last one counts as called until the parameter is gone, whose code may be in the
             // same library.
-            if (!calls.HasNext()) event.message->DeleteParam();
+            if (!calls.HasNext()) param.Delete();
         }
     } catch (...) {
         // A handler ended its thread: no exception, and the process would not survive
@@ -545,7 +581,7 @@ void LightEventMgr::StartAnewInChild() ZO_NO_THREAD_SAFETY_ANALYSIS {
 }
 
 void LightEventMgr::MakeQueue() {
-    msg_queue_ = new (std::nothrow) Queue;
+    msg_queue_ = new (std::nothrow) EventQueue;
     delete_msg_queue_ = msg_queue_ != nullptr;
 }
 

@@ -1,9 +1,11 @@
-// An event on its way through the event manager's queue.
+// An event that has got its block.
 #pragma once
 
 #include <ace/Message_Block.h>
 
 #include <bundlemgr/event.h>
+
+#include "src/event/postedevent.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -11,20 +13,16 @@ namespace NS_BUNDLEMGR1 {
 /// posting never waits.
 ///
 /// Its end does not touch the parameter: an event that is refused or dropped leaves
-/// its parameter alone, only a dispatched one calls `DeleteParam`.
+/// its parameter alone.
 class LightInternalMessage final : public ACE_Message_Block {
 public:
-    LightInternalMessage(int eventId, int extra, LightEventParam* param)
-        : m_nEventId(eventId),
-          m_nExtra(extra),
-          m_pParam(param),
-          m_bAutoDelete(param != nullptr && param->m_bAutoDelete) {}
+    explicit LightInternalMessage(const PostedEvent& event)
+        : m_nEventId(event.eventId),
+          m_nExtra(event.extra),
+          m_pParam(event.param),
+          m_bAutoDelete(event.isParamDeleted) {}
 
-    /// Deletes the parameter if it was flagged when the event was posted.
-    void DeleteParam() {
-        if (m_bAutoDelete) delete m_pParam;
-        m_pParam = nullptr;
-    }
+    PostedEvent Posted() const { return {m_nEventId, m_nExtra, m_pParam, m_bAutoDelete}; }
 
     int m_nEventId;
     int m_nExtra;

@@ -257,15 +257,40 @@ TEST_F(LightEventMgrFailures, AnEventForWhichThereIsNoMemoryIsLost) {
     int failures = 0;
     for (bool failed = true; failed; failures += failed ? 1 : 0) {
         t_failingAllocation = failures + 1;
-        EXPECT_EQ(0, Mgr().Push_Msg(1, failures < 2 ? &lost : &posted, 0));
+        EXPECT_EQ(0, Mgr().Push_Msg(1, failures < 1 ? &lost : &posted, 0));
         failed = t_failingAllocation == 0;
         t_failingAllocation = 0;
     }
-    EXPECT_EQ(2, failures) << "the message and its data block";
+    EXPECT_EQ(1, failures) << "the room for it and for those that follow";
     EXPECT_EQ(1U, Mgr().msg_queue()->message_count());
     Mgr().process_msg();
     EXPECT_THAT(seen.Get(), ElementsAre(&posted));
     EXPECT_EQ(0, deletions);
+}
+
+TEST_F(LightEventMgrFailures, WithoutMemoryForItsBlockAnEventStaysInTheQueue) {
+    Record<int> calls;
+    Handler a([&](int eventId, LightEventParam*) { calls.Add(eventId); });
+    for (const int id : {1, 2}) Mgr().RegisterHandler(id, &a);
+    for (const int id : {1, 2}) Mgr().Push_Msg(id, nullptr, 0);
+    auto* const foreign = new ACE_Message_Block;
+
+    // The block of the one event and its data block, then those of the other.
+    for (int n = 1; n <= 4; ++n) {
+        ACE_Message_Block* block = nullptr;
+        t_failingAllocation = n;
+        EXPECT_EQ(-1, Mgr().getq(block));
+        EXPECT_EQ(ENOMEM, errno);
+        EXPECT_EQ(0, t_failingAllocation);
+        t_failingAllocation = n;
+        EXPECT_EQ(-1, Mgr().putq(foreign));
+        t_failingAllocation = 0;
+        EXPECT_EQ(2U, Mgr().msg_queue()->message_count());
+    }
+    foreign->release();
+    Mgr().process_msg();
+    Mgr().process_msg();
+    EXPECT_THAT(calls.Get(), ElementsAre(1, 2));
 }
 
 void UseWithoutQueue(LightEventMgr& mgr) {

@@ -73,8 +73,8 @@ TEST(LightEventLayout, TheManagerAddsNoSlotToTheTasks) {
 
 TEST(LightEventLayout, AMessageCarriesWhatWasPosted) {
     std::atomic<int> deletions{0};
-    auto* param = new CountedParam(true, deletions);
-    auto* const message = new LightInternalMessage(4, 5, param);
+    auto* const param = new CountedParam(true, deletions);
+    auto* const message = new LightInternalMessage({4, 5, param, true});
     EXPECT_EQ(4, message->m_nEventId);
     EXPECT_EQ(5, message->m_nExtra);
     EXPECT_EQ(param, message->m_pParam);
@@ -84,22 +84,14 @@ TEST(LightEventLayout, AMessageCarriesWhatWasPosted) {
     EXPECT_LT(static_cast<void*>(&message->m_nExtra), static_cast<void*>(&message->m_pParam));
     EXPECT_LT(static_cast<void*>(&message->m_pParam), static_cast<void*>(&message->m_bAutoDelete));
 
-    message->DeleteParam();
-    EXPECT_EQ(1, deletions);
-    EXPECT_EQ(nullptr, message->m_pParam);
-    message->DeleteParam();
-    EXPECT_EQ(1, deletions);
+    const PostedEvent posted = message->Posted();
+    EXPECT_EQ(4, posted.eventId);
+    EXPECT_EQ(5, posted.extra);
+    EXPECT_EQ(param, posted.param);
+    EXPECT_TRUE(posted.isParamDeleted);
     message->release();
-
-    param = new CountedParam(true, deletions);
-    (new LightInternalMessage(4, 5, param))->release();
-    EXPECT_EQ(1, deletions);
+    EXPECT_EQ(0, deletions);
     delete param;
-
-    auto* const empty = new LightInternalMessage(4, 5, nullptr);
-    EXPECT_FALSE(empty->m_bAutoDelete);
-    empty->DeleteParam();
-    empty->release();
 }
 
 }  // namespace

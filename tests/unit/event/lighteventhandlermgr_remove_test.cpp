@@ -326,6 +326,51 @@ TEST_F(RemoveHandlerTest, AnEventReachesAnyNumberOfHandlersInTheirOrder) {
     EXPECT_EQ((std::vector<int>{0, 1, 2, 3, 4, 6, 7, 8, 9, 10, 11, 13, 14, 15, 16, 17, 18}), called);
 }
 
+class OwnMgr : public LightEventMgr {
+public:
+    OwnMgr() = default;
+    ~OwnMgr() override { ExitThreads(); }
+};
+
+TEST_F(RemoveHandlerTest, AHandlerThatIsStillInTheTableOfAnotherManagerIsCalledForTheNextEvent) {
+    OwnMgr mgr;
+    std::atomic<int> calls{0};
+    Handler removed([&](int, LightEventParam*) { ++calls; });
+    int events = 0;
+    Handler removing([&](int, LightEventParam*) {
+        if (++events == 2) LightEventMgr::RemoveHandler(&removed);
+    });
+    mgr.RegisterHandler(kEvent, &removing);
+    mgr.RegisterHandler(kEvent, &removed);
+    ASSERT_EQ(1, mgr.Init());
+    for (int i = 0; i < 3; ++i) mgr.Push_Msg(kEvent, nullptr, 0);
+    HandleEvents(mgr);
+    EXPECT_EQ(2, calls);
+}
+
+TEST_F(RemoveHandlerTest, EachOfManyEventNumbersKeepsItsHandlers) {
+    constexpr int kNumbers = 40;
+    LightEventMgr& mgr = StartedMgr();
+    test::Record<int> called;
+    std::vector<std::unique_ptr<Handler>> handlers;
+    for (int i = 0; i < kNumbers; ++i) {
+        handlers.push_back(std::make_unique<Handler>([&, i](int eventId, LightEventParam*) {
+            EXPECT_EQ(i, eventId);
+            called.Add(i);
+        }));
+        mgr.RegisterHandler(i, handlers.back().get());
+    }
+    std::vector<int> posted;
+    for (int i = 0; i < 3 * kNumbers; ++i) {
+        // Neighbours differ by multiples of eight.
+        posted.push_back((i * 8 + i % 3) % kNumbers);
+        mgr.Push_Msg(posted.back(), nullptr, 0);
+    }
+    HandleEvents(mgr);
+    EXPECT_EQ(posted, called.Get());
+    mgr.Fini();
+}
+
 // ---- In a forked child ----
 
 TEST_F(RemoveHandlerTest, AForkedChildWaitsForNobodyWhoIsNotThere) {
