@@ -1,8 +1,6 @@
 // Tells that the calling thread is writing log records.
 #pragma once
 
-#include "src/platform/writesignalblock.h"
-
 namespace NS_BUNDLEMGR1 {
 
 class LogProxyDebugInfoBufMgr;
@@ -29,8 +27,6 @@ private:
         static thread_local LogProxyDebugInfoBufMgr* t_current = nullptr;
         return t_current;
     }
-
-    WriteSignalBlock m_signalBlock{WriteSignalBlock::Target::RegularFile};
 };
 
 }  // namespace NS_BUNDLEMGR1

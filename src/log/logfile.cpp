@@ -5,6 +5,7 @@
 #include <ctime>
 #include <exception>
 #include <filesystem>
+#include <optional>
 #include <utility>
 
 #include <ace/OS_NS_stdio.h>
@@ -17,9 +18,11 @@
 
 #include "src/corelog/losscounter.h"
 #include "src/platform/calendar.h"
+#include "src/platform/filesizelimit.h"
 #include "src/platform/openfile.h"
 #include "src/platform/standardoutput.h"
 #include "src/platform/text.h"
+#include "src/platform/writesignalblock.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -42,9 +45,13 @@ std::string Resolve(const std::string& path) {
     return error ? path : resolved.string();
 }
 
-// The C library's own write would give up a whole buffer when a signal interrupts it.
+// The C library's own write would give up a whole buffer when a signal interrupts it. A limit
+// on the size of files takes a part of what crosses it and raises its signal for the next
+// write; so one that has just been set is noticed in time.
 ssize_t WriteAll(void* cookie, const char* data, std::size_t size) {
     const int handle = *static_cast<const int*>(cookie);
+    std::optional<WriteSignalBlock> signalBlock;
+    if (FileSizeLimit::IsSet()) signalBlock.emplace();
     std::size_t written = 0;
     while (written < size) {
         const ssize_t n = write(handle, data + written, size - written);
@@ -53,6 +60,7 @@ ssize_t WriteAll(void* cookie, const char* data, std::size_t size) {
         } else if (n == 0 || errno != EINTR) {
             break;
         }
+        if (written < size && !signalBlock && FileSizeLimit::LookAgain()) signalBlock.emplace();
     }
     return static_cast<ssize_t>(written);
 }
@@ -162,6 +170,7 @@ void LogFile::Open(std::string path) {
         return;
     }
     m_bToldOfObstacle = false;
+    FileSizeLimit::LookAgain();
     if (continued || ftruncate(m_nHandle, 0) == 0) {
         m_pStream = fopencookie(&m_nHandle, "w", {nullptr, WriteAll, nullptr, CloseHandle});
     }

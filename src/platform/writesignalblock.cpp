@@ -4,7 +4,6 @@
 #include <ctime>
 
 #include <pthread.h>
-#include <sys/resource.h>
 
 namespace NS_BUNDLEMGR1 {
 
@@ -12,26 +11,9 @@ namespace {
 
 constexpr int kSignals[] = {SIGXFSZ, SIGPIPE};
 
-bool IsFileSizeLimited() {
-    rlimit limit{};
-    return getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
-}
-
 }  // namespace
 
-WriteSignalBlock::WriteSignalBlock(Target target) : m_bBlocked(false), m_wereOpen(), m_ours() {
-    if (target == Target::Anything || IsFileSizeLimited()) Block();
-}
-
-WriteSignalBlock::~WriteSignalBlock() {
-    if (!m_bBlocked) return;
-    const int error = errno;
-    TakeAwayRaised();
-    pthread_sigmask(SIG_UNBLOCK, &m_wereOpen, nullptr);
-    errno = error;
-}
-
-void WriteSignalBlock::Block() {
+WriteSignalBlock::WriteSignalBlock() : m_bBlocked(false) {
     sigemptyset(&m_wereOpen);
     for (const int number : kSignals) sigaddset(&m_wereOpen, number);
     m_ours = m_wereOpen;
@@ -45,6 +27,14 @@ void WriteSignalBlock::Block() {
         sigset_t pending;
         if (sigpending(&pending) != 0 || sigismember(&pending, number) != 0) sigdelset(&m_ours, number);
     }
+}
+
+WriteSignalBlock::~WriteSignalBlock() {
+    if (!m_bBlocked) return;
+    const int error = errno;
+    TakeAwayRaised();
+    pthread_sigmask(SIG_UNBLOCK, &m_wereOpen, nullptr);
+    errno = error;
 }
 
 // One of each at most: a failed write raises its signal on this thread, and a thread's own

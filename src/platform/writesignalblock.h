@@ -10,21 +10,16 @@ namespace NS_BUNDLEMGR1 {
 /// instead of ending the process with SIGXFSZ or SIGPIPE.
 ///
 /// Afterwards the thread's signals are as they were: what was pending before still is,
-/// what was raised meanwhile is taken away.
+/// what was raised meanwhile is taken away. Costs three system calls: a regular file needs it
+/// only where files have a size limit (see `FileSizeLimit`).
 class WriteSignalBlock {
 public:
-    enum class Target {
-        Anything,    ///< Costs three system calls.
-        RegularFile  ///< Costs one where files have no size limit.
-    };
-
-    explicit WriteSignalBlock(Target target = Target::Anything);
+    WriteSignalBlock();
     ~WriteSignalBlock();
     WriteSignalBlock(const WriteSignalBlock&) = delete;
     WriteSignalBlock& operator=(const WriteSignalBlock&) = delete;
 
 private:
-    void Block();
     void TakeAwayRaised();
 
     bool m_bBlocked;

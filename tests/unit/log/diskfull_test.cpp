@@ -201,6 +201,19 @@ TEST_F(DiskFullTest, AnEchoThatDoesNotFitIsLost) {
     EXPECT_EQ("kept", records.front().text);
 }
 
+TEST_F(DiskFullTest, ALimitThatARecordCrossesIsNoticedAtOnce) {
+    const std::size_t size = Bytes(1, "1").size();
+    RunInChild([&] {
+        Append("1");  // when there is no limit yet
+        LimitFileSize(size + size / 2);
+        Append("2");
+        Append("3");
+        LimitFileSize(RLIM_INFINITY);
+        Append("4");
+        EXPECT_EQ(Bytes(1, "1") + Bytes(4, "4"), FirstFile());
+    });
+}
+
 TEST_F(DiskFullTest, DestroyKeepsWhatFits) {
     const std::size_t size = Bytes(1, "1").size();
     RunInChild([&] {
