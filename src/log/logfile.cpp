@@ -1,16 +1,13 @@
 #include "src/log/logfile.h"
 
-#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <ctime>
 #include <exception>
 #include <filesystem>
-#include <optional>
 #include <utility>
 
-#include <ace/OS_NS_stdio.h>
 #include <fcntl.h>
-#include <stdio_ext.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -22,7 +19,6 @@
 #include "src/platform/openfile.h"
 #include "src/platform/standardoutput.h"
 #include "src/platform/text.h"
-#include "src/platform/writesignalblock.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -31,42 +27,12 @@ namespace {
 constexpr mode_t kDirectoryMode = 0750;
 constexpr mode_t kFileMode = 0640;
 
-// The default buffer would cost a system call for each 4 KiB of a batch.
-constexpr std::size_t kStreamBufferSize = 64 * 1024;
-
-// The stream is flushed then, so that noting where records end needs no more memory.
-constexpr std::size_t kMaxUnflushed = 1024;  // records
-
 // Like realpath, but for a path whose last levels do not exist yet.
 std::string Resolve(const std::string& path) {
     std::error_code error;
     const std::filesystem::path absolute = std::filesystem::absolute(path, error);
     const std::filesystem::path resolved = std::filesystem::weakly_canonical(absolute, error);
     return error ? path : resolved.string();
-}
-
-// The C library's own write would give up a whole buffer when a signal interrupts it. A limit
-// on the size of files takes a part of what crosses it and raises its signal for the next
-// write; so one that has just been set is noticed in time.
-ssize_t WriteAll(void* cookie, const char* data, std::size_t size) {
-    const int handle = *static_cast<const int*>(cookie);
-    std::optional<WriteSignalBlock> signalBlock;
-    if (FileSizeLimit::IsSet()) signalBlock.emplace();
-    std::size_t written = 0;
-    while (written < size) {
-        const ssize_t n = write(handle, data + written, size - written);
-        if (n > 0) {
-            written += static_cast<std::size_t>(n);
-        } else if (n == 0 || errno != EINTR) {
-            break;
-        }
-        if (written < size && !signalBlock && FileSizeLimit::LookAgain()) signalBlock.emplace();
-    }
-    return static_cast<ssize_t>(written);
-}
-
-int CloseHandle(void* cookie) {
-    return close(*static_cast<const int*>(cookie));
 }
 
 bool IsThereButNoFile(const std::string& path) {
@@ -78,28 +44,22 @@ bool IsThereButNoFile(const std::string& path) {
 
 LogFile::LogFile(const std::string& directory, const std::string& prefix, std::uint64_t maxBytes,
                  std::uint64_t maxFiles)
-    : m_pStream(nullptr),
-      m_nHandle(-1),
-      m_nBytes(0),
-      m_nMaxBytes(maxBytes),
+    : m_nMaxBytes(maxBytes),
       m_nMaxFiles(maxFiles),
       m_nSequence(0),
       m_strPrefix(prefix),
       m_strDirectory(WithoutTrailingSeparator(directory)),
-      m_nFlushed(0),
       m_bGaveUp(false),
-      m_bToldOfObstacle(false),
-      m_streamBuffer(kStreamBufferSize) {
-    m_vecUnflushed.reserve(kMaxUnflushed);
-}
+      m_bToldOfObstacle(false) {}
 
 LogFile::~LogFile() {
     Close();
 }
 
 bool LogFile::EnsureOpen() {
-    if (m_pStream == nullptr) OpenNewFile();
-    return m_pStream != nullptr;
+    m_timeStamps.LookAtZone();
+    if (!m_stream.IsOpen()) OpenNewFile();
+    return m_stream.IsOpen();
 }
 
 // Twice where memory is short: the rest of a batch may depend on it.
@@ -114,14 +74,14 @@ bool LogFile::OpenNext() {
         std::string path = NextPath();
         CreateDirectory();
         Open(std::move(path));
-        return m_pStream != nullptr || errno != ENOMEM;
+        return m_stream.IsOpen() || errno != ENOMEM;
     } catch (const std::exception&) {
         return false;
     }
 }
 
 void LogFile::GoOnInNewFile() {
-    if (m_pStream == nullptr) return;
+    if (!m_stream.IsOpen()) return;
     ContinueAt(m_strPath.c_str());
     OpenNewFile();
 }
@@ -135,11 +95,8 @@ void LogFile::ContinueAt(const char* path) {
 }
 
 void LogFile::LeaveToParent() {
-    if (m_pStream == nullptr) return;
-    __fpurge(m_pStream);
-    std::fclose(m_pStream);
-    m_pStream = nullptr;
-    Forget();
+    m_stream.LeaveToParent();
+    m_strPath.clear();
 }
 
 std::string LogFile::NextPath() const {
@@ -164,34 +121,31 @@ void LogFile::CreateDirectory() const {
 void LogFile::Open(std::string path) {
     const bool continued = path == m_strContinuePath;
     m_strContinuePath.reserve(path.size());  // no memory is needed when it fails one day
-    m_nHandle = OpenForWriting(path, continued ? O_APPEND : 0, kFileMode);
-    if (m_nHandle == -1) {
+    const int handle = OpenForWriting(path, continued ? O_APPEND : 0, kFileMode);
+    if (handle == -1) {
+        const int reason = errno;
         TellOfObstacle(path);
+        errno = reason;
         return;
     }
     m_bToldOfObstacle = false;
     FileSizeLimit::LookAgain();
-    if (continued || ftruncate(m_nHandle, 0) == 0) {
-        m_pStream = fopencookie(&m_nHandle, "w", {nullptr, WriteAll, nullptr, CloseHandle});
-    }
-    if (m_pStream == nullptr) {
-        CloseUnused(path);
+    struct stat status {};
+    if (continued ? fstat(handle, &status) != 0 : ftruncate(handle, 0) != 0) {
+        CloseUnused(handle, path);
         return;
     }
-    std::setvbuf(m_pStream, m_streamBuffer.data(), _IOFBF, m_streamBuffer.size());
+    m_stream.Open(handle, static_cast<std::uint64_t>(status.st_size));
     m_strPath = std::move(path);
     m_strContinuePath.clear();
-    struct stat status {};
-    if (continued && fstat(m_nHandle, &status) == 0) m_nBytes = static_cast<std::uint64_t>(status.st_size);
-    m_nFlushed = m_nBytes;
 }
 
 // Like a file that is closed, one without records is removed.
-void LogFile::CloseUnused(const std::string& path) const {
+void LogFile::CloseUnused(int handle, const std::string& path) {
     const int reason = errno;
     struct stat status {};
-    const bool isEmpty = fstat(m_nHandle, &status) == 0 && status.st_size == 0;
-    close(m_nHandle);
+    const bool isEmpty = fstat(handle, &status) == 0 && status.st_size == 0;
+    close(handle);
     if (isEmpty) std::remove(path.c_str());
     errno = reason;
 }
@@ -204,104 +158,57 @@ void LogFile::TellOfObstacle(const std::string& path) {
     PrintError("The log file %s is not a regular file and gets no records. Remove it.\n", path.c_str());
 }
 
-void LogFile::WriteRecord(const DebugInfo& info) {
+void LogFile::WriteRecord(const RecordView& record) {
     ++m_nSequence;
-    if (m_pStream == nullptr || !Print(info)) {
-        LossCounter::Lost(1, info.time);
+    if (!m_stream.IsOpen() || !Print(record)) {
+        LossCounter::Lost(1, record.time);
         return;
     }
-    m_vecUnflushed.push_back(Unflushed{m_nBytes, info.time});
-    const bool isFull = m_nBytes >= m_nMaxBytes;
-    if (isFull || (m_vecUnflushed.size() == kMaxUnflushed && !FlushStream())) OpenNewFile();
+    if (m_stream.Bytes() >= m_nMaxBytes) OpenNewFile();
 }
 
 // False where the record is not in the stream.
-bool LogFile::Print(const DebugInfo& info) {
+bool LogFile::Print(const RecordView& record) {
     const std::string* timeStamp = nullptr;
     try {
-        timeStamp = &m_timeStamps.Get(info.time);
+        timeStamp = &m_timeStamps.Get(record.time);
     } catch (const std::exception&) {
         return false;  // no memory, and no fault of the file
     }
-    const unsigned long sequence = m_nSequence;
-    const int written = ACE_OS::fprintf(
-        m_pStream, "<%lu>\n%s, %s, Level = %d, Bundle = %s, Service = %s \nfilename = %s, lineno = %lu\n%s\n</%lu>\n\n",
-        sequence, timeStamp->c_str(), info.thread.c_str(), info.level, info.bundle.c_str(), info.service.c_str(),
-        info.file.c_str(), info.line, info.text.c_str(), sequence);
-    if (written > 0) {
-        m_nBytes += static_cast<std::uint64_t>(written);
-        return true;
-    }
-    GiveUpUnwritten();
+    if (m_stream.Write(RecordFormatter(m_nSequence, *timeStamp, record), record.time)) return true;
+    NoteFailure();
     OpenNewFile();
     return false;
 }
 
+// Where that fails, the next file is opened with the next record, not here: while the disk is
+// full it would stay behind empty, like the one that is opened after a record has failed.
 void LogFile::Flush() {
-    if (m_pStream != nullptr && !FlushStream()) Close();
+    if (m_stream.IsOpen() && !FlushStream()) Close();
     m_bGaveUp = false;
 }
 
-// False where the file is better closed. The next one is opened with the next record,
-// not here: while the disk is full it would stay behind empty, like the one that is opened
-// after a record has failed.
+// False where the file is better closed.
 bool LogFile::FlushStream() {
-    if (std::fflush(m_pStream) != 0) {
-        GiveUpUnwritten();
+    if (!m_stream.Flush()) {
+        NoteFailure();
         return false;
     }
-    CountKept();
-    return m_nBytes > 0 || !m_bGaveUp;
-}
-
-void LogFile::CountKept() {
-    if (!m_vecUnflushed.empty()) LossCounter::Kept();
-    m_nFlushed = m_nBytes;
-    m_vecUnflushed.clear();
+    return m_stream.Bytes() > 0 || !m_bGaveUp;
 }
 
 void LogFile::Close() {
-    if (m_pStream == nullptr) return;
-    if (std::fflush(m_pStream) == 0) {
-        CountKept();
-    } else {
-        GiveUpUnwritten();
-    }
-    std::fclose(m_pStream);
-    m_pStream = nullptr;
-    if (m_nBytes == 0) std::remove(m_strPath.c_str());
-    Forget();
-}
-
-// Drops what the stream still holds and cuts the file back to whole records.
-void LogFile::GiveUpUnwritten() {
-    __fpurge(m_pStream);
-    std::clearerr(m_pStream);
-    struct stat status {};
-    if (fstat(m_nHandle, &status) != 0) status.st_size = static_cast<off_t>(m_nFlushed);
-    const auto onDisk = static_cast<std::uint64_t>(status.st_size);
-    const auto lost = std::find_if(m_vecUnflushed.begin(), m_vecUnflushed.end(),
-                                   [onDisk](const Unflushed& record) { return record.end > onDisk; });
-    if (lost != m_vecUnflushed.begin()) {
-        m_nFlushed = (lost - 1)->end;
-        LossCounter::Kept();
-    }
-    if (lost != m_vecUnflushed.end()) {
-        LossCounter::Lost(static_cast<std::uint64_t>(m_vecUnflushed.end() - lost), lost->time);
-    }
-    m_nBytes = m_nFlushed;
-    m_vecUnflushed.clear();
-    // Where half a record cannot be cut off, it stays.
-    [[maybe_unused]] const bool isCut = onDisk <= m_nBytes || ftruncate(m_nHandle, static_cast<off_t>(m_nBytes)) == 0;
-    if (m_nBytes > 0) m_strContinuePath = m_strPath;
-    m_bGaveUp = true;
-}
-
-void LogFile::Forget() {
+    if (!m_stream.IsOpen()) return;
+    if (!m_stream.Flush()) NoteFailure();
+    const bool isEmpty = m_stream.Bytes() == 0;
+    m_stream.Close();
+    if (isEmpty) std::remove(m_strPath.c_str());
     m_strPath.clear();
-    m_nBytes = 0;
-    m_nFlushed = 0;
-    m_vecUnflushed.clear();
+}
+
+void LogFile::NoteFailure() {
+    if (m_stream.Bytes() > 0) m_strContinuePath = m_strPath;
+    m_bGaveUp = true;
 }
 
 }  // namespace NS_BUNDLEMGR1

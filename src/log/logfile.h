@@ -2,13 +2,13 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 #include <string>
-#include <vector>
 
 #include <bundlemgr/log.h>
 
 #include "src/log/recordstamp.h"
+#include "src/log/recordstream.h"
+#include "src/log/recordview.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -40,7 +40,8 @@ public:
     /// Closes the current file and opens the next. Failure leaves none open.
     void OpenNewFile();
 
-    /// Opens a file if none is open. @return whether one is open now
+    /// Begins a batch: opens a file if none is open, and looks which time zone is set.
+    /// @return whether a file is open now
     bool EnsureOpen();
 
     /// Goes on in the next file. One that would have the present name is no other: the
@@ -49,7 +50,8 @@ public:
 
     /// Writes one record, or only counts it when no file is open. One that cannot be
     /// written is lost (see `LossCounter`); throws nothing.
-    void WriteRecord(const DebugInfo& info);
+    void WriteRecord(const RecordView& record);
+    void WriteRecord(const DebugInfo& info) { WriteRecord(RecordView(info)); }
 
     /// Brings what was written to the disk. Where that fails, what did not get there
     /// is given up and the file is closed; the next `EnsureOpen` starts another.
@@ -76,17 +78,13 @@ private:
     void CreateDirectory() const;
     bool OpenNext();
     void Open(std::string path);
-    void CloseUnused(const std::string& path) const;
+    static void CloseUnused(int handle, const std::string& path);
     void TellOfObstacle(const std::string& path);
-    bool Print(const DebugInfo& info);
+    bool Print(const RecordView& record);
     bool FlushStream();
-    void CountKept();
-    void GiveUpUnwritten();
-    void Forget();
+    void NoteFailure();
 
-    std::FILE* m_pStream;
-    int m_nHandle;           // what the stream writes to
-    std::uint64_t m_nBytes;  // written to the current file
+    RecordStream m_stream;
     const std::uint64_t m_nMaxBytes;
     [[maybe_unused]] const std::uint64_t m_nMaxFiles;
     std::uint64_t m_nSequence;  // of the latest record, over all files
@@ -94,20 +92,11 @@ private:
     const std::string m_strDirectory;
     std::string m_strPath;  // of the current file
 
-    // After a failed write the file is cut back to the last record that reached it
-    // whole: one of these ends, or what an earlier flush made safe.
-    struct Unflushed {
-        std::uint64_t end;
-        ACE_Time_Value time;
-    };
-    std::vector<Unflushed> m_vecUnflushed;
-    std::uint64_t m_nFlushed;
     bool m_bGaveUp;  // on a record since the last flush
     // A file that failed with records in it, or that a former writer left: opened again in
     // the same second, it is continued, where a full one would be overwritten.
     std::string m_strContinuePath;
     bool m_bToldOfObstacle;  // since a file could be opened
-    std::vector<char> m_streamBuffer;
     TimeStampCache m_timeStamps;
 };
 

@@ -20,9 +20,21 @@ bool IsFraction(long microseconds) {
     return microseconds >= 0 && microseconds < 1000000;
 }
 
+void WriteFraction(long microseconds, char* digits) {
+    for (std::size_t i = kDigits; i > 0; --i, microseconds /= 10) {
+        digits[i - 1] = static_cast<char>('0' + microseconds % 10);
+    }
+}
+
 std::string Fraction(long microseconds) {
-    const std::string digits = std::to_string(microseconds);
-    return "." + std::string(kDigits - digits.size(), '0') + digits;
+    std::string fraction = ".000000";
+    WriteFraction(microseconds, fraction.data() + 1);
+    return fraction;
+}
+
+const char* Zone() {
+    const char* const variable = std::getenv("TZ");
+    return variable != nullptr ? variable : "/etc/localtime";
 }
 
 }  // namespace
@@ -36,27 +48,26 @@ std::string RecordThread() {
     return std::string(text, std::to_chars(digits, text + sizeof text, static_cast<std::int32_t>(id)).ptr);
 }
 
+void TimeStampCache::LookAtZone() {
+    if (m_bReusable && m_strZone != Zone()) m_bReusable = false;
+}
+
 const std::string& TimeStampCache::Get(const ACE_Time_Value& time) {
-    const char* const variable = std::getenv("TZ");
-    const char* const zone = variable != nullptr ? variable : "/etc/localtime";
-    if (Knows(time, zone)) {
-        long rest = time.usec();
-        for (std::size_t i = 1; i <= kDigits; ++i, rest /= 10) {
-            m_strStamp[m_strStamp.size() - i] = static_cast<char>('0' + rest % 10);
-        }
+    if (Knows(time)) {
+        WriteFraction(time.usec(), m_strStamp.data() + m_strStamp.size() - kDigits);
         return m_strStamp;
     }
     m_bReusable = false;
+    m_strZone = Zone();
     m_strStamp = GetZoneTimeStamp(time);
-    m_strZone = zone;
     m_nSecond = time.sec();
     // In ASCII the conversion of code sets has nothing to do and nothing to report.
     m_bReusable = IsFraction(time.usec()) && EndsWith(m_strStamp, Fraction(time.usec())) && IsPlainAscii(m_strStamp);
     return m_strStamp;
 }
 
-bool TimeStampCache::Knows(const ACE_Time_Value& time, const char* zone) const {
-    return m_bReusable && time.sec() == m_nSecond && IsFraction(time.usec()) && m_strZone == zone;
+bool TimeStampCache::Knows(const ACE_Time_Value& time) const {
+    return m_bReusable && time.sec() == m_nSecond && IsFraction(time.usec());
 }
 
 }  // namespace NS_BUNDLEMGR1

@@ -17,11 +17,15 @@ std::string RecordThread();
 /// Thread safety: none.
 class TimeStampCache {
 public:
+    /// Looks which zone is set. To be called before a batch of records: asking for each of
+    /// them takes longer than the rest of its stamp.
+    void LookAtZone();
+
     /// @return `GetZoneTimeStamp(time)`, valid until the next call
     const std::string& Get(const ACE_Time_Value& time);
 
 private:
-    bool Knows(const ACE_Time_Value& time, const char* zone) const;
+    bool Knows(const ACE_Time_Value& time) const;
 
     std::string m_strStamp;
     std::string m_strZone;  // the TZ that it was made under

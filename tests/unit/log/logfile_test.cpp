@@ -495,6 +495,7 @@ TEST_F(LogFileTest, FollowsAChangeOfTheZone) {
     file.EnsureOpen();
     file.WriteRecord(MakeInfo(3, "a"));
     const test::ScopedZone zone("CST-8");
+    file.EnsureOpen();  // the next batch
     file.WriteRecord(MakeInfo(3, "b"));
     file.Flush();
     LogRecord second;

@@ -67,10 +67,12 @@ TEST_F(TimeStampCacheTest, NoticesAnotherZone) {
     EXPECT_EQ("UTC 2024-01-31 23:59:59.000042", Get(kTheSecond, 42));
     {
         const test::ScopedZone zone("CST-8");
+        m_cache.LookAtZone();
         EXPECT_EQ("CST 2024-02-01 07:59:59.000043", Get(kTheSecond, 43));
         EXPECT_EQ("CST 2024-02-01 07:59:59.000044", Get(kTheSecond, 44));
     }
     tzset();
+    m_cache.LookAtZone();
     EXPECT_EQ("UTC 2024-01-31 23:59:59.000045", Get(kTheSecond, 45));
 }
 

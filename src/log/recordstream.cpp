@@ -1,0 +1,161 @@
+#include "src/log/recordstream.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <optional>
+#include <utility>
+
+#include <pthread.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "src/corelog/losscounter.h"
+#include "src/platform/filesizelimit.h"
+#include "src/platform/writesignalblock.h"
+
+namespace NS_BUNDLEMGR1 {
+
+namespace {
+
+// A batch costs one system call for each of these.
+constexpr std::size_t kBufferSize = 256 * 1024;
+
+// What waits is written then, so that noting where records end needs no more memory.
+constexpr std::size_t kMaxUnflushed = 2048;  // records
+
+// A thread that is cancelled in the middle of a write leaves no half-known file behind.
+class CancellationOff {
+public:
+    CancellationOff() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_wasOn); }
+    ~CancellationOff() { pthread_setcancelstate(m_wasOn, nullptr); }
+    CancellationOff(const CancellationOff&) = delete;
+    CancellationOff& operator=(const CancellationOff&) = delete;
+
+private:
+    int m_wasOn = PTHREAD_CANCEL_ENABLE;
+};
+
+// A signal may interrupt it. A limit on the size of files takes a part of what crosses it and
+// raises its signal for the next write; so one that has just been set is noticed in time.
+std::size_t WriteAll(int handle, const char* data, std::size_t size) {
+    if (size == 0) return 0;
+    const CancellationOff noCancellation;
+    std::optional<WriteSignalBlock> signalBlock;
+    if (FileSizeLimit::IsSet()) signalBlock.emplace();
+    std::size_t written = 0;
+    while (written < size) {
+        const ssize_t n = write(handle, data + written, size - written);
+        if (n > 0) {
+            written += static_cast<std::size_t>(n);
+        } else if (n == 0 || errno != EINTR) {
+            break;
+        }
+        if (written < size && !signalBlock && FileSizeLimit::LookAgain()) signalBlock.emplace();
+    }
+    return written;
+}
+
+std::uint64_t SizeOf(int handle, std::uint64_t otherwise) {
+    struct stat status {};
+    return fstat(handle, &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : otherwise;
+}
+
+}  // namespace
+
+RecordStream::RecordStream() : m_buffer(new char[kBufferSize]) {
+    m_vecUnflushed.reserve(kMaxUnflushed);
+}
+
+RecordStream::~RecordStream() {
+    Close();
+}
+
+void RecordStream::Open(int handle, std::uint64_t bytes) {
+    m_nHandle = handle;
+    m_nBytes = bytes;
+    m_nFlushed = bytes;
+}
+
+bool RecordStream::Write(const RecordFormatter& record, const ACE_Time_Value& time) {
+    const std::size_t size = record.Size();
+    const bool hasRoom = size <= kBufferSize - m_nWaiting && m_vecUnflushed.size() < kMaxUnflushed;
+    if (!hasRoom && !Flush()) return false;
+    if (size <= kBufferSize) {
+        record.CopyTo(m_buffer.get() + m_nWaiting);
+        m_nWaiting += size;
+    } else if (!PutAll(record)) {
+        GiveUpUnwritten();
+        return false;
+    }
+    m_nBytes += size;
+    m_vecUnflushed.push_back(Unflushed{m_nBytes, time});
+    return true;
+}
+
+// Of a record that is larger than the buffer.
+bool RecordStream::PutAll(const RecordFormatter& record) {
+    bool isPut = true;
+    record.ForEachPiece([this, &isPut](std::string_view piece) { isPut = isPut && Put(piece); });
+    return isPut;
+}
+
+bool RecordStream::Put(std::string_view piece) {
+    while (!piece.empty()) {
+        if (m_nWaiting == kBufferSize && !WriteWaiting()) return false;
+        const std::size_t size = std::min(piece.size(), kBufferSize - m_nWaiting);
+        std::memcpy(m_buffer.get() + m_nWaiting, piece.data(), size);
+        m_nWaiting += size;
+        piece.remove_prefix(size);
+    }
+    return true;
+}
+
+bool RecordStream::WriteWaiting() {
+    const std::size_t waiting = std::exchange(m_nWaiting, 0);
+    return WriteAll(m_nHandle, m_buffer.get(), waiting) == waiting;
+}
+
+bool RecordStream::Flush() {
+    if (!WriteWaiting()) {
+        GiveUpUnwritten();
+        return false;
+    }
+    if (!m_vecUnflushed.empty()) LossCounter::Kept();
+    m_nFlushed = m_nBytes;
+    m_vecUnflushed.clear();
+    return true;
+}
+
+void RecordStream::Close() {
+    if (!IsOpen()) return;
+    Flush();
+    close(std::exchange(m_nHandle, -1));
+}
+
+void RecordStream::LeaveToParent() {
+    if (!IsOpen()) return;
+    m_nWaiting = 0;
+    m_vecUnflushed.clear();
+    close(std::exchange(m_nHandle, -1));
+}
+
+void RecordStream::GiveUpUnwritten() {
+    m_nWaiting = 0;
+    const std::uint64_t onDisk = SizeOf(m_nHandle, m_nFlushed);
+    const auto lost = std::find_if(m_vecUnflushed.begin(), m_vecUnflushed.end(),
+                                   [onDisk](const Unflushed& record) { return record.end > onDisk; });
+    if (lost != m_vecUnflushed.begin()) {
+        m_nFlushed = (lost - 1)->end;
+        LossCounter::Kept();
+    }
+    if (lost != m_vecUnflushed.end()) {
+        LossCounter::Lost(static_cast<std::uint64_t>(m_vecUnflushed.end() - lost), lost->time);
+    }
+    m_nBytes = m_nFlushed;
+    m_vecUnflushed.clear();
+    // Where half a record cannot be cut off, it stays.
+    [[maybe_unused]] const bool isCut = onDisk <= m_nBytes || ftruncate(m_nHandle, static_cast<off_t>(m_nBytes)) == 0;
+}
+
+}  // namespace NS_BUNDLEMGR1
