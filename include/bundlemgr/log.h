@@ -33,13 +33,13 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstddef>
-#include <list>
 #include <memory>
 #include <string>
 
 #include <ace/Time_Value.h>
 
 #include <bundlemgr/detail/mutex.h>
+#include <bundlemgr/detail/recordblocks.h>
 #include <bundlemgr/export.h>
 
 namespace NS_BUNDLEMGR1 {
@@ -281,8 +281,8 @@ protected:
 private:
     friend class CoreLog;
     friend class LogFork;
+    friend class LogProxyImpl;
 
-    using Records = std::list<DebugInfo>;
     class Stay;
 
     /// Does what `Instance` does under ACE's static-object lock, for a thread that may
@@ -290,34 +290,39 @@ private:
     /// `Instance` to ask for.
     static LogProxyDebugInfoBufMgr* Prepare();
     static LogProxyDebugInfoBufMgr* Create();
+    /// Takes a record of an enabled or a disabled level into the present buffer.
+    static void Take(const RecordView& record, bool isEnabled);
     static void BeforeFork();
     static void AfterForkInParent();
     static void AfterForkInChild();
 
     void End();
     bool EnsureDirectory();
-    void Append(Records& record) ZO_EXCLUDES(m_listMutex, m_fileMutex);
+    void TakeEnabled(const RecordView& record);
+    void TakeDisabled(const RecordView& record);
+    void Append(const RecordView& record) ZO_EXCLUDES(m_listMutex, m_fileMutex);
     void WriteWaiting() ZO_EXCLUDES(m_listMutex, m_fileMutex);
-    bool WriteList(const Records& records) ZO_EXCLUDES(m_fileMutex);
-    void WriteMerged(const Records& enabled, const Records& disabled) ZO_EXCLUDES(m_fileMutex);
+    bool WriteList(const RecordBlocks& records, const RecordView* last = nullptr) ZO_EXCLUDES(m_fileMutex);
+    void WriteMerged(const RecordBlocks& enabled, const RecordBlocks& disabled) ZO_EXCLUDES(m_fileMutex);
     void WriteCacheFullNotice(bool hadFile) ZO_EXCLUDES(m_fileMutex);
-    void KeepForNextBatch(const DebugInfo& info) ZO_EXCLUDES(m_keptMutex);
+    void KeepForNextBatch(const RecordView& record) ZO_EXCLUDES(m_keptMutex);
     void WriteKeptRecords() ZO_REQUIRES(m_fileMutex);
     void LockAll() ZO_ACQUIRE(m_listMutex, m_fileMutex, m_keptMutex);
     void UnlockAll() ZO_RELEASE(m_listMutex, m_fileMutex, m_keptMutex);
     void LeaveToParent() ZO_REQUIRES(m_listMutex, m_fileMutex, m_keptMutex);
 
-    Records m_listOutput ZO_GUARDED_BY(m_listMutex);
-    Records m_listFiltered ZO_GUARDED_BY(m_listMutex);
+    RecordBlocks m_listOutput ZO_GUARDED_BY(m_listMutex);
+    RecordBlocks m_listFiltered ZO_GUARDED_BY(m_listMutex);
     detail::ThreadMutex m_listMutex ZO_ACQUIRED_BEFORE(m_fileMutex);
     detail::ThreadMutex m_fileMutex ZO_ACQUIRED_BEFORE(m_keptMutex);
     std::unique_ptr<LogFile> m_pLogFile ZO_GUARDED_BY(m_fileMutex);  ///< Null until `m_bHasDirectory`.
     std::atomic<bool> m_bHasDirectory;
+    std::atomic<bool> m_bHasKept;  ///< Changed under `m_keptMutex`.
     const std::size_t m_nOutputCapacity;
     const std::size_t m_nFilteredCapacity;
     std::atomic<int> m_nOutputMode;
     detail::ThreadMutex m_keptMutex;
-    Records m_listKept ZO_GUARDED_BY(m_keptMutex);  ///< Records that the writing itself has caused.
+    RecordBlocks m_listKept ZO_GUARDED_BY(m_keptMutex);  ///< Records that the writing itself has caused.
 };
 
 }  // namespace NS_BUNDLEMGR1

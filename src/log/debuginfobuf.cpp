@@ -15,7 +15,9 @@
 #include "src/corelog/losscounter.h"
 #include "src/corelog/writingscope.h"
 #include "src/log/logfile.h"
+#include "src/log/recordreader.h"
 #include "src/log/recordstamp.h"
+#include "src/log/recordview.h"
 #include "src/platform/usegate.h"
 #include "src/platform/wallclock.h"
 
@@ -45,19 +47,15 @@ std::atomic<bool> g_hasDirectory{false};
 // The file of the buffer that was there before, for the next one to continue.
 char g_lastPath[PATH_MAX] = "";
 
-/// @return false, and the record is lost, where there is no memory
-bool Copy(const DebugInfo& info, std::list<DebugInfo>& copy) {
-    try {
-        copy.push_back(info);
-        return true;
-    } catch (const std::exception&) {
-        LossCounter::Lost(1, info.time);
-        return false;
-    }
+// Where there is no memory for it, the record is lost.
+bool Keep(const RecordView& record, RecordBlocks& records) {
+    if (records.Append(record)) return true;
+    LossCounter::Lost(1, record.time);
+    return false;
 }
 
-void Lose(const std::list<DebugInfo>& records) {
-    if (!records.empty()) LossCounter::Lost(records.size(), records.front().time);
+void Lose(const RecordBlocks& records) {
+    if (!records.IsEmpty()) LossCounter::Lost(records.Size(), records.FirstTime());
 }
 
 }  // namespace
@@ -136,6 +134,7 @@ void LogProxyDebugInfoBufMgr::Destroy() {
 
 LogProxyDebugInfoBufMgr::LogProxyDebugInfoBufMgr()
     : m_bHasDirectory(false),
+      m_bHasKept(false),
       m_nOutputCapacity(kOutputCapacity),
       m_nFilteredCapacity(kFilteredCapacity),
       m_nOutputMode(LOG_OUTPUT_IMMEDIATE) {
@@ -155,8 +154,9 @@ void LogProxyDebugInfoBufMgr::End() ZO_NO_THREAD_SAFETY_ANALYSIS {
     if (m_pLogFile == nullptr) return;  // nobody has used it
     WriteWaiting();
     Lose(m_listKept);
-    m_listKept.clear();
-    m_listFiltered.clear();
+    m_listKept.Clear();
+    m_bHasKept.store(false, std::memory_order_relaxed);
+    m_listFiltered.Clear();
     std::snprintf(g_lastPath, sizeof g_lastPath, "%s", m_pLogFile->PathToContinue().c_str());
     m_pLogFile.reset();
     m_bHasDirectory.store(false, std::memory_order_release);
@@ -188,52 +188,70 @@ bool LogProxyDebugInfoBufMgr::SetOutputMode(const int& mode) {
 }
 
 void LogProxyDebugInfoBufMgr::AppendOutputInfo(const DebugInfo& info) {
+    TakeEnabled(RecordView(info));
+}
+
+void LogProxyDebugInfoBufMgr::AppendFiltered(const DebugInfo& info) {
+    TakeDisabled(RecordView(info));
+}
+
+void LogProxyDebugInfoBufMgr::Take(const RecordView& record, bool isEnabled) {
+    LogProxyDebugInfoBufMgr* const buffer = Prepare();
+    if (buffer == nullptr) {
+        LossCounter::Lost(1, record.time);
+    } else if (isEnabled) {
+        buffer->TakeEnabled(record);
+    } else {
+        buffer->TakeDisabled(record);
+    }
+}
+
+void LogProxyDebugInfoBufMgr::TakeEnabled(const RecordView& record) {
     if (WritingScope::IsActive()) {
-        WritingScope::Buffer()->KeepForNextBatch(info);
+        WritingScope::Buffer()->KeepForNextBatch(record);
         return;
     }
-    Records record;
-    if (!Copy(info, record)) return;  // before any lock is taken
     const Stay stay(this);
     if (stay) {
         stay->Append(record);
     } else {
-        Lose(record);
+        LossCounter::Lost(1, record.time);
     }
 }
 
-void LogProxyDebugInfoBufMgr::Append(Records& record) {
-    const int level = record.front().level;
+void LogProxyDebugInfoBufMgr::Append(const RecordView& record) {
+    // What has been written is freed when no lock is held any more.
+    RecordBlocks batch;
+    RecordBlocks filtered;
     const detail::Guard guard(m_listMutex);
-    m_listOutput.splice(m_listOutput.end(), record);
     // Taken out before they are written: no record is written twice, whatever happens.
-    Records batch;
     if (m_nOutputMode.load(std::memory_order_relaxed) == LOG_OUTPUT_IMMEDIATE) {
-        batch.swap(m_listOutput);
-        WriteList(batch);
-    } else if (level == LOG_LEVEL_CRITICAL) {
-        Records filtered;
-        batch.swap(m_listOutput);
-        filtered.swap(m_listFiltered);
+        batch.Swap(m_listOutput);
+        WriteList(batch, &record);
+        return;
+    }
+    const bool isKept = Keep(record, m_listOutput);
+    if (isKept && record.level == LOG_LEVEL_CRITICAL) {
+        batch.Swap(m_listOutput);
+        filtered.Swap(m_listFiltered);
         WriteMerged(batch, filtered);
-    } else if (m_listOutput.size() >= m_nOutputCapacity) {
-        batch.swap(m_listOutput);
+    } else if (m_listOutput.Size() >= m_nOutputCapacity) {
+        batch.Swap(m_listOutput);
         WriteCacheFullNotice(WriteList(batch));
     }
 }
 
-void LogProxyDebugInfoBufMgr::AppendFiltered(const DebugInfo& info) {
+void LogProxyDebugInfoBufMgr::TakeDisabled(const RecordView& record) {
     if (WritingScope::IsActive()) return;  // its level is switched off, and the lock may be ours
-    Records record;
-    if (!Copy(info, record)) return;
     const Stay stay(this);
     if (!stay) {
-        Lose(record);
+        LossCounter::Lost(1, record.time);
         return;
     }
     const detail::Guard guard(stay->m_listMutex);
-    stay->m_listFiltered.splice(stay->m_listFiltered.end(), record);
-    if (stay->m_listFiltered.size() > stay->m_nFilteredCapacity) stay->m_listFiltered.pop_front();
+    if (Keep(record, stay->m_listFiltered) && stay->m_listFiltered.Size() > stay->m_nFilteredCapacity) {
+        stay->m_listFiltered.PopFront();
+    }
 }
 
 void LogProxyDebugInfoBufMgr::Output() {
@@ -243,30 +261,33 @@ void LogProxyDebugInfoBufMgr::Output() {
 }
 
 void LogProxyDebugInfoBufMgr::WriteWaiting() {
-    Records batch;
+    RecordBlocks batch;
     {
         const detail::Guard guard(m_listMutex);
-        batch.swap(m_listOutput);
+        batch.Swap(m_listOutput);
     }
     WriteList(batch);
 }
 
-bool LogProxyDebugInfoBufMgr::WriteList(const Records& records) {
+// `last` comes after those of the list.
+bool LogProxyDebugInfoBufMgr::WriteList(const RecordBlocks& records, const RecordView* last) {
     const detail::Guard guard(m_fileMutex);
     const WritingScope scope(*this);
     if (!m_pLogFile->EnsureOpen()) {
         Lose(records);
+        if (last != nullptr) LossCounter::Lost(1, last->time);
         return false;
     }
     WriteKeptRecords();
-    for (const DebugInfo& info : records) m_pLogFile->WriteRecord(info);
+    for (RecordReader reader(records); reader; reader.Next()) m_pLogFile->WriteRecord(reader.Record());
+    if (last != nullptr) m_pLogFile->WriteRecord(*last);
     m_pLogFile->Flush();
     return true;
 }
 
 // Both lists as one stream by time; of two records of the same time the enabled one
 // goes first.
-void LogProxyDebugInfoBufMgr::WriteMerged(const Records& enabled, const Records& disabled) {
+void LogProxyDebugInfoBufMgr::WriteMerged(const RecordBlocks& enabled, const RecordBlocks& disabled) {
     const detail::Guard guard(m_fileMutex);
     const WritingScope scope(*this);
     if (!m_pLogFile->EnsureOpen()) {
@@ -275,30 +296,26 @@ void LogProxyDebugInfoBufMgr::WriteMerged(const Records& enabled, const Records&
         return;
     }
     WriteKeptRecords();
-    auto filtered = disabled.cbegin();
-    for (const DebugInfo& info : enabled) {
-        for (; filtered != disabled.cend() && filtered->time < info.time; ++filtered) {
-            m_pLogFile->WriteRecord(*filtered);
+    RecordReader filtered(disabled);
+    for (RecordReader output(enabled); output; output.Next()) {
+        for (; filtered && filtered.Record().time < output.Record().time; filtered.Next()) {
+            m_pLogFile->WriteRecord(filtered.Record());
         }
-        m_pLogFile->WriteRecord(info);
+        m_pLogFile->WriteRecord(output.Record());
     }
-    for (; filtered != disabled.cend(); ++filtered) m_pLogFile->WriteRecord(*filtered);
+    for (; filtered; filtered.Next()) m_pLogFile->WriteRecord(filtered.Record());
     m_pLogFile->Flush();
 }
 
 void LogProxyDebugInfoBufMgr::WriteCacheFullNotice(bool hadFile) {
-    DebugInfo notice;
+    const RecordThread thread;
+    RecordView notice;
     notice.level = LOG_LEVEL_ERROR;
     notice.time = WallClock();
-    try {
-        notice.thread = RecordThread();
-        notice.bundle = "debug";
-        notice.service = "debug";
-        notice.text = "Debug cache is full, force output excuted.";
-    } catch (const std::exception&) {
-        LossCounter::Lost(1, notice.time);
-        return;
-    }
+    notice.thread = thread.Text();
+    notice.bundle = "debug";
+    notice.service = "debug";
+    notice.text = "Debug cache is full, force output excuted.";
     const detail::Guard guard(m_fileMutex);
     const WritingScope scope(*this);
     // The batch may have failed at its end; the notice then goes to the next file.
@@ -308,34 +325,36 @@ void LogProxyDebugInfoBufMgr::WriteCacheFullNotice(bool hadFile) {
 }
 
 // One for each batch: if every record caused another one, there would be no end to them.
-void LogProxyDebugInfoBufMgr::KeepForNextBatch(const DebugInfo& info) {
+void LogProxyDebugInfoBufMgr::KeepForNextBatch(const RecordView& record) {
     const detail::Guard guard(m_keptMutex);
-    if (m_listKept.empty()) {
-        Copy(info, m_listKept);
+    if (m_listKept.IsEmpty()) {
+        m_bHasKept.store(Keep(record, m_listKept), std::memory_order_release);
     } else {
-        LossCounter::Lost(1, info.time);
+        LossCounter::Lost(1, record.time);
     }
 }
 
 void LogProxyDebugInfoBufMgr::WriteKeptRecords() {
-    Records kept;
+    if (!m_bHasKept.load(std::memory_order_acquire)) return;
+    RecordBlocks kept;
     {
         const detail::Guard guard(m_keptMutex);
-        kept.swap(m_listKept);
+        kept.Swap(m_listKept);
+        m_bHasKept.store(false, std::memory_order_relaxed);
     }
-    for (const DebugInfo& info : kept) m_pLogFile->WriteRecord(info);
+    for (RecordReader reader(kept); reader; reader.Next()) m_pLogFile->WriteRecord(reader.Record());
 }
 
 void LogProxyDebugInfoBufMgr::OpenNewFile() {
     if (WritingScope::IsActive()) return;
     const Stay stay(this);
     if (!stay) return;
-    Records batch;
+    RecordBlocks batch;
     {
         const detail::Guard guard(stay->m_listMutex);
-        batch.swap(stay->m_listOutput);
+        batch.Swap(stay->m_listOutput);
     }
-    if (!batch.empty()) stay->WriteList(batch);
+    if (!batch.IsEmpty()) stay->WriteList(batch);
     const detail::Guard guard(stay->m_fileMutex);
     const WritingScope scope(*stay.Buffer());
     stay->m_pLogFile->GoOnInNewFile();
@@ -384,9 +403,10 @@ void LogProxyDebugInfoBufMgr::UnlockAll() {
 }
 
 void LogProxyDebugInfoBufMgr::LeaveToParent() {
-    m_listOutput.clear();
-    m_listFiltered.clear();
-    m_listKept.clear();
+    m_listOutput.Clear();
+    m_listFiltered.Clear();
+    m_listKept.Clear();
+    m_bHasKept.store(false, std::memory_order_relaxed);
     if (m_pLogFile != nullptr) m_pLogFile->LeaveToParent();
 }
 

@@ -4,7 +4,9 @@
 #include <exception>
 
 #include "src/corelog/losscounter.h"
+#include "src/log/recordnames.h"
 #include "src/log/recordstamp.h"
+#include "src/log/recordview.h"
 #include "src/platform/bounded.h"
 #include "src/platform/standardoutput.h"
 #include "src/platform/wallclock.h"
@@ -54,42 +56,33 @@ void LogProxyImpl::Write(int level, const char* text) {
 }
 
 // Without a position, the record has that of the proxy.
-void LogProxyImpl::WriteAt(const Position* position, int level, const char* text) {
-    DebugInfo info;
-    info.level = IsValidLevel(level) ? level : LOG_LEVEL_INFO;
-    info.time = WallClock();
-    const bool isMade = MakeRecord(position, text, info);
+void LogProxyImpl::WriteAt(const Position* position, int level, std::string_view text) {
+    const RecordThread thread;
+    RecordView record;
+    record.level = IsValidLevel(level) ? level : LOG_LEVEL_INFO;
+    record.time = WallClock();
+    record.thread = thread.Text();
+    record.text = text;
+    RecordNames names;
+    const bool isMade = TakeNames(position, names, record);
     if (m_bEcho) PrintOutText(text);
-    LogProxyDebugInfoBufMgr* const buffer = isMade ? LogProxyDebugInfoBufMgr::Instance() : nullptr;
-    if (buffer == nullptr) {
-        LossCounter::Lost(1, info.time);
-    } else if (IsLevelEnabled(info.level)) {
-        buffer->AppendOutputInfo(info);
+    if (isMade) {
+        LogProxyDebugInfoBufMgr::Take(record, IsLevelEnabled(record.level));
     } else {
-        buffer->AppendFiltered(info);
+        LossCounter::Lost(1, record.time);
     }
 }
 
-// False where there is no memory for it.
-bool LogProxyImpl::MakeRecord(const Position* position, const char* text, DebugInfo& info) {
-    try {
-        info.thread = RecordThread();
-        info.text = text;
-        if (position != nullptr) {
-            info.file = position->file;
-            info.line = position->line;
-        }
-        const detail::Guard guard(m_positionMutex);
-        info.bundle = m_strBundleName;
-        info.service = m_strServiceName;
-        if (position == nullptr) {
-            info.file = m_strFileName;
-            info.line = m_nLine;
-        }
-        return true;
-    } catch (const std::exception&) {
-        return false;
-    }
+// False where there is no memory for them.
+bool LogProxyImpl::TakeNames(const Position* position, RecordNames& names, RecordView& record) {
+    const detail::Guard guard(m_positionMutex);
+    const std::string_view file = position != nullptr ? std::string_view() : m_strFileName;
+    if (!names.Take(m_strBundleName, m_strServiceName, file)) return false;
+    record.bundle = names.Bundle();
+    record.service = names.Service();
+    record.file = position != nullptr ? position->file : names.File();
+    record.line = position != nullptr ? position->line : m_nLine;
+    return true;
 }
 
 void LogProxyImpl::WriteText(const char* text) {

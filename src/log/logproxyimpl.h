@@ -5,6 +5,7 @@
 #include <cstdarg>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include <bundlemgr/detail/mutex.h>
 #include <bundlemgr/log.h>
@@ -13,7 +14,10 @@
 
 namespace NS_BUNDLEMGR1 {
 
-/// Turns each call into a `DebugInfo` record and hands it to the process-wide
+class RecordNames;
+struct RecordView;
+
+/// Turns each call into a record and hands it to the process-wide
 /// `LogProxyDebugInfoBufMgr`, printing its text on standard output as well.
 ///
 /// Thread safety: as `LogProxy`. The names and the position are copied under a lock, so a
@@ -55,8 +59,8 @@ private:
         unsigned long line;
     };
 
-    void WriteAt(const Position* position, int level, const char* text);
-    bool MakeRecord(const Position* position, const char* text, DebugInfo& info);
+    void WriteAt(const Position* position, int level, std::string_view text);
+    bool TakeNames(const Position* position, RecordNames& names, RecordView& record);
     void Replace(std::string& text, const char* newText);
     static bool Format(char* buffer, const char* format, va_list args) __attribute__((format(printf, 2, 0)));
 

@@ -1,5 +1,6 @@
 #include "src/log/recordstamp.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <cstdlib>
@@ -39,13 +40,12 @@ const char* Zone() {
 
 }  // namespace
 
-std::string RecordThread() {
-    constexpr char kName[] = "Thread ";
-    constexpr std::size_t kIdSize = 11;  // of the longest, with its sign
+RecordThread::RecordThread() {
+    constexpr std::string_view kName = "Thread ";
     const auto id = static_cast<std::uint32_t>(pthread_self());
-    char text[sizeof kName + kIdSize];
-    char* const digits = std::copy(kName, kName + sizeof kName - 1, text);
-    return std::string(text, std::to_chars(digits, text + sizeof text, static_cast<std::int32_t>(id)).ptr);
+    char* const digits = std::copy(kName.begin(), kName.end(), m_text);
+    const char* const end = std::to_chars(digits, m_text + sizeof m_text, static_cast<std::int32_t>(id)).ptr;
+    m_nSize = static_cast<std::size_t>(end - m_text);
 }
 
 void TimeStampCache::LookAtZone() {

@@ -1,15 +1,25 @@
 // The stamps that every record carries.
 #pragma once
 
+#include <cstddef>
 #include <ctime>
 #include <string>
+#include <string_view>
 
 #include <ace/Time_Value.h>
 
 namespace NS_BUNDLEMGR1 {
 
-/// @return "Thread " and the calling thread's id, cut to 32 bits and signed
-std::string RecordThread();
+/// "Thread " and the calling thread's id, cut to 32 bits and signed.
+class RecordThread {
+public:
+    RecordThread();
+    std::string_view Text() const { return {m_text, m_nSize}; }
+
+private:
+    char m_text[24];
+    std::size_t m_nSize;
+};
 
 /// Calls `GetZoneTimeStamp` once a second: within one, stamps differ in their
 /// microseconds only.

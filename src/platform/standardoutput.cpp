@@ -111,10 +111,10 @@ void PrintOut(const char* format, ...) {
     va_end(args);
 }
 
-void PrintOutText(const char* text) {
+void PrintOutText(std::string_view text) {
     const KeptErrno keptErrno;
     const StreamLock lock(stdout);
-    PrintText(stdout, text, std::strlen(text));
+    PrintText(stdout, text.data(), text.size());
 }
 
 void PrintError(const char* format, ...) {

@@ -1,6 +1,8 @@
 // The library's only way onto the standard streams.
 #pragma once
 
+#include <string_view>
+
 namespace NS_BUNDLEMGR1 {
 
 /// @name Printing
@@ -19,7 +21,7 @@ namespace NS_BUNDLEMGR1 {
 void PrintOut(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 /// @param text what is printed on standard output, as it stands
-void PrintOutText(const char* text);
+void PrintOutText(std::string_view text);
 
 /// @param format what is printed on standard error, as printf's
 void PrintError(const char* format, ...) __attribute__((format(printf, 1, 2)));

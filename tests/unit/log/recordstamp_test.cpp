@@ -32,10 +32,10 @@ namespace {
 using test::kTheSecond;
 
 TEST(RecordStampTest, ThreadIsTheLowHalfOfItsIdAndSigned) {
-    EXPECT_EQ("Thread " + std::to_string(static_cast<int>(pthread_self() & 0xFFFFFFFFU)), RecordThread());
+    EXPECT_EQ("Thread " + std::to_string(static_cast<int>(pthread_self() & 0xFFFFFFFFU)), RecordThread().Text());
     std::string other;
-    std::thread([&] { other = RecordThread(); }).join();
-    EXPECT_NE(RecordThread(), other);
+    std::thread([&] { other = RecordThread().Text(); }).join();
+    EXPECT_NE(RecordThread().Text(), other);
 }
 
 class TimeStampCacheTest : public testing::Test {
