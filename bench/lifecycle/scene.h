@@ -22,8 +22,8 @@ inline std::string PartName(const std::string& kind, int number) {
 class Scene {
 public:
     Scene() {
-        char pattern[] = "/tmp/zo_lifecycle_XXXXXX";
-        if (mkdtemp(pattern) == nullptr) std::abort();
+        std::string pattern = std::filesystem::temp_directory_path() / "zo_lifecycle_XXXXXX";
+        if (mkdtemp(pattern.data()) == nullptr) std::abort();
         m_root = pattern;
         setenv("KORU_SERVER_PATH", m_root.c_str(), 1);
         setenv("_APP_LOG_DIR", (m_root / "log").c_str(), 1);
