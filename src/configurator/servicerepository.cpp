@@ -125,8 +125,8 @@ std::vector<ServiceEntry> ServiceRepository::TakeActive(const std::string& name)
 
 void ServiceRepository::CloseGaps() {
     Slots::Array& slots = Slots::OfRepository();
-    const auto free = std::count_if(slots.begin(), slots.end(), Slots::IsFree);
-    if (2 * free <= slots.end() - slots.begin()) return;
+    const auto gaps = std::count_if(slots.begin(), slots.end(), Slots::IsFree);
+    if (2 * gaps <= slots.end() - slots.begin()) return;
     const auto end = std::remove_if(slots.begin(), slots.end(), Slots::IsFree);
     while (slots.end() != end) slots.erase(slots.end() - 1);
     std::size_t place = 0;
