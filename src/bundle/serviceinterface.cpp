@@ -115,20 +115,20 @@ void Append(InterfaceEntry& entry, ServiceInterface* iface, VerifiedInterface& v
     list.push_back(iface);
 }
 
-/// @return the list's first element, read without a lock; `VerifiedInterface::Nothing()` when
-///         it has none
+/// @return whether that is the list's first element, which is read without a lock
 ///
-/// The reader compares it with what was verified, so a value that is just being changed does
-/// no harm: it is either the one from before or the one from after, or matches nothing. A
-/// vector's own operations cannot be made to take part in that, hence the look at what all
-/// implementations of it begin with: pointers to its first element and behind its last.
-__attribute__((no_sanitize("thread"))) const void* FirstOf(const std::vector<ServiceInterface*>& list) {
+/// A value that is just being changed does no harm: it is either the one from before or the one
+/// from after, or is not what was asked for. A vector's own operations cannot be made to take
+/// part in that, hence the look at what all implementations of it begin with: pointers to its
+/// first element and behind its last.
+__attribute__((no_sanitize("thread"))) inline bool IsFirst(const void* known,
+                                                           const std::vector<ServiceInterface*>& list) {
     static_assert(sizeof(std::vector<ServiceInterface*>) == 3 * sizeof(void*), "first, last, end of the memory");
     using Element = const void* const;
     Element* const* const ends = reinterpret_cast<Element* const*>(&list);
     Element* const begin = __atomic_load_n(&ends[0], __ATOMIC_RELAXED);
     Element* const end = __atomic_load_n(&ends[1], __ATOMIC_RELAXED);
-    return begin != nullptr && begin != end ? __atomic_load_n(begin, __ATOMIC_RELAXED) : VerifiedInterface::Nothing();
+    return begin != end && begin != nullptr && __atomic_load_n(begin, __ATOMIC_RELAXED) == known;
 }
 
 // A search on the calling thread. A service's GetInterface, which it calls, may search in its
@@ -196,13 +196,15 @@ InterfaceProxyBase::InterfaceProxyBase(const std::string& interfaceName, const s
     m_pVerified = &m_pEntry->verified[TypeKey(type)];
 }
 
+// What was found before is handed out by a few loads; all else is a function of its own, so that
+// this one needs no stack.
 void* InterfaceProxyBase::Find(CastFn cast, std::vector<ServiceInterface*>* all) {
-    if (all == nullptr) {
-        const void* const known = m_pVerified->first.load(std::memory_order_acquire);
-        if (known == FirstOf(m_pEntry->list) && known != VerifiedInterface::Nothing()) {
-            return m_pVerified->typed.load(std::memory_order_relaxed);
-        }
-    }
+    const void* const known = m_pVerified->first.load(std::memory_order_acquire);
+    if (all != nullptr || !IsFirst(known, m_pEntry->list)) return FindWithLock(cast, all);
+    return m_pVerified->typed.load(std::memory_order_relaxed);
+}
+
+__attribute__((noinline)) void* InterfaceProxyBase::FindWithLock(CastFn cast, std::vector<ServiceInterface*>* all) {
     if (IsEmpty(*m_pEntry)) Search(cast);
     const Guard guard(g_registryMutex);
     void* const typed = Verify(cast);

@@ -30,6 +30,7 @@ protected:
     static ServiceInterface* NullInterface(const std::type_info& type);
 
 private:
+    __attribute__((visibility("hidden"))) void* FindWithLock(CastFn cast, std::vector<ServiceInterface*>* all);
     void* Verify(CastFn cast);
     void Search(CastFn cast);
     std::list<BundleObject*> BundlesToSearch() const;
