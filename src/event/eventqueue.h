@@ -72,14 +72,14 @@ private:
 
     static constexpr std::size_t kSlots = 128;
     // In `m_next`: nobody may claim an event without the lock.
-    static constexpr Position kHeld = Position(1) << 63;
+    static constexpr Position kHeld = Position{1} << 63;
 
     struct Segment {
         Position begin = 0;  // of its first slot
         Segment* next = nullptr;
         std::size_t readers = 0;
         bool isInQueue = true;
-        PostedEvent slots[kSlots];
+        PostedEvent slots[kSlots];  // NOLINT(cppcoreguidelines-pro-type-member-init): set when an event waits there
     };
 
     void Push(const PostedEvent& event);

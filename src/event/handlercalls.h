@@ -107,7 +107,7 @@ private:
         unsigned long version = 0;  // of the tables when it was made; 0: never
         int eventId = 0;
         std::size_t count = 0;
-        std::array<Slot, kFew> few;
+        std::array<Slot, kFew> few;  // NOLINT(cppcoreguidelines-pro-type-member-init): set up to `count`
         std::vector<Slot> more;
     };
 
