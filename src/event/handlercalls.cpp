@@ -53,20 +53,6 @@ void HandlerCalls::AfterForkInChild() ZO_NO_THREAD_SAFETY_ANALYSIS {
 
 // For all that follow, the mutex must be held.
 
-void HandlerCalls::List::Add(LightEventHandler* handler) {
-    if (count >= kFew) {
-        more.emplace_back(handler);
-    } else {
-        few[count].Set(handler);
-    }
-    ++count;
-}
-
-void HandlerCalls::List::Clear() {
-    count = 0;
-    more.clear();
-}
-
 void HandlerCalls::Link() {
     m_next = s_first;
     m_link = &s_first;

@@ -156,6 +156,20 @@ void HandlerCalls::Begin(int eventId, ForEach forEach) {
     Advance();
 }
 
+inline void HandlerCalls::List::Add(LightEventHandler* handler) {
+    if (count >= kFew) {
+        more.emplace_back(handler);
+    } else {
+        few[count].Set(handler);
+    }
+    ++count;
+}
+
+inline void HandlerCalls::List::Clear() {
+    count = 0;
+    more.clear();
+}
+
 inline LightEventHandler* HandlerCalls::Next() {
     Advance();
     return Current();
