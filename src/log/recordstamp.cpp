@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
-#include <cstdlib>
 
 #include <pthread.h>
 
@@ -21,10 +20,16 @@ bool IsFraction(long microseconds) {
     return microseconds >= 0 && microseconds < 1000000;
 }
 
+void WriteTwo(unsigned number, char* digits) {
+    digits[0] = static_cast<char>('0' + number / 10);
+    digits[1] = static_cast<char>('0' + number % 10);
+}
+
 void WriteFraction(long microseconds, char* digits) {
-    for (std::size_t i = kDigits; i > 0; --i, microseconds /= 10) {
-        digits[i - 1] = static_cast<char>('0' + microseconds % 10);
-    }
+    const auto number = static_cast<unsigned>(microseconds);
+    WriteTwo(number / 10000, digits);
+    WriteTwo(number / 100 % 100, digits + 2);
+    WriteTwo(number % 100, digits + 4);
 }
 
 std::string Fraction(long microseconds) {
@@ -33,14 +38,14 @@ std::string Fraction(long microseconds) {
     return fraction;
 }
 
-const char* Zone() {
-    const char* const variable = std::getenv("TZ");
-    return variable != nullptr ? variable : "/etc/localtime";
-}
-
 }  // namespace
 
-RecordThread::RecordThread() {
+const RecordThread& RecordThread::OfThisThread() {
+    static thread_local const RecordThread t_thread;
+    return t_thread;
+}
+
+RecordThread::RecordThread() : m_text() {
     constexpr std::string_view kName = "Thread ";
     const auto id = static_cast<std::uint32_t>(pthread_self());
     char* const digits = std::copy(kName.begin(), kName.end(), m_text);
@@ -49,7 +54,7 @@ RecordThread::RecordThread() {
 }
 
 void TimeStampCache::LookAtZone() {
-    if (m_bReusable && m_strZone != Zone()) m_bReusable = false;
+    if (m_bReusable && m_strZone != m_zone.Value()) m_bReusable = false;
 }
 
 const std::string& TimeStampCache::Get(const ACE_Time_Value& time) {
@@ -58,7 +63,7 @@ const std::string& TimeStampCache::Get(const ACE_Time_Value& time) {
         return m_strStamp;
     }
     m_bReusable = false;
-    m_strZone = Zone();
+    m_strZone = m_zone.Value();
     m_strStamp = GetZoneTimeStamp(time);
     m_nSecond = time.sec();
     // In ASCII the conversion of code sets has nothing to do and nothing to report.

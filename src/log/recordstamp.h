@@ -8,15 +8,21 @@
 
 #include <ace/Time_Value.h>
 
+#include "src/log/zonevariable.h"
+
 namespace NS_BUNDLEMGR1 {
 
 /// "Thread " and the calling thread's id, cut to 32 bits and signed.
 class RecordThread {
 public:
-    RecordThread();
+    /// Made once for each thread. In a forked child, its thread has the id of the parent's.
+    static const RecordThread& OfThisThread();
+
     std::string_view Text() const { return {m_text, m_nSize}; }
 
 private:
+    RecordThread();
+
     char m_text[24];
     std::size_t m_nSize;
 };
@@ -27,8 +33,8 @@ private:
 /// Thread safety: none.
 class TimeStampCache {
 public:
-    /// Looks which zone is set. To be called before a batch of records: asking for each of
-    /// them takes longer than the rest of its stamp.
+    /// Looks which zone is set. To be called before a batch of records. A program that writes
+    /// into `environ` itself is noticed in the next second.
     void LookAtZone();
 
     /// @return `GetZoneTimeStamp(time)`, valid until the next call
@@ -39,6 +45,7 @@ private:
 
     std::string m_strStamp;
     std::string m_strZone;  // the TZ that it was made under
+    ZoneVariable m_zone;
     std::time_t m_nSecond = 0;
     bool m_bReusable = false;
 };

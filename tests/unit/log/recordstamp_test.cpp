@@ -32,10 +32,11 @@ namespace {
 using test::kTheSecond;
 
 TEST(RecordStampTest, ThreadIsTheLowHalfOfItsIdAndSigned) {
-    EXPECT_EQ("Thread " + std::to_string(static_cast<int>(pthread_self() & 0xFFFFFFFFU)), RecordThread().Text());
+    EXPECT_EQ("Thread " + std::to_string(static_cast<int>(pthread_self() & 0xFFFFFFFFU)),
+              RecordThread::OfThisThread().Text());
     std::string other;
-    std::thread([&] { other = RecordThread().Text(); }).join();
-    EXPECT_NE(RecordThread().Text(), other);
+    std::thread([&] { other = RecordThread::OfThisThread().Text(); }).join();
+    EXPECT_NE(RecordThread::OfThisThread().Text(), other);
 }
 
 class TimeStampCacheTest : public testing::Test {
