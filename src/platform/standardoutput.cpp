@@ -4,10 +4,10 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
-#include <cstring>
 
 #include <stdio_ext.h>
 
+#include "src/platform/text.h"
 #include "src/platform/writesignalblock.h"
 
 namespace NS_BUNDLEMGR1 {
@@ -40,28 +40,30 @@ private:
     std::FILE* const m_stream;
 };
 
-// Whether the stream only copies the text. Its counters of <stdio_ext.h> do not tell: after
-// a setvbuf, the C library may write though there is room.
-bool StaysInBuffer([[maybe_unused]] std::FILE* stream, [[maybe_unused]] const char* text,
-                   [[maybe_unused]] std::size_t length) {
+// Takes a text that the stream merely copies. Its counters of <stdio_ext.h> do not tell which:
+// after a setvbuf, the C library may write though there is room.
+bool PutIntoBuffer([[maybe_unused]] std::FILE* stream, [[maybe_unused]] std::string_view text) {
 #ifdef __GLIBC__
     if (__freadable(stream) != 0) return false;  // what was read may take room
-    const bool byLine = __flbf(stream) != 0;
-    if (byLine && std::memchr(text, '\n', length) != nullptr) return false;
-    const char* const end = byLine ? stream->_IO_buf_end : stream->_IO_write_end;
-    return end - stream->_IO_write_ptr > static_cast<std::ptrdiff_t>(length);
+    const auto size = static_cast<std::ptrdiff_t>(text.size());
+    if (__flbf(stream) == 0) {
+        if (stream->_IO_write_end - stream->_IO_write_ptr <= size) return false;
+        stream->_IO_write_ptr = CopyText(text, stream->_IO_write_ptr);
+        return true;
+    }
+    if (text.find('\n') != std::string_view::npos || stream->_IO_buf_end - stream->_IO_write_ptr <= size) return false;
+    fwrite_unlocked(text.data(), 1, text.size(), stream);
+    return true;
 #else
     return false;
 #endif
 }
 
-void PrintText(std::FILE* stream, const char* text, std::size_t length) {
-    if (StaysInBuffer(stream, text, length)) {
-        fwrite_unlocked(text, 1, length, stream);
-        return;
-    }
+void PrintText(std::FILE* stream, std::string_view text) {
+    if (PutIntoBuffer(stream, text)) return;
+    const KeptErrno keptErrno;
     const WriteSignalBlock block;
-    fwrite_unlocked(text, 1, length, stream);
+    fwrite_unlocked(text.data(), 1, text.size(), stream);
 }
 
 void PrintFormatted(std::FILE* stream, const char* format, va_list args) {
@@ -74,7 +76,7 @@ void PrintFormatted(std::FILE* stream, const char* format, va_list args) {
     const int length = std::vsnprintf(text, sizeof text, format, args);
     const StreamLock lock(stream);
     if (length >= 0 && static_cast<std::size_t>(length) < sizeof text) {
-        PrintText(stream, text, static_cast<std::size_t>(length));
+        PrintText(stream, {text, static_cast<std::size_t>(length)});
     } else {
         const WriteSignalBlock block;
         std::vfprintf(stream, format, again);
@@ -112,9 +114,8 @@ void PrintOut(const char* format, ...) {
 }
 
 void PrintOutText(std::string_view text) {
-    const KeptErrno keptErrno;
     const StreamLock lock(stdout);
-    PrintText(stdout, text.data(), text.size());
+    PrintText(stdout, text);
 }
 
 void PrintError(const char* format, ...) {

@@ -13,7 +13,7 @@ constexpr int kSignals[] = {SIGXFSZ, SIGPIPE};
 
 }  // namespace
 
-WriteSignalBlock::WriteSignalBlock() : m_bBlocked(false) {
+WriteSignalBlock::WriteSignalBlock() : m_bBlocked(false), m_wereOpen(), m_ours() {
     sigemptyset(&m_wereOpen);
     for (const int number : kSignals) sigaddset(&m_wereOpen, number);
     m_ours = m_wereOpen;
