@@ -296,16 +296,20 @@ private:
     static void AfterForkInParent();
     static void AfterForkInChild();
 
+    void Open() ZO_EXCLUDES(m_listMutex);
+    void Close() ZO_EXCLUDES(m_listMutex);
     void End();
-    bool EnsureDirectory();
+    bool HasDirectory() const { return m_bHasDirectory.load(std::memory_order_acquire); }
+    bool MakeFile();
     void TakeEnabled(const RecordView& record);
     void TakeDisabled(const RecordView& record);
-    void Append(const RecordView& record) ZO_EXCLUDES(m_listMutex, m_fileMutex);
+    bool Append(const RecordView& record) ZO_EXCLUDES(m_listMutex, m_fileMutex);
     void WriteWaiting() ZO_EXCLUDES(m_listMutex, m_fileMutex);
     bool WriteList(const RecordBlocks& records, const RecordView* last = nullptr) ZO_EXCLUDES(m_fileMutex);
     void WriteMerged(const RecordBlocks& enabled, const RecordBlocks& disabled) ZO_EXCLUDES(m_fileMutex);
     void WriteCacheFullNotice(bool hadFile) ZO_EXCLUDES(m_fileMutex);
     void KeepForNextBatch(const RecordView& record) ZO_EXCLUDES(m_keptMutex);
+    void WriteEach(const RecordBlocks& records) ZO_REQUIRES(m_fileMutex);
     void WriteKeptRecords() ZO_REQUIRES(m_fileMutex);
     void LockAll() ZO_ACQUIRE(m_listMutex, m_fileMutex, m_keptMutex);
     void UnlockAll() ZO_RELEASE(m_listMutex, m_fileMutex, m_keptMutex);
@@ -318,6 +322,7 @@ private:
     std::unique_ptr<LogFile> m_pLogFile ZO_GUARDED_BY(m_fileMutex);  ///< Null until `m_bHasDirectory`.
     std::atomic<bool> m_bHasDirectory;
     std::atomic<bool> m_bHasKept;  ///< Changed under `m_keptMutex`.
+    bool m_bIsOpen ZO_GUARDED_BY(m_listMutex);
     const std::size_t m_nOutputCapacity;
     const std::size_t m_nFilteredCapacity;
     std::atomic<int> m_nOutputMode;

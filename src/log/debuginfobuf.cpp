@@ -16,6 +16,7 @@
 #include "src/corelog/writingscope.h"
 #include "src/log/logfile.h"
 #include "src/log/recordreader.h"
+#include "src/log/recordsource.h"
 #include "src/log/recordstamp.h"
 #include "src/log/recordview.h"
 #include "src/platform/usegate.h"
@@ -41,6 +42,9 @@ UseGate g_gate;
 // locks of the buffer.
 detail::Mutex g_lifeMutex;
 
+// What is in that place, once there has been a buffer; guarded by g_lifeMutex.
+LogProxyDebugInfoBufMgr* g_placed = nullptr;
+
 // Whether the present buffer knows its directory; read without touching the buffer.
 std::atomic<bool> g_hasDirectory{false};
 
@@ -52,6 +56,17 @@ bool Keep(const RecordView& record, RecordBlocks& records) {
     if (records.Append(record)) return true;
     LossCounter::Lost(1, record.time);
     return false;
+}
+
+// Calls `take` with a record as it goes to the file: each of its texts ends at its first NUL.
+template <class Take>
+void View(const DebugInfo& info, Take take) {
+    RecordSource source;
+    if (!source.Take(info.bundle.c_str(), info.service.c_str(), info.file.c_str())) {
+        LossCounter::Lost(1, info.time);
+        return;
+    }
+    take(RecordView{info.level, info.time, info.thread.c_str(), source.Text(), info.line, info.text.c_str()});
 }
 
 void Lose(const RecordBlocks& records) {
@@ -72,7 +87,7 @@ public:
             return;
         }
         while (m_buffer != nullptr && !m_use.emplace(g_gate, m_buffer)) m_buffer = Prepare();
-        if (m_buffer != nullptr && !m_buffer->EnsureDirectory()) m_buffer = nullptr;
+        if (m_buffer != nullptr && !m_buffer->HasDirectory() && !m_buffer->MakeFile()) m_buffer = nullptr;
     }
 
     /// @return null where there is none to be had
@@ -107,14 +122,13 @@ LogProxyDebugInfoBufMgr* LogProxyDebugInfoBufMgr::Prepare() {
 }
 
 LogProxyDebugInfoBufMgr* LogProxyDebugInfoBufMgr::Create() {
-    static LogProxyDebugInfoBufMgr* s_former = nullptr;
     try {
-        if (s_former == nullptr) {
-            s_former = new (g_place) LogProxyDebugInfoBufMgr;
+        if (g_placed == nullptr) {
+            g_placed = new (g_place) LogProxyDebugInfoBufMgr;
         } else {
-            g_gate.Open(s_former);
+            g_placed->Open();
         }
-        return s_former;
+        return g_placed;
     } catch (const std::exception&) {
         return nullptr;
     }
@@ -135,20 +149,34 @@ void LogProxyDebugInfoBufMgr::Destroy() {
 LogProxyDebugInfoBufMgr::LogProxyDebugInfoBufMgr()
     : m_bHasDirectory(false),
       m_bHasKept(false),
+      m_bIsOpen(false),
       m_nOutputCapacity(kOutputCapacity),
       m_nFilteredCapacity(kFilteredCapacity),
       m_nOutputMode(LOG_OUTPUT_IMMEDIATE) {
-    g_gate.Open(this);
+    Open();
 }
 
 LogProxyDebugInfoBufMgr::~LogProxyDebugInfoBufMgr() {
     End();
 }
 
-// Afterwards everything is as it was in the beginning. Once the gate is closed nobody else is
-// inside, and no lock is needed.
-void LogProxyDebugInfoBufMgr::End() ZO_NO_THREAD_SAFETY_ANALYSIS {
+void LogProxyDebugInfoBufMgr::Open() {
+    g_gate.Open(this);
+    const detail::Guard guard(m_listMutex);
+    m_bIsOpen = true;
+}
+
+// Those who are inside have passed the gate, or have the list lock.
+void LogProxyDebugInfoBufMgr::Close() {
     g_gate.Close(this);
+    const detail::Guard guard(m_listMutex);
+    m_bIsOpen = false;
+}
+
+// Afterwards everything is as it was in the beginning. Nobody else is inside any more, and no lock
+// is needed.
+void LogProxyDebugInfoBufMgr::End() ZO_NO_THREAD_SAFETY_ANALYSIS {
+    Close();
     g_hasDirectory.store(false, std::memory_order_release);
     m_nOutputMode.store(LOG_OUTPUT_IMMEDIATE, std::memory_order_relaxed);
     if (m_pLogFile == nullptr) return;  // nobody has used it
@@ -162,8 +190,7 @@ void LogProxyDebugInfoBufMgr::End() ZO_NO_THREAD_SAFETY_ANALYSIS {
     m_bHasDirectory.store(false, std::memory_order_release);
 }
 
-bool LogProxyDebugInfoBufMgr::EnsureDirectory() {
-    if (m_bHasDirectory.load(std::memory_order_acquire)) return true;
+bool LogProxyDebugInfoBufMgr::MakeFile() {
     const detail::Guard guard(m_fileMutex);
     if (m_pLogFile != nullptr) return true;
     try {
@@ -188,15 +215,20 @@ bool LogProxyDebugInfoBufMgr::SetOutputMode(const int& mode) {
 }
 
 void LogProxyDebugInfoBufMgr::AppendOutputInfo(const DebugInfo& info) {
-    TakeEnabled(RecordView(info));
+    View(info, [this](const RecordView& record) { TakeEnabled(record); });
 }
 
 void LogProxyDebugInfoBufMgr::AppendFiltered(const DebugInfo& info) {
-    TakeDisabled(RecordView(info));
+    View(info, [this](const RecordView& record) { TakeDisabled(record); });
 }
 
+// The one buffer's place is there for good. So a record of an enabled level need not pass the gate:
+// it finds the buffer open, or not, when it has the list lock.
 void LogProxyDebugInfoBufMgr::Take(const RecordView& record, bool isEnabled) {
-    LogProxyDebugInfoBufMgr* const buffer = Prepare();
+    LogProxyDebugInfoBufMgr* buffer = m_pInstance.load(std::memory_order_acquire);
+    const bool isPlaced = static_cast<void*>(buffer) == g_place;
+    if (isEnabled && isPlaced && !WritingScope::IsActive() && buffer->Append(record)) return;
+    buffer = Prepare();
     if (buffer == nullptr) {
         LossCounter::Lost(1, record.time);
     } else if (isEnabled) {
@@ -219,16 +251,18 @@ void LogProxyDebugInfoBufMgr::TakeEnabled(const RecordView& record) {
     }
 }
 
-void LogProxyDebugInfoBufMgr::Append(const RecordView& record) {
+// False where the buffer is not open, or does not know its directory.
+bool LogProxyDebugInfoBufMgr::Append(const RecordView& record) {
     // What has been written is freed when no lock is held any more.
     RecordBlocks batch;
     RecordBlocks filtered;
     const detail::Guard guard(m_listMutex);
+    if (!m_bIsOpen || !HasDirectory()) return false;
     // Taken out before they are written: no record is written twice, whatever happens.
     if (m_nOutputMode.load(std::memory_order_relaxed) == LOG_OUTPUT_IMMEDIATE) {
         batch.Swap(m_listOutput);
         WriteList(batch, &record);
-        return;
+        return true;
     }
     const bool isKept = Keep(record, m_listOutput);
     if (isKept && record.level == LOG_LEVEL_CRITICAL) {
@@ -239,6 +273,7 @@ void LogProxyDebugInfoBufMgr::Append(const RecordView& record) {
         batch.Swap(m_listOutput);
         WriteCacheFullNotice(WriteList(batch));
     }
+    return true;
 }
 
 void LogProxyDebugInfoBufMgr::TakeDisabled(const RecordView& record) {
@@ -279,10 +314,14 @@ bool LogProxyDebugInfoBufMgr::WriteList(const RecordBlocks& records, const Recor
         return false;
     }
     WriteKeptRecords();
-    for (RecordReader reader(records); reader; reader.Next()) m_pLogFile->WriteRecord(reader.Record());
+    if (!records.IsEmpty()) WriteEach(records);
     if (last != nullptr) m_pLogFile->WriteRecord(*last);
     m_pLogFile->Flush();
     return true;
+}
+
+void LogProxyDebugInfoBufMgr::WriteEach(const RecordBlocks& records) {
+    for (RecordReader reader(records); reader; reader.Next()) m_pLogFile->WriteRecord(reader.Record());
 }
 
 // Both lists as one stream by time; of two records of the same time the enabled one
@@ -308,13 +347,13 @@ void LogProxyDebugInfoBufMgr::WriteMerged(const RecordBlocks& enabled, const Rec
 }
 
 void LogProxyDebugInfoBufMgr::WriteCacheFullNotice(bool hadFile) {
-    const RecordThread thread;
+    RecordSource source;
+    source.Take("debug", "debug", "");
     RecordView notice;
     notice.level = LOG_LEVEL_ERROR;
     notice.time = WallClock();
-    notice.thread = thread.Text();
-    notice.bundle = "debug";
-    notice.service = "debug";
+    notice.thread = RecordThread::OfThisThread().Text();
+    notice.source = source.Text();
     notice.text = "Debug cache is full, force output excuted.";
     const detail::Guard guard(m_fileMutex);
     const WritingScope scope(*this);
@@ -342,7 +381,7 @@ void LogProxyDebugInfoBufMgr::WriteKeptRecords() {
         kept.Swap(m_listKept);
         m_bHasKept.store(false, std::memory_order_relaxed);
     }
-    for (RecordReader reader(kept); reader; reader.Next()) m_pLogFile->WriteRecord(reader.Record());
+    WriteEach(kept);
 }
 
 void LogProxyDebugInfoBufMgr::OpenNewFile() {
@@ -364,27 +403,24 @@ void LogProxyDebugInfoBufMgr::OpenNewFile() {
 
 // When the child is made, nobody is in the middle of a record, nor of making or ending a
 // buffer. The locks stay held until one of the two functions below; those of the buffer are
-// among them where there is one.
+// among them, also when it has ended: somebody may be finding that out.
 void LogProxyDebugInfoBufMgr::BeforeFork() ZO_NO_THREAD_SAFETY_ANALYSIS {
     g_lifeMutex.acquire();
-    LogProxyDebugInfoBufMgr* const instance = m_pInstance.load(std::memory_order_acquire);
-    if (instance != nullptr) instance->LockAll();
+    if (g_placed != nullptr) g_placed->LockAll();
     g_gate.BeforeFork();
 }
 
 void LogProxyDebugInfoBufMgr::AfterForkInParent() ZO_NO_THREAD_SAFETY_ANALYSIS {
     g_gate.AfterForkInParent();
-    LogProxyDebugInfoBufMgr* const instance = m_pInstance.load(std::memory_order_acquire);
-    if (instance != nullptr) instance->UnlockAll();
+    if (g_placed != nullptr) g_placed->UnlockAll();
     g_lifeMutex.release();
 }
 
 void LogProxyDebugInfoBufMgr::AfterForkInChild() ZO_NO_THREAD_SAFETY_ANALYSIS {
     g_gate.AfterForkInChild();
-    LogProxyDebugInfoBufMgr* const instance = m_pInstance.load(std::memory_order_acquire);
-    if (instance != nullptr) {
-        instance->LeaveToParent();
-        instance->UnlockAll();
+    if (g_placed != nullptr) {
+        g_placed->LeaveToParent();
+        g_placed->UnlockAll();
     }
     LossCounter::Reset();
     g_lifeMutex.release();

@@ -4,8 +4,6 @@
 #include <cstdint>
 #include <string>
 
-#include <bundlemgr/log.h>
-
 #include "src/log/recordstamp.h"
 #include "src/log/recordstream.h"
 #include "src/log/recordview.h"
@@ -51,7 +49,6 @@ public:
     /// Writes one record, or only counts it when no file is open. One that cannot be
     /// written is lost (see `LossCounter`); throws nothing.
     void WriteRecord(const RecordView& record);
-    void WriteRecord(const DebugInfo& info) { WriteRecord(RecordView(info)); }
 
     /// Brings what was written to the disk. Where that fails, what did not get there
     /// is given up and the file is closed; the next `EnsureOpen` starts another.

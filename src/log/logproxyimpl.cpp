@@ -4,11 +4,11 @@
 #include <exception>
 
 #include "src/corelog/losscounter.h"
-#include "src/log/recordnames.h"
+#include "src/log/recordsource.h"
 #include "src/log/recordstamp.h"
 #include "src/log/recordview.h"
-#include "src/platform/bounded.h"
 #include "src/platform/standardoutput.h"
+#include "src/platform/textformat.h"
 #include "src/platform/wallclock.h"
 
 namespace NS_BUNDLEMGR1 {
@@ -57,14 +57,13 @@ void LogProxyImpl::Write(int level, const char* text) {
 
 // Without a position, the record has that of the proxy.
 void LogProxyImpl::WriteAt(const Position* position, int level, std::string_view text) {
-    const RecordThread thread;
     RecordView record;
     record.level = IsValidLevel(level) ? level : LOG_LEVEL_INFO;
     record.time = WallClock();
-    record.thread = thread.Text();
+    record.thread = RecordThread::OfThisThread().Text();
     record.text = text;
-    RecordNames names;
-    const bool isMade = TakeNames(position, names, record);
+    RecordSource source;
+    const bool isMade = TakeSource(position, source, record);
     if (m_bEcho) PrintOutText(text);
     if (isMade) {
         LogProxyDebugInfoBufMgr::Take(record, IsLevelEnabled(record.level));
@@ -73,14 +72,12 @@ void LogProxyImpl::WriteAt(const Position* position, int level, std::string_view
     }
 }
 
-// False where there is no memory for them.
-bool LogProxyImpl::TakeNames(const Position* position, RecordNames& names, RecordView& record) {
+// False where there is no memory for it.
+bool LogProxyImpl::TakeSource(const Position* position, RecordSource& source, RecordView& record) {
     const detail::Guard guard(m_positionMutex);
-    const std::string_view file = position != nullptr ? std::string_view() : m_strFileName;
-    if (!names.Take(m_strBundleName, m_strServiceName, file)) return false;
-    record.bundle = names.Bundle();
-    record.service = names.Service();
-    record.file = position != nullptr ? position->file : names.File();
+    const std::string_view file = position != nullptr ? std::string_view(position->file) : m_strFileName;
+    if (!source.Take(m_strBundleName, m_strServiceName, file)) return false;
+    record.source = source.Text();
     record.line = position != nullptr ? position->line : m_nLine;
     return true;
 }
@@ -119,7 +116,7 @@ void LogProxyImpl::VPrintfAt(const char* file, unsigned long line, int level, co
 // A format that fails still yields its record, with whatever the buffer holds.
 bool LogProxyImpl::Format(char* buffer, const char* format, va_list args) {
     buffer[0] = '\0';
-    return vsnprintf_s(buffer, kFormatBufferSize, kFormatBufferSize - 1, format, args) >= 0;
+    return FormatText(buffer, kFormatBufferSize, format, args) >= 0;
 }
 
 bool LogProxyImpl::IsLevelEnabled(int level) {

@@ -14,7 +14,7 @@
 
 namespace NS_BUNDLEMGR1 {
 
-class RecordNames;
+class RecordSource;
 struct RecordView;
 
 /// Turns each call into a record and hands it to the process-wide
@@ -60,7 +60,7 @@ private:
     };
 
     void WriteAt(const Position* position, int level, std::string_view text);
-    bool TakeNames(const Position* position, RecordNames& names, RecordView& record);
+    bool TakeSource(const Position* position, RecordSource& source, RecordView& record);
     void Replace(std::string& text, const char* newText);
     static bool Format(char* buffer, const char* format, va_list args) __attribute__((format(printf, 2, 0)));
 

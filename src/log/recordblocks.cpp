@@ -9,6 +9,7 @@
 
 #include "src/log/recordreader.h"
 #include "src/log/recordview.h"
+#include "src/platform/text.h"
 
 namespace NS_BUNDLEMGR1 {
 
@@ -24,14 +25,12 @@ constexpr std::size_t kMaxText = UINT32_MAX / 8;
 constexpr std::size_t kAlignment = alignof(std::uint64_t);
 constexpr std::uint32_t kNoNames = UINT32_MAX;
 
-// Before the names themselves: how long each is.
+// Before thread and source: how long each is.
 struct Names {
     std::uint32_t thread;
-    std::uint32_t bundle;
-    std::uint32_t service;
-    std::uint32_t file;
+    std::uint32_t source;
 
-    std::size_t Bytes() const { return sizeof(Names) + std::size_t{thread} + bundle + service + file; }
+    std::size_t Bytes() const { return sizeof(Names) + std::size_t{thread} + source; }
 };
 
 // Before the text of a record.
@@ -55,39 +54,27 @@ std::size_t Aligned(std::size_t bytes) {
     return (bytes + kAlignment - 1) / kAlignment * kAlignment;
 }
 
-char* Put(char* at, std::string_view text) {
-    std::memcpy(at, text.data(), text.size());
-    return at + text.size();
-}
-
-bool Matches(const char*& at, std::string_view text) {
-    if (std::memcmp(at, text.data(), text.size()) != 0) return false;
-    at += text.size();
-    return true;
-}
-
 std::string_view Take(const char*& at, std::size_t size) {
     return {std::exchange(at, at + size), size};
 }
 
 Names NamesOf(const RecordView& record) {
-    return {static_cast<std::uint32_t>(record.thread.size()), static_cast<std::uint32_t>(record.bundle.size()),
-            static_cast<std::uint32_t>(record.service.size()), static_cast<std::uint32_t>(record.file.size())};
+    return {static_cast<std::uint32_t>(record.thread.size()), static_cast<std::uint32_t>(record.source.size())};
 }
 
 bool AreThere(const char* at, const Names& names, const RecordView& record) {
-    return Matches(at, {reinterpret_cast<const char*>(&names), sizeof names}) && Matches(at, record.thread) &&
-           Matches(at, record.bundle) && Matches(at, record.service) && Matches(at, record.file);
+    return std::memcmp(at, &names, sizeof names) == 0 &&
+           std::memcmp(at + sizeof names, record.thread.data(), names.thread) == 0 &&
+           std::memcmp(at + sizeof names + names.thread, record.source.data(), names.source) == 0;
 }
 
 void PutNames(char* at, const Names& names, const RecordView& record) {
     std::memcpy(at, &names, sizeof names);
-    Put(Put(Put(Put(at + sizeof names, record.thread), record.bundle), record.service), record.file);
+    CopyText(record.source, CopyText(record.thread, at + sizeof names));
 }
 
 bool IsTooLong(const RecordView& record) {
-    return std::max({record.thread.size(), record.bundle.size(), record.service.size(), record.file.size(),
-                     record.text.size()}) > kMaxText;
+    return std::max({record.thread.size(), record.source.size(), record.text.size()}) > kMaxText;
 }
 
 }  // namespace
@@ -135,7 +122,7 @@ bool RecordBlocks::Append(const RecordView& record) {
                                            m_last->names,
                                            record.level,
                                            static_cast<std::uint32_t>(needed)};
-    Put(at + sizeof(Head), record.text);
+    CopyText(record.text, at + sizeof(Head));
     m_last->end += head->next;
     ++m_nRecords;
     return true;
@@ -194,7 +181,7 @@ void RecordReader::Next() {
 void RecordReader::Read() {
     const char* at = m_block->Data() + m_nAt;
     const Head& head = HeadAt(at);
-    Names sizes;
+    Names sizes{};
     const char* names = m_block->Data() + head.names;
     std::memcpy(&sizes, names, sizeof sizes);
     at += sizeof head;
@@ -205,9 +192,7 @@ void RecordReader::Read() {
     m_record.line = head.line;
     m_record.text = Take(at, head.text);
     m_record.thread = Take(names, sizes.thread);
-    m_record.bundle = Take(names, sizes.bundle);
-    m_record.service = Take(names, sizes.service);
-    m_record.file = Take(names, sizes.file);
+    m_record.source = Take(names, sizes.source);
     m_nSize = head.next;
 }
 

@@ -4,15 +4,15 @@
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <limits>
 #include <string_view>
 
 #include "src/log/recordview.h"
+#include "src/platform/text.h"
 
 namespace NS_BUNDLEMGR1 {
 
-/// One record as a row of pieces: its number, time stamp, thread, level and names, position
+/// One record as a row of pieces: its number, time stamp, thread, level and source, line
 /// and text, and its number once more. Refers to the texts of the record and the stamp.
 class RecordFormatter {
 public:
@@ -31,11 +31,7 @@ public:
         take(", Level = ");
         take(m_level.Text());
         take(", Bundle = ");
-        take(m_record.bundle);
-        take(", Service = ");
-        take(m_record.service);
-        take(" \nfilename = ");
-        take(m_record.file);
+        take(m_record.source);
         take(", lineno = ");
         take(m_line.Text());
         take("\n");
@@ -54,16 +50,14 @@ public:
 
     /// @param out has room for `Size()` bytes
     void CopyTo(char* out) const {
-        ForEachPiece([&out](std::string_view piece) {
-            std::memcpy(out, piece.data(), piece.size());
-            out += piece.size();
-        });
+        ForEachPiece([&out](std::string_view piece) { out = CopyText(piece, out); });
     }
 
 private:
     template <class Number>
     class Decimal {
     public:
+        // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): the digits are what is written
         explicit Decimal(Number number) : m_size(std::to_chars(m_digits, m_digits + kSize, number).ptr - m_digits) {}
         std::string_view Text() const { return {m_digits, static_cast<std::size_t>(m_size)}; }
 

@@ -1,53 +1,47 @@
-// The names of a record, out of reach of those who change them.
+// What a record says of its source.
 #pragma once
 
 #include <cstddef>
-#include <cstring>
 #include <memory>
 #include <new>
 #include <string_view>
 
+#include "src/platform/text.h"
+
 namespace NS_BUNDLEMGR1 {
 
-/// Copies of three names, which take no memory from elsewhere as long as they are short.
-class RecordNames {
+/// Bundle, service and file of a record in one text, as they stand in the log file. A copy, out of
+/// reach of those who change the names, that takes no memory from elsewhere while they are short.
+class RecordSource {
 public:
     // What it holds before `Take` is nobody's concern, and clearing it would take its time.
-    RecordNames() {}  // NOLINT(modernize-use-equals-default,cppcoreguidelines-pro-type-member-init)
-    RecordNames(const RecordNames&) = delete;
-    RecordNames& operator=(const RecordNames&) = delete;
+    RecordSource() {}  // NOLINT(modernize-use-equals-default,cppcoreguidelines-pro-type-member-init)
+    RecordSource(const RecordSource&) = delete;
+    RecordSource& operator=(const RecordSource&) = delete;
 
     /// @return false where there is no memory for them
     bool Take(std::string_view bundle, std::string_view service, std::string_view file) {
-        const std::size_t size = bundle.size() + service.size() + file.size();
+        const std::size_t size = bundle.size() + kService.size() + service.size() + kFile.size() + file.size();
         char* at = m_place;
         if (size > sizeof m_place) {
             m_large.reset(new (std::nothrow) char[size]);
             if (m_large == nullptr) return false;
             at = m_large.get();
         }
-        m_bundle = Put(at, bundle);
-        m_service = Put(at, service);
-        m_file = Put(at, file);
+        m_text = {at, size};
+        CopyText(file, CopyText(kFile, CopyText(service, CopyText(kService, CopyText(bundle, at)))));
         return true;
     }
 
-    std::string_view Bundle() const { return m_bundle; }
-    std::string_view Service() const { return m_service; }
-    std::string_view File() const { return m_file; }
+    std::string_view Text() const { return m_text; }
 
 private:
-    static std::string_view Put(char*& at, std::string_view name) {
-        std::memcpy(at, name.data(), name.size());
-        at += name.size();
-        return {at - name.size(), name.size()};
-    }
+    static constexpr std::string_view kService = ", Service = ";
+    static constexpr std::string_view kFile = " \nfilename = ";
 
     char m_place[512];
     std::unique_ptr<char[]> m_large;
-    std::string_view m_bundle;
-    std::string_view m_service;
-    std::string_view m_file;
+    std::string_view m_text;
 };
 
 }  // namespace NS_BUNDLEMGR1

@@ -6,7 +6,6 @@
 #include <optional>
 #include <utility>
 
-#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -24,23 +23,28 @@ constexpr std::size_t kBufferSize = 256 * 1024;
 // What waits is written then, so that noting where records end needs no more memory.
 constexpr std::size_t kMaxUnflushed = 2048;  // records
 
-// A thread that is cancelled in the middle of a write leaves no half-known file behind.
-class CancellationOff {
+// Something that is done when the thread is cancelled in a write, which unwinds its stack.
+template <class Action>
+class OnCancellation {
 public:
-    CancellationOff() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_wasOn); }
-    ~CancellationOff() { pthread_setcancelstate(m_wasOn, nullptr); }
-    CancellationOff(const CancellationOff&) = delete;
-    CancellationOff& operator=(const CancellationOff&) = delete;
+    explicit OnCancellation(Action action) : m_action(action) {}
+    ~OnCancellation() {
+        if (!m_isDismissed) m_action();
+    }
+    OnCancellation(const OnCancellation&) = delete;
+    OnCancellation& operator=(const OnCancellation&) = delete;
+
+    void Dismiss() { m_isDismissed = true; }
 
 private:
-    int m_wasOn = PTHREAD_CANCEL_ENABLE;
+    const Action m_action;
+    bool m_isDismissed = false;
 };
 
 // A signal may interrupt it. A limit on the size of files takes a part of what crosses it and
 // raises its signal for the next write; so one that has just been set is noticed in time.
 std::size_t WriteAll(int handle, const char* data, std::size_t size) {
     if (size == 0) return 0;
-    const CancellationOff noCancellation;
     std::optional<WriteSignalBlock> signalBlock;
     if (FileSizeLimit::IsSet()) signalBlock.emplace();
     std::size_t written = 0;
@@ -95,8 +99,10 @@ bool RecordStream::Write(const RecordFormatter& record, const ACE_Time_Value& ti
 
 // Of a record that is larger than the buffer.
 bool RecordStream::PutAll(const RecordFormatter& record) {
+    OnCancellation dropped([this] { GiveUpUnwritten(); });
     bool isPut = true;
     record.ForEachPiece([this, &isPut](std::string_view piece) { isPut = isPut && Put(piece); });
+    dropped.Dismiss();
     return isPut;
 }
 
@@ -112,8 +118,19 @@ bool RecordStream::Put(std::string_view piece) {
 }
 
 bool RecordStream::WriteWaiting() {
-    const std::size_t waiting = std::exchange(m_nWaiting, 0);
-    return WriteAll(m_nHandle, m_buffer.get(), waiting) == waiting;
+    OnCancellation kept([this] { KeepRest(); });
+    const bool isWritten = WriteAll(m_nHandle, m_buffer.get(), m_nWaiting) == m_nWaiting;
+    kept.Dismiss();
+    m_nWaiting = 0;
+    return isWritten;
+}
+
+// What the file has not got waits for the next flush.
+void RecordStream::KeepRest() {
+    const std::uint64_t onDisk = SizeOf(m_nHandle, m_nFlushed);
+    const std::size_t written = std::min(m_nWaiting, static_cast<std::size_t>(onDisk - std::min(onDisk, m_nFlushed)));
+    m_nWaiting -= written;
+    std::memmove(m_buffer.get(), m_buffer.get() + written, m_nWaiting);
 }
 
 bool RecordStream::Flush() {

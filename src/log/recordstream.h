@@ -58,6 +58,7 @@ private:
     bool PutAll(const RecordFormatter& record);
     bool Put(std::string_view piece);
     bool WriteWaiting();
+    void KeepRest();
     void GiveUpUnwritten();
 
     // After a failed write the file is cut back to one of these ends, or to what an earlier

@@ -12,7 +12,7 @@ namespace NS_BUNDLEMGR1 {
 struct RecordView;
 
 /// Records in the order in which they came, packed into blocks of memory. Of records in a row
-/// that have thread and names in common, each block holds these once.
+/// that have thread and source in common, each block holds these once.
 ///
 /// Thread safety: none; its owner serialises the calls.
 class RecordBlocks {
@@ -22,7 +22,8 @@ public:
     RecordBlocks(const RecordBlocks&) = delete;
     RecordBlocks& operator=(const RecordBlocks&) = delete;
 
-    /// Copies a record to the end. @return false where there is no memory for it
+    /// Copies a record to the end.
+    /// @return false where there is no memory for it, and for one with half a gigabyte of text
     bool Append(const RecordView& record);
 
     /// Takes the oldest record away; there must be one.

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include "logbuffertest.h"
+#include "recordof.h"
 #include "src/corelog/corelog.h"
 #include "src/log/logfile.h"
 #include "support/capture.h"
@@ -118,13 +119,13 @@ TEST_F(LogMemoryTest, TheNextFileIsOpenedWhenMemoryIsShortForAMoment) {
         const test::TempDir dir;
         test::Clock::Set(test::kTheSecond, 42);
         LogFile file(dir.Path(), "pnbi", 1, 100);  // one record each
-        const DebugInfo info = MakeInfo(1, kLong);
+        const test::RecordOf record(MakeInfo(1, kLong));
         {
             const MemoryFault fault(n);
             for (long i = 1; i <= static_cast<long>(kFiles); ++i) {
                 file.EnsureOpen();
                 test::Clock::Set(test::kTheSecond + i, 42);
-                file.WriteRecord(info);
+                file.WriteRecord(record);
             }
             file.Close();
         }

@@ -14,6 +14,7 @@
 #include <gmock/gmock.h>
 
 #include "logbuffertest.h"
+#include "recordof.h"
 #include "src/log/logfile.h"
 #include "support/wait.h"
 
@@ -490,12 +491,12 @@ TEST_F(BadFileTest, AFileThatTurnsEmptyIsRemoved) {
 TEST_F(BadFileTest, ARotationThatFailsKeepsTheOldRecords) {
     LogFile file(LogDir(), "pnbi", 2 * Bytes(1, "1").size() + 10, 100);
     file.EnsureOpen();
-    file.WriteRecord(MakeInfo(1, "1"));
+    file.WriteRecord(test::RecordOf(MakeInfo(1, "1")));
     file.Flush();
     Replace("/dev/full", O_WRONLY);
-    file.WriteRecord(MakeInfo(1, "2"));
-    file.WriteRecord(MakeInfo(1, "3"));  // full, and closed
-    file.WriteRecord(MakeInfo(1, "4"));
+    file.WriteRecord(test::RecordOf(MakeInfo(1, "2")));
+    file.WriteRecord(test::RecordOf(MakeInfo(1, "3")));  // full, and closed
+    file.WriteRecord(test::RecordOf(MakeInfo(1, "4")));
     file.Flush();
     EXPECT_EQ(Bytes(1, "1") + Bytes(4, "4"), FirstFile());
 }

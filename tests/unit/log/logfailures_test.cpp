@@ -20,6 +20,7 @@
 #include <ace/Static_Object_Lock.h>
 
 #include "logbuffertest.h"
+#include "recordof.h"
 #include "src/corelog/corelog.h"
 #include "src/log/logfile.h"
 #include "src/log/logproxyimpl.h"
@@ -220,15 +221,15 @@ TEST_F(LogFailuresTest, ALargeRecordThatFailsSwitchesFilesAtOnce) {
         };
         test::Clock::Set(test::kTheSecond, 42);
         file.EnsureOpen();
-        file.WriteRecord(MakeInfo(1, "1"));
+        file.WriteRecord(test::RecordOf(MakeInfo(1, "1")));
         file.Flush();
         NextSecond();
         g_writeResult = result;
         g_write.next = 1;
-        file.WriteRecord(MakeInfo(1, kLarge));
+        file.WriteRecord(test::RecordOf(MakeInfo(1, kLarge)));
         EXPECT_EQ("", ReadFile(path(test::kTheNextFileTime)));
         EXPECT_TRUE(std::filesystem::exists(path(test::kTheNextFileTime)));
-        file.WriteRecord(MakeInfo(1, "3"));  // the failed one is not tried again
+        file.WriteRecord(test::RecordOf(MakeInfo(1, "3")));  // the failed one is not tried again
         file.Flush();
         EXPECT_EQ(Bytes(1, "1"), ReadFile(path(test::kTheFileTime)));
         EXPECT_EQ(Bytes(3, "3"), ReadFile(path(test::kTheNextFileTime)));
@@ -372,8 +373,8 @@ TEST_F(LogLossTest, CountsWhatFindsNoFileAfterARotation) {
     LogFile file(m_dir.Path(), "pnbi", 1, 100);
     file.EnsureOpen();
     g_open.next = 1;
-    file.WriteRecord(MakeInfo(1, "1"));
-    file.WriteRecord(MakeInfo(1, "2"));
+    file.WriteRecord(test::RecordOf(MakeInfo(1, "1")));
+    file.WriteRecord(test::RecordOf(MakeInfo(1, "2")));
     EXPECT_EQ(1U, Lost());
 }
 
@@ -437,15 +438,15 @@ TEST_F(LogFailuresTest, ARotationWithoutNextFileCountsTheRestOfTheBatch) {
         m_dir / ("pnbi_sys_" + std::string(test::kTheNextFileTime) + "_" + std::to_string(getpid()) + ".log");
     file.EnsureOpen();
     g_open.next = 1;
-    file.WriteRecord(MakeInfo(1, "1"));
-    file.WriteRecord(MakeInfo(1, "2"));  // finds no file
+    file.WriteRecord(test::RecordOf(MakeInfo(1, "1")));
+    file.WriteRecord(test::RecordOf(MakeInfo(1, "2")));  // finds no file
     file.Flush();
     NextSecond();
     EXPECT_TRUE(file.EnsureOpen());
     EXPECT_EQ(Bytes(1, "1"), ReadFile(m_dir / ("pnbi_sys_" + std::string(test::kTheFileTime) + "_" +
                                                std::to_string(getpid()) + ".log")));
     test::Clock::Set(test::kTheSecond + 2, 42);
-    file.WriteRecord(MakeInfo(1, "3"));
+    file.WriteRecord(test::RecordOf(MakeInfo(1, "3")));
     file.Close();
     EXPECT_EQ(Bytes(3, "3"), ReadFile(path));
 }

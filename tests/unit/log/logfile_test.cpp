@@ -12,6 +12,7 @@
 #include <gmock/gmock.h>
 
 #include "logtest.h"
+#include "recordof.h"
 #include "support/badoutput.h"
 #include "support/elsewhere.h"
 #include "support/forkedchild.h"
@@ -123,7 +124,7 @@ TEST_F(LogFileTest, KeepsItsFileWhileItIsOpen) {
     EXPECT_TRUE(file.EnsureOpen());
     test::Clock::Set(test::kTheSecond + 1);
     EXPECT_TRUE(file.EnsureOpen());
-    file.WriteRecord(MakeInfo(3, "a"));
+    file.WriteRecord(test::RecordOf(MakeInfo(3, "a")));
     file.Flush();
     EXPECT_THAT(FilesIn(m_dir.Path()), ElementsAre(m_first));
 }
@@ -146,7 +147,7 @@ TEST_F(LogFileTest, TruncatesAFileOfItsName) {
     m_dir.Write(NameAt("20240131_235959"), "old content");
     LogFile file = MakeFile(kNoLimit);
     file.EnsureOpen();
-    file.WriteRecord(MakeInfo(3, "a"));
+    file.WriteRecord(test::RecordOf(MakeInfo(3, "a")));
     file.Flush();
     EXPECT_EQ(Bytes(1, "a"), ReadFile(m_first));
 }
@@ -170,7 +171,7 @@ TEST_F(LogFileTest, CreatesThreeMissingLevels) {
     LogFile file(m_dir / "Develop/nbi/Agent_CORBA", "pnbi", kNoLimit, kMaxFiles);
     EXPECT_FALSE(std::filesystem::exists(m_dir / "Develop"));
     EXPECT_TRUE(file.EnsureOpen());
-    file.WriteRecord(MakeInfo(3, "the very first"));
+    file.WriteRecord(test::RecordOf(MakeInfo(3, "the very first")));
     file.Flush();
     EXPECT_EQ(Bytes(1, "the very first"), ReadFile(m_dir / "Develop/nbi/Agent_CORBA/" + NameAt("20240131_235959")));
 }
@@ -189,7 +190,7 @@ TEST_F(LogFileTest, CreatesTheDirectoryAgainWhenItIsGone) {
     EXPECT_TRUE(file.EnsureOpen());
     std::filesystem::remove_all(m_dir / "a");
     file.OpenNewFile();
-    file.WriteRecord(MakeInfo(3, "t"));
+    file.WriteRecord(test::RecordOf(MakeInfo(3, "t")));
     file.Flush();
     EXPECT_EQ(Bytes(1, "t"), ReadFile(m_dir / "a/b/c/" + NameAt("20240131_235959")));
 }
@@ -264,9 +265,9 @@ TEST_F(LogFileTest, DoesNotTakeThePlaceOfStandardStreamsThatAreClosed) {
     close(STDERR_FILENO);
     {
         LogFile file(m_dir.Path(), "pnbi", kNoLimit, kMaxFiles);
-        file.WriteRecord(MakeInfo(3, "lost"));
+        file.WriteRecord(test::RecordOf(MakeInfo(3, "lost")));
         file.EnsureOpen();
-        file.WriteRecord(MakeInfo(3, "kept"));
+        file.WriteRecord(test::RecordOf(MakeInfo(3, "kept")));
         EXPECT_EQ(-1, write(STDOUT_FILENO, "x", 1));
         EXPECT_EQ(-1, write(STDERR_FILENO, "x", 1));
     }
@@ -299,7 +300,7 @@ TEST_F(LogFileTest, TakesRelativeDirectories) {
     for (const std::string directory : {"one", "one2/two", "./one3/two/three", "a//b/", "."}) {
         LogFile file(directory, "pnbi", kNoLimit, kMaxFiles);
         EXPECT_TRUE(file.EnsureOpen()) << directory;
-        file.WriteRecord(MakeInfo(3, directory));
+        file.WriteRecord(test::RecordOf(MakeInfo(3, directory)));
         file.Close();
         EXPECT_EQ(Bytes(1, directory), ReadFile(m_dir / directory + "/" + NameAt("20240131_235959")));
     }
@@ -309,7 +310,7 @@ TEST_F(LogFileTest, TakesDoubledSeparators) {
     for (const std::string directory : {"//Develop/nbi/Agent_CORBA", "//x//y//z//", "///p"}) {
         LogFile file(m_dir.Path() + directory, "pnbi", kNoLimit, kMaxFiles);
         EXPECT_TRUE(file.EnsureOpen()) << directory;
-        file.WriteRecord(MakeInfo(3, directory));
+        file.WriteRecord(test::RecordOf(MakeInfo(3, directory)));
         file.Close();
         EXPECT_EQ(Bytes(1, directory), ReadFile(m_dir.Path() + directory + "/" + NameAt("20240131_235959")));
     }
@@ -329,7 +330,7 @@ TEST_F(LogFileTest, SurvivesDirectoriesThatCannotBe) {
                                          m_dir.Path() + "/a\nb\\c/d"}) {
         LogFile file(directory, "no/such", kNoLimit, kMaxFiles);
         EXPECT_FALSE(file.EnsureOpen()) << directory;
-        file.WriteRecord(MakeInfo(3, "lost"));
+        file.WriteRecord(test::RecordOf(MakeInfo(3, "lost")));
         file.Flush();
         file.Close();
     }
@@ -443,8 +444,8 @@ TEST_F(LogFileTest, WritesRecords) {
 
     LogFile file = MakeFile(kNoLimit);
     file.EnsureOpen();
-    file.WriteRecord(info);
-    file.WriteRecord(DebugInfo());
+    file.WriteRecord(test::RecordOf(info));
+    file.WriteRecord(test::RecordOf(DebugInfo()));
     file.Flush();
     EXPECT_EQ(
         "<1>\n"
@@ -479,7 +480,7 @@ TEST_F(LogFileTest, StampsEachRecordWithItsOwnTime) {
     for (const auto& [time, stamp] : stamps) {
         DebugInfo info = MakeInfo(3, "t");
         info.time = time;
-        file.WriteRecord(info);
+        file.WriteRecord(test::RecordOf(info));
         LogRecord record;
         record.sequence = ++sequence;
         record.stamp = stamp;
@@ -493,10 +494,10 @@ TEST_F(LogFileTest, StampsEachRecordWithItsOwnTime) {
 TEST_F(LogFileTest, FollowsAChangeOfTheZone) {
     LogFile file = MakeFile(kNoLimit);
     file.EnsureOpen();
-    file.WriteRecord(MakeInfo(3, "a"));
+    file.WriteRecord(test::RecordOf(MakeInfo(3, "a")));
     const test::ScopedZone zone("CST-8");
     file.EnsureOpen();  // the next batch
-    file.WriteRecord(MakeInfo(3, "b"));
+    file.WriteRecord(test::RecordOf(MakeInfo(3, "b")));
     file.Flush();
     LogRecord second;
     second.sequence = 2;
@@ -507,11 +508,11 @@ TEST_F(LogFileTest, FollowsAChangeOfTheZone) {
 
 TEST_F(LogFileTest, NumbersRecordsThatFoundNoFile) {
     LogFile file = MakeFile(kNoLimit);
-    file.WriteRecord(MakeInfo(3, "lost"));
-    file.WriteRecord(MakeInfo(3, "lost as well"));
+    file.WriteRecord(test::RecordOf(MakeInfo(3, "lost")));
+    file.WriteRecord(test::RecordOf(MakeInfo(3, "lost as well")));
     file.EnsureOpen();
     EXPECT_EQ("", ReadFile(m_first));
-    file.WriteRecord(MakeInfo(3, "kept"));
+    file.WriteRecord(test::RecordOf(MakeInfo(3, "kept")));
     file.Flush();
     EXPECT_EQ(Bytes(3, "kept"), ReadFile(m_first));
 }
@@ -519,10 +520,10 @@ TEST_F(LogFileTest, NumbersRecordsThatFoundNoFile) {
 TEST_F(LogFileTest, NumbersRecordsAcrossFiles) {
     LogFile file = MakeFile(kNoLimit);
     file.EnsureOpen();
-    file.WriteRecord(MakeInfo(3, "a"));
+    file.WriteRecord(test::RecordOf(MakeInfo(3, "a")));
     test::Clock::Set(test::kTheSecond + 1);
     file.OpenNewFile();
-    file.WriteRecord(MakeInfo(3, "b"));
+    file.WriteRecord(test::RecordOf(MakeInfo(3, "b")));
     file.Close();
     EXPECT_EQ(Bytes(1, "a"), ReadFile(m_first));
     EXPECT_EQ(Bytes(2, "b"), ReadFile(m_second));
@@ -531,7 +532,7 @@ TEST_F(LogFileTest, NumbersRecordsAcrossFiles) {
 TEST_F(LogFileTest, BringsRecordsToTheDiskWithFlush) {
     LogFile file = MakeFile(kNoLimit);
     file.EnsureOpen();
-    file.WriteRecord(MakeInfo(3, "a"));
+    file.WriteRecord(test::RecordOf(MakeInfo(3, "a")));
     EXPECT_EQ("", ReadFile(m_first));
     file.Flush();
     EXPECT_EQ(Bytes(1, "a"), ReadFile(m_first));
@@ -541,7 +542,8 @@ TEST_F(LogFileTest, WritesRecordsLargerThanAnyBuffer) {
     const std::string large(1000000, 'x');
     LogFile file = MakeFile(kNoLimit);
     file.EnsureOpen();
-    for (const std::string& text : {std::string("a"), large, std::string("b")}) file.WriteRecord(MakeInfo(3, text));
+    for (const std::string& text : {std::string("a"), large, std::string("b")})
+        file.WriteRecord(test::RecordOf(MakeInfo(3, text)));
     file.Flush();
     EXPECT_EQ(Bytes(1, "a") + Bytes(2, large) + Bytes(3, "b"), ReadFile(m_first));
 }
@@ -551,13 +553,13 @@ TEST_F(LogFileTest, WritesRecordsLargerThanAnyBuffer) {
 TEST_F(LogFileTest, RotatesAtTheLimit) {
     LogFile file = MakeFile(Bytes(1, "a").size() + Bytes(2, "b").size());
     file.EnsureOpen();
-    file.WriteRecord(MakeInfo(3, "a"));
+    file.WriteRecord(test::RecordOf(MakeInfo(3, "a")));
     EXPECT_THAT(FilesIn(m_dir.Path()), ElementsAre(m_first));
     test::Clock::Set(test::kTheSecond + 1);
-    file.WriteRecord(MakeInfo(3, "b"));
+    file.WriteRecord(test::RecordOf(MakeInfo(3, "b")));
     EXPECT_THAT(FilesIn(m_dir.Path()), ElementsAre(m_first, m_second));
     EXPECT_EQ(Bytes(1, "a") + Bytes(2, "b"), ReadFile(m_first));
-    file.WriteRecord(MakeInfo(3, "c"));
+    file.WriteRecord(test::RecordOf(MakeInfo(3, "c")));
     file.Flush();
     EXPECT_EQ(Bytes(3, "c"), ReadFile(m_second));
 }
@@ -565,10 +567,10 @@ TEST_F(LogFileTest, RotatesAtTheLimit) {
 TEST_F(LogFileTest, DoesNotRotateOneByteBelowTheLimit) {
     LogFile file = MakeFile(Bytes(1, "a").size() + 1);
     file.EnsureOpen();
-    file.WriteRecord(MakeInfo(3, "a"));
+    file.WriteRecord(test::RecordOf(MakeInfo(3, "a")));
     test::Clock::Set(test::kTheSecond + 1);
     EXPECT_THAT(FilesIn(m_dir.Path()), ElementsAre(m_first));
-    file.WriteRecord(MakeInfo(3, "exceeds"));
+    file.WriteRecord(test::RecordOf(MakeInfo(3, "exceeds")));
     EXPECT_THAT(FilesIn(m_dir.Path()), ElementsAre(m_first, m_second));
     EXPECT_EQ(Bytes(1, "a") + Bytes(2, "exceeds"), ReadFile(m_first));
     file.Close();
@@ -579,11 +581,11 @@ TEST_F(LogFileTest, CountsTheBytesOfEachFileAnew) {
     const std::uint64_t limit = Bytes(1, "a").size() + 1;
     LogFile file = MakeFile(limit);
     file.EnsureOpen();
-    file.WriteRecord(MakeInfo(3, "a"));
-    file.WriteRecord(MakeInfo(3, "b"));
+    file.WriteRecord(test::RecordOf(MakeInfo(3, "a")));
+    file.WriteRecord(test::RecordOf(MakeInfo(3, "b")));
     test::Clock::Set(test::kTheSecond + 1);
     file.OpenNewFile();
-    file.WriteRecord(MakeInfo(3, "c"));
+    file.WriteRecord(test::RecordOf(MakeInfo(3, "c")));
     test::Clock::Set(test::kTheSecond + 2);
     file.Flush();
     EXPECT_THAT(FilesIn(m_dir.Path()), ElementsAre(m_second));
@@ -592,12 +594,12 @@ TEST_F(LogFileTest, CountsTheBytesOfEachFileAnew) {
 TEST_F(LogFileTest, ASecondFileOfOneSecondReplacesTheFirst) {
     LogFile file = MakeFile(1);
     file.EnsureOpen();
-    file.WriteRecord(MakeInfo(3, "a"));
+    file.WriteRecord(test::RecordOf(MakeInfo(3, "a")));
     EXPECT_EQ("", ReadFile(m_first));
-    file.WriteRecord(MakeInfo(3, "b"));
+    file.WriteRecord(test::RecordOf(MakeInfo(3, "b")));
     EXPECT_EQ("", ReadFile(m_first));
     test::Clock::Set(test::kTheSecond + 1);
-    file.WriteRecord(MakeInfo(3, "c"));
+    file.WriteRecord(test::RecordOf(MakeInfo(3, "c")));
     EXPECT_EQ(Bytes(3, "c"), ReadFile(m_first));
     EXPECT_EQ("", ReadFile(m_second));
 }
@@ -607,7 +609,7 @@ TEST_F(LogFileTest, PrunesNoOldFiles) {
     file.EnsureOpen();
     for (int i = 1; i <= 5; ++i) {
         test::Clock::Set(test::kTheSecond + i);
-        file.WriteRecord(MakeInfo(3, "t"));
+        file.WriteRecord(test::RecordOf(MakeInfo(3, "t")));
     }
     file.Close();
     EXPECT_EQ(5U, FilesIn(m_dir.Path()).size());
@@ -639,7 +641,7 @@ TEST_F(LogFileTest, KeepsAFileWithRecords) {
     {
         LogFile file = MakeFile(kNoLimit);
         file.EnsureOpen();
-        file.WriteRecord(MakeInfo(3, "a"));
+        file.WriteRecord(test::RecordOf(MakeInfo(3, "a")));
     }
     EXPECT_EQ(Bytes(1, "a"), ReadFile(m_first));
 }
