@@ -33,6 +33,7 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstddef>
+#include <list>
 #include <memory>
 #include <string>
 

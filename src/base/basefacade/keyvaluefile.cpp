@@ -25,10 +25,11 @@ public:
     bool Next(std::string_view& line) {
         std::size_t length = PieceLength();
         if (length == 0) {
-            if (!Refill()) return false;
+            Refill();
             length = PieceLength();
-            if (length == 0) length = Left();  // the last line has no end
         }
+        if (length == 0 && std::ferror(m_stream) == 0) length = Left();  // the last line has no end
+        if (length == 0) return false;
         line = std::string_view(m_next, strnlen(m_next, length));
         m_next += length;
         return true;
@@ -45,20 +46,20 @@ private:
         return most == kMaxPiece ? most : 0;
     }
 
-    /// Reads behind what is left, which a read error takes along.
-    bool Refill() {
+    /// Reads behind what is left, as long as the end was not met: a file may grow meanwhile.
+    void Refill() {
         const std::size_t left = Left();
         std::memmove(m_block, m_next, left);
-        const std::size_t read = std::fread(m_block + left, 1, sizeof m_block - left, m_stream);
         m_next = m_block;
-        m_end = m_block + left + read;
-        return read > 0 || (left > 0 && std::ferror(m_stream) == 0);
+        m_end = m_block + left;
+        if (std::feof(m_stream) != 0 || std::ferror(m_stream) != 0) return;
+        m_end += std::fread(m_block + left, 1, sizeof m_block - left, m_stream);
     }
 
     std::FILE* const m_stream;
     const char* m_next;
     const char* m_end;
-    char m_block[16384] = {};
+    char m_block[4096] = {};  // callers may have small stacks
 };
 
 std::string Clean(std::string_view text) {
