@@ -19,7 +19,8 @@ run_program() {
     name=$(basename "$1")
     step "$name"
     case $name in
-    lifecycle_bench | memory_bench) "$1" 3>"$raw/$name.jsonl" >/dev/null ;;
+    lifecycle_bench) "$1" >"$raw/$name.jsonl" ;;
+    memory_bench) "$1" 3>"$raw/$name.jsonl" >/dev/null ;;
     *)
         "$1" --benchmark_repetitions="${ZO_BENCH_REPETITIONS:-11}" --benchmark_enable_random_interleaving=true \
             --benchmark_out="$raw/$name.json" --benchmark_out_format=json >/dev/null 2>"$raw/$name.err" ||
