@@ -59,7 +59,7 @@ void ForgetFailed(const std::string& service, const ServiceBirth& birth, const S
 int ProcessDirective(const ServiceDirective& service, const std::string& bundleName, ServiceRepository& turn) {
     // The manager is not asked: one that is finalising answers when it has finished, and
     // may be waiting for this thread.
-    if (!ServiceBirth::Any()) turn.CloseGaps();
+    const std::size_t places = turn.CountPlaces();
     const ServiceBirth birth(bundleName, LiveBundles::Registered(bundleName));
     ServiceLibraries::Note(service.library);
     int result = kInitThrew;
@@ -69,6 +69,7 @@ int ProcessDirective(const ServiceDirective& service, const std::string& bundleN
     if (result == 0) result = turn.InitResult(service.service);
     if (result != 0) ForgetFailed(service.service, birth, turn);
     birth.Publish();
+    turn.CloseGaps(places);
     return result;
 }
 

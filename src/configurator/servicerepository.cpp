@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
+#include <ace/DLL.h>
 #include <ace/Guard_T.h>
 #include <ace/Service_Repository.h>
 #include <ace/Service_Types.h>
@@ -85,6 +87,12 @@ bool IsOf(const ServiceObjectBase* service, const ACE_Service_Type& entry) {
     return entry.type()->object() == static_cast<const ACE_Service_Object*>(service);
 }
 
+// A static service may not: when the loading of a library ends, ACE has those that came since, as
+// their places tell, keep the library, where their code may be.
+bool MayMove(const ACE_Service_Type& entry) {
+    return entry.fini_called() || entry.dll().get_handle() != ACE_SHLIB_INVALID_HANDLE;
+}
+
 ServiceEntry TakeOut(ACE_Service_Type* entry) {
     Slots::Array& slots = Slots::OfRepository();
     const auto isThat = [entry](const Slots::Slot& slot) { return slot.second == entry; };
@@ -123,14 +131,23 @@ std::vector<ServiceEntry> ServiceRepository::TakeActive(const std::string& name)
     return taken;
 }
 
-void ServiceRepository::CloseGaps() {
+std::size_t ServiceRepository::CountPlaces() const {
+    return Slots::OfRepository().size();
+}
+
+void ServiceRepository::CloseGaps(std::size_t places) {
     Slots::Array& slots = Slots::OfRepository();
-    const auto gaps = std::count_if(slots.begin(), slots.end(), Slots::IsFree);
-    if (2 * gaps <= slots.end() - slots.begin()) return;
-    const auto end = std::remove_if(slots.begin(), slots.end(), Slots::IsFree);
-    while (slots.end() != end) slots.erase(slots.end() - 1);
-    std::size_t place = 0;
-    for (Slots::Slot& slot : slots) slot.first = place++;
+    // All that lies between the gap and the slot is free.
+    auto gap = std::find_if(slots.begin(), slots.end(), Slots::IsFree);
+    for (auto slot = gap; slot != slots.end(); ++slot) {
+        if (Slots::IsFree(*slot)) continue;
+        if (MayMove(*slot->second)) {
+            std::swap((gap++)->second, slot->second);
+        } else {
+            gap = slot + 1;
+        }
+    }
+    while (slots.size() > places && Slots::IsFree(*slots.rbegin())) slots.erase(slots.end() - 1);
 }
 
 bool ServiceRepository::MayKeep(const ServiceObjectBase* service) {

@@ -40,10 +40,17 @@ public:
     /// @return all services of that name that are not suspended
     std::vector<ServiceEntry> TakeActive(const std::string& name);
 
-    /// Has the repository forget where services were that are gone: by itself it keeps every
-    /// place for ever, and searches all of them for each service. Not while the configurator is
-    /// bringing up a service, since it remembers how many there were.
-    void CloseGaps();
+    /// @return how many places the repository has for services, taken or free
+    std::size_t CountPlaces() const;
+
+    /// Moves services into free places before them, and has the repository forget those that are
+    /// then free at its end: by itself it keeps every place for ever, and searches all of them
+    /// for each service. The order of services stays, and static ones stay where they are.
+    /// @param places how many are kept in any case: as many as there were when this thread got
+    ///        the repository. Whoever has ACE load a library at that time, this thread or one
+    ///        that waits, remembers that number, and what comes with the library has its place
+    ///        behind
+    void CloseGaps(std::size_t places);
 
     /// @return false for an object that is certainly not, or no longer, a service that is to
     ///         be finalised; another thread that is in the repository is not waited for

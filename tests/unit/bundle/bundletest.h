@@ -106,12 +106,13 @@ inline void Exterminate(void* service) {
 
 /// Initialises a service and files it in ACE's repository, as the configurator does.
 /// @param gobbler destroys the service; null: its memory is freed without its destructor
+/// @param library where it comes from; none: it is a static service
 inline void Install(const std::string& name, ACE_Service_Object* service,
-                    ACE_Service_Object_Exterminator gobbler = &Exterminate) {
+                    ACE_Service_Object_Exterminator gobbler = &Exterminate, const ACE_DLL& library = ACE_DLL()) {
     auto* const type = new ACE_Service_Object_Type(
         service, name.c_str(), ACE_Service_Type::DELETE_OBJ | ACE_Service_Type::DELETE_THIS, gobbler);
     type->init(0, nullptr);
-    ACE_Service_Repository::instance()->insert(new ACE_Service_Type(name.c_str(), type, ACE_DLL(), true));
+    ACE_Service_Repository::instance()->insert(new ACE_Service_Type(name.c_str(), type, library, true));
 }
 
 /// Finalises and destroys all services before what they refer to goes.

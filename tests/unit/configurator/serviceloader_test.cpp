@@ -5,8 +5,12 @@
 #include <stdexcept>
 #include <string>
 
+#include <ace/DLL.h>
+#include <ace/Service_Config.h>
+#include <ace/Service_Repository.h>
 #include <gmock/gmock.h>
 
+#include "src/configurator/servicelibraries.h"
 #include "support/elsewhere.h"
 #include "support/hookedservices.h"
 #include "support/leaks.h"
@@ -54,6 +58,8 @@ ServiceDirective Directive(const std::string& service, const std::string& librar
     return {service, library, "dynamic " + service + " Service_Object * " + library + ":_make_" + service + "() \"\""};
 }
 
+constexpr char kHost[] = "libzo_static_service";
+
 /// Bundles "fx_hooked_a" and "fx_hooked_b", whose services "a1", "a2", "b1" and "b2" are in a
 /// real library and do what a test has told them.
 class ServiceLoaderTest : public test::BundleObjectTest {
@@ -68,6 +74,22 @@ protected:
     static int Load(BundleObject& bundle, const ServiceDirective& service) {
         return ServiceLoader(bundle).Load(service);
     }
+
+    /// Has ACE itself load a service.
+    static int Process(const ServiceDirective& service) {
+        return ACE_Service_Config::current()->process_directive(service.directive.c_str());
+    }
+
+    /// Has ACE load a service so often, which is removed again.
+    void LeaveGaps(int count) {
+        for (int round = 0; round < count; ++round) {
+            EXPECT_EQ(0, Process(Directive("a1")));
+            m_a.RemoveServiceObject("a1");
+        }
+    }
+
+    /// How many the repository has, taken or free.
+    static std::size_t Places() { return ACE_Service_Repository::instance()->current_size(); }
 
     /// Nothing is left of a service that did not come up.
     void ExpectGone(const std::string& service) {
@@ -113,31 +135,80 @@ TEST_F(ServiceLoaderTest, AServiceMayComeAndGoAgainAndAgain) {
 }
 
 TEST_F(ServiceLoaderTest, AReloadLeavesNothingBehindThatLaterOnesSearch) {
-    ACE_Service_Repository& repository = *ACE_Service_Repository::instance();
     EXPECT_EQ(0, Load(m_b, Directive("b1")));
-    const std::size_t before = repository.current_size();
+    const std::size_t before = Places();
     for (int round = 0; round < 1000; ++round) {
-        ASSERT_EQ(0, Load(m_a, Directive("a1")));
-        m_a.RemoveServiceObject("a1");
+        for (const char* const name : {"a1", "a2"}) ASSERT_EQ(0, Load(m_a, Directive(name)));
+        for (const char* const name : {"a1", "a2"}) m_a.RemoveServiceObject(name);
     }
-    EXPECT_LE(repository.current_size(), before + 4);
+    EXPECT_EQ(before + 2, Places());
     EXPECT_TRUE(IsInRepository("b1"));
 }
 
-TEST_F(ServiceLoaderTest, ThePlacesOfServicesStayWhileOneOfThemIsBroughtUp) {
+TEST_F(ServiceLoaderTest, ServicesThatAreReloadedInTurnTakeEachOthersPlaces) {
+    for (const char* const name : {"a1", "a2"}) ASSERT_EQ(0, Load(m_a, Directive(name)));
+    const std::size_t before = Places();
+    for (int round = 0; round < 100; ++round) {
+        const char* const name = round % 2 == 0 ? "a1" : "a2";
+        m_a.RemoveServiceObject(name);
+        ASSERT_EQ(0, Load(m_a, Directive(name)));
+    }
+    EXPECT_EQ(before, Places());
+    EXPECT_THAT(m_a.m_vecServiceNames, ElementsAre("a1", "a2"));
+}
+
+TEST_F(ServiceLoaderTest, AServiceMayHaveOthersComeAndGoWhileItIsBroughtUp) {
     At("a1 init", [this] {
-        const std::size_t before = ACE_Service_Repository::instance()->current_size();
+        const std::size_t before = Places();
         for (int round = 0; round < 10; ++round) {
             EXPECT_EQ(0, Load(m_b, Directive("b1")));
             m_b.RemoveServiceObject("b1");
+            EXPECT_EQ(before + 1, Places());
         }
-        EXPECT_EQ(before + 10, ACE_Service_Repository::instance()->current_size());
         return 0;
     });
     EXPECT_EQ(0, Load(m_a, Directive("a1")));
     EXPECT_TRUE(IsInRepository("a1"));
     m_a.RemoveServiceObject("a1");
     ExpectGone("a1");
+}
+
+TEST_F(ServiceLoaderTest, PlacesThatACEHasCountedStayWhileItLoadsAnotherLibrary) {
+    LeaveGaps(20);
+    At("host init", [this] {
+        const std::size_t before = Places();
+        EXPECT_LE(20U, before);
+        for (int round = 0; round < 10; ++round) {
+            EXPECT_EQ(0, Load(m_b, Directive("b1")));
+            EXPECT_LE(before, Places());
+            m_b.RemoveServiceObject("b1");
+        }
+        EXPECT_EQ(before + 1, Places());  // that of the host's static service has none behind it
+        return 0;
+    });
+    EXPECT_EQ(0, Process(Directive("host", kHost)));
+    EXPECT_TRUE(IsDone("host init"));
+}
+
+// ACE gives the static services that came while it loaded a library a hold on it.
+TEST_F(ServiceLoaderTest, AStaticServiceHasItsLibraryThoughServicesComeAndGoWhileItIsLoaded) {
+    LeaveGaps(20);
+    At("host init", [this] {
+        for (int round = 0; round < 3; ++round) {
+            EXPECT_EQ(0, Load(m_b, Directive("b1")));
+            m_b.RemoveServiceObject("b1");
+        }
+        return 0;
+    });
+    ASSERT_EQ(0, Process(Directive("host", kHost)));
+    const ACE_Service_Type* found = nullptr;
+    ASSERT_EQ(0, ACE_Service_Repository::instance()->find("fx_static", &found));
+    ASSERT_TRUE(found->dll().get_handle() != ACE_SHLIB_INVALID_HANDLE);
+    ACE_Service_Config::remove("host");
+    ServiceLibraries::Note(kHost);
+    ServiceLibraries::CloseUnused();
+    ACE_Service_Config::remove("fx_static");
+    EXPECT_TRUE(IsDone("fx_static dtor"));
 }
 
 TEST_F(ServiceLoaderTest, AServiceMayBringUpAnotherWhileItInitialises) {

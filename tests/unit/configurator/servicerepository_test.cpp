@@ -29,8 +29,19 @@ protected:
     TestService& AddNowhere(const char* name, int initResult = 0) {
         auto* const service = new TestService(m_trace, "nowhere", name);
         service->initResult = initResult;
-        Install(name, service);
+        Install(name, service, &test::Exterminate, m_library);
         return *service;
+    }
+
+    void AddStatic(const char* name) { Install(name, new TestService(m_trace, "nowhere", name)); }
+
+    static std::vector<std::string> Names() {
+        std::vector<std::string> names;
+        ACE_Service_Repository_Iterator entries(Repository());
+        for (const ACE_Service_Type* entry = nullptr; entries.next(entry) != 0; entries.advance()) {
+            names.push_back(entry->name());
+        }
+        return names;
     }
 
     /// Finalises a service where it stands, as code of others may do.
@@ -45,6 +56,8 @@ protected:
         ServiceRepository::Finalize(*entry, [&thrown](const std::string& what) { thrown.push_back(what); });
         return thrown;
     }
+
+    const ACE_DLL m_library{"libc.so.6"};  // any that is there
 };
 
 // An ACE service that is none of this library's.
@@ -155,38 +168,60 @@ TEST_F(ServiceRepositoryTest, AForeignServiceIsTakenButIsNoObjectOfThisLibrary) 
 
 // ---- What ACE keeps ----------------------------------------------------------------------------------
 
-// How many places there are, taken or free.
-TEST_F(ServiceRepositoryTest, PlacesThatNobodyTakesAreForgottenOnceTheyAreTheMost) {
-    const std::size_t before = Repository().current_size();
+TEST_F(ServiceRepositoryTest, AServiceThatComesAndGoesTakesThePlaceThatItHadBefore) {
+    const std::size_t before = ServiceRepository().CountPlaces();
     AddNowhere("first");
     for (int round = 0; round < 1000; ++round) {
-        ServiceRepository().CloseGaps();
+        ServiceRepository repository;
+        const std::size_t places = repository.CountPlaces();
         AddNowhere("svc");
-        EXPECT_NE(nullptr, ServiceRepository().Take("svc"));
+        repository.CloseGaps(places);
+        EXPECT_NE(nullptr, repository.Take("svc"));
     }
     AddNowhere("last");
-    EXPECT_LE(Repository().current_size() - before, 4U);
-    ServiceRepository().CloseGaps();
-    for (const char* const name : {"first", "last"}) EXPECT_TRUE(IsInRepository(name));
-    EXPECT_FALSE(IsInRepository("svc"));
+    EXPECT_LE(ServiceRepository().CountPlaces() - before, 3U);
+    EXPECT_THAT(Names(), ElementsAre("first", "last"));
 }
 
-TEST_F(ServiceRepositoryTest, ServicesStayInOrderAndInReachWhenPlacesAreForgotten) {
+TEST_F(ServiceRepositoryTest, ServicesStayInOrderAndInReachWhenGapsAreClosed) {
     for (const char* const name : {"a", "b", "c", "d", "e", "f"}) AddNowhere(name);
     FinalizeInPlace("e");
     for (const char* const name : {"a", "c", "d", "f"}) EXPECT_NE(nullptr, ServiceRepository().Take(name));
-    ServiceRepository().CloseGaps();
+    ServiceRepository().CloseGaps(0);
+    EXPECT_EQ(2U, ServiceRepository().CountPlaces());
     m_trace.clear();
     AddNowhere("g");
-    std::vector<std::string> names;
-    ACE_Service_Repository_Iterator entries(Repository());
-    for (const ACE_Service_Type* entry = nullptr; entries.next(entry) != 0; entries.advance()) {
-        names.push_back(entry->name());
-    }
-    EXPECT_THAT(names, ElementsAre("b", "e", "g"));
+    EXPECT_THAT(Names(), ElementsAre("b", "e", "g"));
     EXPECT_EQ(0, Repository().remove("b"));
     EXPECT_EQ(0, Repository().fini());
     EXPECT_THAT(m_trace, ElementsAre("fini b", "dtor b", "fini g", "dtor g"));
+}
+
+// ACE tells by its place whether a static service came with a library.
+TEST_F(ServiceRepositoryTest, AStaticServiceKeepsItsPlaceAndOthersTheirSideOfIt) {
+    for (const char* const name : {"a", "b", "c"}) AddNowhere(name);
+    AddStatic("static");
+    for (const char* const name : {"d", "e"}) AddNowhere(name);
+    for (const char* const name : {"a", "d"}) EXPECT_NE(nullptr, ServiceRepository().Take(name));
+    ServiceRepository().CloseGaps(0);
+    EXPECT_THAT(Names(), ElementsAre("b", "c", "static", "e"));
+    EXPECT_EQ(5U, ServiceRepository().CountPlaces());  // the gap before it stays
+    AddNowhere("f");
+    EXPECT_EQ(6U, ServiceRepository().CountPlaces());
+    EXPECT_THAT(Names(), ElementsAre("b", "c", "static", "e", "f"));
+}
+
+TEST_F(ServiceRepositoryTest, PlacesThatSomebodyMayHaveCountedStay) {
+    for (const char* const name : {"a", "b", "c"}) AddNowhere(name);
+    for (const char* const name : {"a", "c"}) EXPECT_NE(nullptr, ServiceRepository().Take(name));
+    ServiceRepository().CloseGaps(3);
+    EXPECT_EQ(3U, Repository().current_size());
+    ServiceRepository().CloseGaps(4);
+    EXPECT_EQ(3U, Repository().current_size());
+    EXPECT_THAT(Names(), ElementsAre("b"));
+    EXPECT_NE(nullptr, ServiceRepository().Take("b"));
+    ServiceRepository().CloseGaps(0);
+    EXPECT_EQ(0U, Repository().current_size());
 }
 
 TEST_F(ServiceRepositoryTest, ASuspendedServiceHidesNoOther) {
