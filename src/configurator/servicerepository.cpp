@@ -82,9 +82,11 @@ ACE_Service_Type* FindLastNamed(const std::string& name) {
     return FindLast([&name](const ACE_Service_Type& entry) { return IsNamed(entry, name); });
 }
 
-// The object may be gone, so it is not looked into.
+// The service may be gone, and its address that of another, of any kind. Its address is compared
+// first, since walks do little else.
 bool IsOf(const ServiceObjectBase* service, const ACE_Service_Type& entry) {
-    return entry.type()->object() == static_cast<const ACE_Service_Object*>(service);
+    return entry.type()->object() == static_cast<const ACE_Service_Object*>(service) &&
+           ServiceRepository::ObjectOf(entry) == service;
 }
 
 // A static service may not: when the loading of a library ends, ACE has those that came since, as

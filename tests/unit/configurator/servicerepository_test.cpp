@@ -115,6 +115,17 @@ TEST_F(ServiceRepositoryTest, KnowsWhatItHoldsUnderAnotherName) {
     EXPECT_FALSE(holds(&service, "other"));
 }
 
+TEST_F(ServiceRepositoryTest, AForeignServiceAtTheAddressOfOneThatIsGoneIsNotThatOne) {
+    alignas(TestService) unsigned char memory[sizeof(TestService)];
+    auto* const gone = new (memory) TestService(m_trace, "nowhere", "svc");
+    gone->~TestService();
+    Install("foreign", new (memory) ForeignService,
+            [](void* service) { static_cast<ACE_Service_Object*>(service)->~ACE_Service_Object(); });
+    EXPECT_FALSE(ServiceRepository().HoldsUnderAnotherName(gone, "svc"));
+    EXPECT_FALSE(ServiceRepository::MayKeep(gone));
+    EXPECT_NE(nullptr, ServiceRepository().Take("foreign"));
+}
+
 // ---- Take and TakeActive -----------------------------------------------------------------------------
 
 TEST_F(ServiceRepositoryTest, ATakenServiceIsNotFoundAnyMoreAndNotYetFinalised) {
