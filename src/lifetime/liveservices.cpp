@@ -21,6 +21,9 @@ struct LiveService {
         return std::any_of(callers.begin(), callers.end(), [me](std::thread::id caller) { return caller != me; });
     }
 
+    // Once it is no longer, it never is again.
+    bool IsUnpublished() const { return isBorn && IsMine() && !isRetired && !isGivenUp; }
+
     unsigned long id = 0;
     std::thread::id owner;  // the one thread that may use it, since it makes or ends it; none: all
     bool isBorn = false;    // made by the configurator
@@ -42,6 +45,10 @@ struct Registry {
         const bool isMeant = found != services.end() && (id == 0 || found->second.id == id);
         return isMeant ? &found->second : nullptr;
     }
+    LiveService* FindUnpublished(const LiveServices::Service& service) {
+        LiveService* const live = Find(service.object, service.id);
+        return live != nullptr && live->IsUnpublished() ? live : nullptr;
+    }
 };
 
 detail::Mutex g_mutex;
@@ -50,10 +57,6 @@ detail::Mutex g_mutex;
 Registry& Live() ZO_REQUIRES(g_mutex) {
     static Registry* const live = new Registry;
     return *live;
-}
-
-bool IsUnpublished(const LiveService& live) {
-    return live.isBorn && live.IsMine() && !live.isRetired && !live.isGivenUp;
 }
 
 bool MayCall(const LiveService& live, CallPurpose purpose) {
@@ -182,16 +185,20 @@ ServiceObjectBase* EndCall(const ServiceObjectBase* service, unsigned long id) {
     return live->callers.empty() ? live->orphan : nullptr;
 }
 
-bool IsUnpublished(const Service& service) {
+void KeepUnpublished(std::vector<Service>& services, std::size_t from) {
     const detail::Guard guard(g_mutex);
-    const LiveService* const live = Live().Find(service.object, service.id);
-    return live != nullptr && NS_BUNDLEMGR1::IsUnpublished(*live);
+    Registry& registry = Live();
+    const auto isOther = [&registry](const Service& service) { return registry.FindUnpublished(service) == nullptr; };
+    const auto begin = services.begin() + static_cast<std::ptrdiff_t>(from);
+    services.erase(std::remove_if(begin, services.end(), isOther), services.end());
 }
 
-void Publish(const Service& service) {
+void Publish(const std::vector<Service>& services, std::size_t from) {
     const detail::Guard guard(g_mutex);
-    LiveService* const live = Live().Find(service.object, service.id);
-    if (live != nullptr && NS_BUNDLEMGR1::IsUnpublished(*live)) live->owner = std::thread::id();
+    for (std::size_t place = from; place < services.size(); ++place) {
+        LiveService* const live = Live().FindUnpublished(services[place]);
+        if (live != nullptr) live->owner = std::thread::id();
+    }
 }
 
 }  // namespace LiveServices

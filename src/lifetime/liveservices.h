@@ -1,6 +1,7 @@
 // Which service objects may be called, and by whom?
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -77,12 +78,13 @@ struct Service {
     unsigned long id;
 };
 
-/// @return whether the service is one that the calling thread has made, and that only this
-///         thread may use yet
-bool IsUnpublished(const Service& service);
+/// Leaves in the list, from a place in it on, only services that the calling thread has made
+/// and that only this thread may use yet.
+void KeepUnpublished(std::vector<Service>& services, std::size_t from);
 
-/// Such a service is ready for every thread; others stay as they are.
-void Publish(const Service& service);
+/// Such services, from a place in the list on, are ready for every thread, all at once; others
+/// stay as they are.
+void Publish(const std::vector<Service>& services, std::size_t from);
 
 }  // namespace LiveServices
 

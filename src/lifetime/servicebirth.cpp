@@ -23,15 +23,18 @@ ServiceBirth::~ServiceBirth() {
 }
 
 std::vector<LiveServices::Service> ServiceBirth::Children() const {
-    std::vector<LiveServices::Service> children;
-    for (std::size_t made = m_nMadeBefore; made < m_vecMade.size(); ++made) {
-        if (LiveServices::IsUnpublished(m_vecMade[made])) children.push_back(m_vecMade[made]);
-    }
+    std::vector<LiveServices::Service> children(MadeSince(), m_vecMade.end());
+    LiveServices::KeepUnpublished(children, 0);
     return children;
 }
 
 void ServiceBirth::Publish() const {
-    for (; m_vecMade.size() > m_nMadeBefore; m_vecMade.pop_back()) LiveServices::Publish(m_vecMade.back());
+    LiveServices::Publish(m_vecMade, m_nMadeBefore);
+    m_vecMade.erase(MadeSince(), m_vecMade.end());
+}
+
+std::vector<LiveServices::Service>::iterator ServiceBirth::MadeSince() const {
+    return m_vecMade.begin() + static_cast<std::ptrdiff_t>(m_nMadeBefore);
 }
 
 void ServiceBirth::Add(const LiveServices::Service& child) {

@@ -28,7 +28,7 @@ public:
     /// @return the live services made since that are not published yet
     std::vector<LiveServices::Service> Children() const;
 
-    /// The services made since are ready for every thread.
+    /// The services made since are ready for every thread, all at once.
     void Publish() const;
 
     /// The calling thread has made a service, by the one of its births that is innermost.
@@ -43,6 +43,8 @@ public:
     static BundleObject* BundleNamed(const std::string& name);
 
 private:
+    std::vector<LiveServices::Service>::iterator MadeSince() const;
+
     const std::string m_strBundleName;
     BundleObject* const m_pBundle;
     ServiceBirth* const m_pOuter;  // the one that it is nested in, on this thread

@@ -1,10 +1,12 @@
 #include "src/lifetime/servicebirth.h"
 
+#include <atomic>
 #include <thread>
 
 #include <gtest/gtest.h>
 
 #include "livetest.h"
+#include "support/wait.h"
 
 namespace NS_BUNDLEMGR1 {
 namespace {
@@ -46,6 +48,29 @@ TEST(ServiceBirthTest, ANestedBirthPublishesOnlyItsOwn) {
     }
     EXPECT_FALSE(MayCallElsewhere(At(16), CallPurpose::kUse));
     EXPECT_TRUE(MayCallElsewhere(At(32), CallPurpose::kUse));
+}
+
+// Who finds one of them finds the others.
+TEST(ServiceBirthTest, AllOfItsServicesAreReadyForOthersAtOnce) {
+    constexpr std::uintptr_t kLast = 20000;
+    for (int round = 0; round < 5; ++round) {
+        const ServiceBirth birth("fx_first", nullptr);
+        for (std::uintptr_t address = 1; address <= kLast; ++address) LiveServices::Add(At(address));
+        std::atomic<bool> isLooking{false};
+        std::atomic<int> missed{0};
+        std::thread other([&isLooking, &missed] {
+            const auto mayCall = [](std::uintptr_t address) { return MayCall(At(address), CallPurpose::kUse); };
+            EXPECT_FALSE(mayCall(1));
+            isLooking = true;
+            EXPECT_TRUE(test::WaitFor([&] { return mayCall(1) || mayCall(kLast); }));
+            for (const std::uintptr_t address : {std::uintptr_t{1}, kLast / 2, kLast}) missed += !mayCall(address);
+        });
+        EXPECT_TRUE(test::WaitFor([&isLooking] { return isLooking.load(); }));
+        birth.Publish();
+        other.join();
+        EXPECT_EQ(0, missed);
+        for (std::uintptr_t address = 1; address <= kLast; ++address) LiveServices::Remove(At(address));
+    }
 }
 
 TEST(ServiceBirthTest, IsKnownToItsThread) {
