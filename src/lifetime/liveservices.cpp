@@ -86,6 +86,7 @@ unsigned long Add(const ServiceObjectBase* service) {
     LiveService added;
     added.isBorn = ServiceBirth::Any();
     if (added.isBorn) added.owner = std::this_thread::get_id();
+    ServiceBirth::MakeRoom();
     const detail::Guard guard(g_mutex);
     added.id = ++Live().lastId;
     // Before it is there, so that there is none that the birth does not know.

@@ -37,6 +37,15 @@ std::vector<LiveServices::Service>::iterator ServiceBirth::MadeSince() const {
     return m_vecMade.begin() + static_cast<std::ptrdiff_t>(m_nMadeBefore);
 }
 
+void ServiceBirth::MakeRoom() {
+    if (t_birth == nullptr) return;
+    std::vector<LiveServices::Service>& made = t_birth->m_vecMade;
+    if (made.size() < made.capacity()) return;
+    // Those before are of the births that it is nested in, which know them by their places.
+    LiveServices::KeepUnpublished(made, t_birth->m_nMadeBefore);
+    made.reserve(2 * made.size() + 1);
+}
+
 void ServiceBirth::Add(const LiveServices::Service& child) {
     if (t_birth != nullptr) t_birth->m_vecMade.push_back(child);
 }

@@ -31,6 +31,10 @@ public:
     /// The services made since are ready for every thread, all at once.
     void Publish() const;
 
+    /// The calling thread is about to make a service: where there is no room for it, services
+    /// that have gone are forgotten, since an init may make and delete them for ever.
+    static void MakeRoom();
+
     /// The calling thread has made a service, by the one of its births that is innermost.
     static void Add(const LiveServices::Service& child);
 
