@@ -337,6 +337,11 @@ int EventQueue::signal_dequeue_waiters() {
     return MustTell() ? Base::signal_dequeue_waiters() : 0;
 }
 
+// All of them, since events go out without a signal that would reach the next one.
+int EventQueue::signal_enqueue_waiters() {
+    return not_full_cond_.broadcast();
+}
+
 // ---- the queue as a whole ------------------------------------------------------------
 
 int EventQueue::open(std::size_t highWaterMark, std::size_t lowWaterMark, ACE_Notification_Strategy* notifier) {
@@ -358,7 +363,24 @@ bool EventQueue::is_empty_i() {
 int EventQueue::flush_i() {
     const auto events = static_cast<int>(m_end - Hold());
     Clear();
-    return Base::flush_i() + events;
+    const int blocks = Base::flush_i();
+    signal_enqueue_waiters();
+    return blocks + events;
+}
+
+void EventQueue::high_water_mark(std::size_t bytes) {
+    Base::high_water_mark(bytes);
+    signal_enqueue_waiters();
+}
+
+void EventQueue::low_water_mark(std::size_t bytes) {
+    Base::low_water_mark(bytes);
+    signal_enqueue_waiters();
+}
+
+void EventQueue::message_bytes(std::size_t bytes) {
+    Base::message_bytes(bytes);
+    signal_enqueue_waiters();
 }
 
 int EventQueue::deactivate_i(int pulse) {

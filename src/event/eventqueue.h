@@ -52,8 +52,14 @@ public:
     /// memory for them.
     /// @{
     int open(std::size_t highWaterMark, std::size_t lowWaterMark, ACE_Notification_Strategy* notifier) override;
+    using Base::high_water_mark;
+    using Base::low_water_mark;
+    using Base::message_bytes;
     std::size_t message_count() override;
     int flush_i() override;
+    void high_water_mark(std::size_t bytes) override;
+    void low_water_mark(std::size_t bytes) override;
+    void message_bytes(std::size_t bytes) override;
     /// @}
 
 protected:
@@ -66,6 +72,7 @@ protected:
     int activate_i() override;
     int wait_not_empty_cond(ACE_Time_Value* timeout) override;
     int signal_dequeue_waiters() override;
+    int signal_enqueue_waiters() override;
 
 private:
     using Position = std::uint64_t;  // counts the events that ever waited

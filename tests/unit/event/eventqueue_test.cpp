@@ -394,6 +394,75 @@ TEST_F(EventQueueTest, APosterWaitsWhileForeignBlocksFillTheQueue) {
     EXPECT_THAT(Drain(), ElementsAre("1"));
 }
 
+// Threads that post while foreign blocks fill the queue.
+class WaitingPosters {
+public:
+    WaitingPosters() {
+        for (int i = 0; i < kPosters; ++i) {
+            m_posters.push_back(
+                std::make_unique<Elsewhere>([] { LightEventMgr::Instance()->Push_Msg(kEvent, nullptr, 0); }));
+        }
+        EXPECT_FALSE(m_posters.front()->Finishes(kAWhile));
+        EXPECT_EQ(0, CountFinished(milliseconds(0)));
+    }
+
+    void ExpectAllFinish() const { EXPECT_EQ(kPosters, CountFinished(test::kDeadline)); }
+
+private:
+    static constexpr int kPosters = 3;
+
+    int CountFinished(milliseconds deadline) const {
+        int finished = 0;
+        for (const auto& poster : m_posters) finished += poster->Finishes(deadline) ? 1 : 0;
+        return finished;
+    }
+
+    std::vector<std::unique_ptr<Elsewhere>> m_posters;
+};
+
+TEST_F(EventQueueTest, AllPostersThatWaitForRoomGoOnWhenABlockIsTaken) {
+    Mgr().putq(new ACE_Message_Block(20000));
+    const WaitingPosters posters;
+    Mgr().process_msg();
+    posters.ExpectAllFinish();
+    EXPECT_EQ(3U, TheQueue().message_count());
+}
+
+TEST_F(EventQueueTest, AllPostersThatWaitForRoomGoOnWhenItIsFlushed) {
+    Mgr().putq(new ACE_Message_Block(20000));
+    const WaitingPosters posters;
+    EXPECT_EQ(1, TheQueue().flush());
+    posters.ExpectAllFinish();
+    EXPECT_EQ(3U, TheQueue().message_count());
+}
+
+TEST_F(EventQueueTest, AllPostersThatWaitForRoomGoOnWhenItMayHoldMore) {
+    Mgr().putq(new ACE_Message_Block(20000));
+    const WaitingPosters posters;
+    TheQueue().high_water_mark(30000);
+    posters.ExpectAllFinish();
+}
+
+TEST_F(EventQueueTest, AllPostersThatWaitForRoomGoOnWhenItNeedNotBeAsEmpty) {
+    Mgr().putq(Foreign("a"));
+    TheQueue().low_water_mark(0);
+    Mgr().putq(new ACE_Message_Block(20000));
+    const WaitingPosters posters;
+    ACE_Message_Block* block = nullptr;
+    TheQueue().dequeue_tail(block);
+    block->release();
+    TheQueue().low_water_mark(100);
+    posters.ExpectAllFinish();
+}
+
+TEST_F(EventQueueTest, AllPostersThatWaitForRoomGoOnWhenItIsSaidToHoldLess) {
+    Mgr().putq(new ACE_Message_Block(20000));
+    const WaitingPosters posters;
+    TheQueue().message_bytes(100);
+    posters.ExpectAllFinish();
+    TheQueue().message_bytes(20000);
+}
+
 class CountingStrategy : public ACE_Notification_Strategy {
 public:
     CountingStrategy() : ACE_Notification_Strategy(nullptr, 0) {}
