@@ -4,10 +4,10 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
+#include <cstring>
 
 #include <stdio_ext.h>
 
-#include "src/platform/text.h"
 #include "src/platform/writesignalblock.h"
 
 namespace NS_BUNDLEMGR1 {
@@ -42,13 +42,17 @@ private:
 
 // Takes a text that the stream merely copies. Its counters of <stdio_ext.h> do not tell which:
 // after a setvbuf, the C library may write though there is room.
+//
+// ThreadSanitizer knows nothing of flockfile and would take the prints of two threads for a race.
+// It does not see those of the C library itself, mempcpy among them: that serves a program which
+// is built with it and uses this library as it is.
 bool PutIntoBuffer([[maybe_unused]] std::FILE* stream, [[maybe_unused]] std::string_view text) {
-#ifdef __GLIBC__
+#if defined(__GLIBC__) && !defined(__SANITIZE_THREAD__)
     if (__freadable(stream) != 0) return false;  // what was read may take room
     const auto size = static_cast<std::ptrdiff_t>(text.size());
     if (__flbf(stream) == 0) {
         if (stream->_IO_write_end - stream->_IO_write_ptr <= size) return false;
-        stream->_IO_write_ptr = CopyText(text, stream->_IO_write_ptr);
+        stream->_IO_write_ptr = static_cast<char*>(mempcpy(stream->_IO_write_ptr, text.data(), text.size()));
         return true;
     }
     if (text.find('\n') != std::string_view::npos || stream->_IO_buf_end - stream->_IO_write_ptr <= size) return false;

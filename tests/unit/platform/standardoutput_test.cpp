@@ -111,6 +111,26 @@ TEST(StandardOutputTest, MixesNoTextsOfSeveralThreads) {
     }
 }
 
+TEST(StandardOutputTest, LeavesTheTextsOfTwoThreadsWholeInABufferedFile) {
+    constexpr int kPrints = 5000;
+    const std::string text = "a short one\n" + std::string(60, 'x') + "\n";
+    const test::TempDir dir;
+    EXPECT_EQ(0, StatusOfChild([&] {
+                  RedirectStdout(dir / "out", _IOFBF);
+                  const auto print = [&text] {
+                      for (int i = 0; i < kPrints; ++i) PrintOutText(text);
+                  };
+                  std::thread first(print);
+                  std::thread second(print);
+                  first.join();
+                  second.join();
+                  std::fflush(stdout);
+              }));
+    std::string expected;
+    for (int i = 0; i < 2 * kPrints; ++i) expected += text;
+    EXPECT_TRUE(expected == ReadFile(dir / "out"));
+}
+
 // ---- What it costs ----
 
 // How a child ends that prints, as the stream is buffered, without being allowed a system call.
