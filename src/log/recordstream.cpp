@@ -88,7 +88,7 @@ bool RecordStream::Write(const RecordFormatter& record, const ACE_Time_Value& ti
     if (size <= kBufferSize) {
         record.CopyTo(m_buffer.get() + m_nWaiting);
         m_nWaiting += size;
-    } else if (!PutAll(record)) {
+    } else if (!PutAll(record, time)) {
         GiveUpUnwritten();
         return false;
     }
@@ -98,8 +98,11 @@ bool RecordStream::Write(const RecordFormatter& record, const ACE_Time_Value& ti
 }
 
 // Of a record that is larger than the buffer.
-bool RecordStream::PutAll(const RecordFormatter& record) {
-    OnCancellation dropped([this] { GiveUpUnwritten(); });
+bool RecordStream::PutAll(const RecordFormatter& record, const ACE_Time_Value& time) {
+    OnCancellation dropped([this, &time] {
+        GiveUpUnwritten();
+        LossCounter::Lost(1, time);
+    });
     bool isPut = true;
     record.ForEachPiece([this, &isPut](std::string_view piece) { isPut = isPut && Put(piece); });
     dropped.Dismiss();
@@ -169,10 +172,16 @@ void RecordStream::GiveUpUnwritten() {
     if (lost != m_vecUnflushed.end()) {
         LossCounter::Lost(static_cast<std::uint64_t>(m_vecUnflushed.end() - lost), lost->time);
     }
-    m_nBytes = m_nFlushed;
     m_vecUnflushed.clear();
-    // Where half a record cannot be cut off, it stays.
-    [[maybe_unused]] const bool isCut = onDisk <= m_nBytes || ftruncate(m_nHandle, static_cast<off_t>(m_nBytes)) == 0;
+    CutBack(onDisk);
+}
+
+// To the last record that the file has whole. Where half a record cannot be cut off, it stays. The
+// file may go on to be used.
+void RecordStream::CutBack(std::uint64_t onDisk) {
+    m_nBytes = m_nFlushed;
+    const auto end = static_cast<off_t>(m_nBytes);
+    if (onDisk > m_nBytes && ftruncate(m_nHandle, end) == 0) lseek(m_nHandle, end, SEEK_SET);
 }
 
 }  // namespace NS_BUNDLEMGR1

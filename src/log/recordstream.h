@@ -55,11 +55,12 @@ public:
     void LeaveToParent();
 
 private:
-    bool PutAll(const RecordFormatter& record);
+    bool PutAll(const RecordFormatter& record, const ACE_Time_Value& time);
     bool Put(std::string_view piece);
     bool WriteWaiting();
     void KeepRest();
     void GiveUpUnwritten();
+    void CutBack(std::uint64_t onDisk);
 
     // After a failed write the file is cut back to one of these ends, or to what an earlier
     // flush made safe.

@@ -17,7 +17,7 @@
 namespace {
 
 std::atomic<int> g_writes{0};
-std::atomic<bool> g_holds{false};  // each write until the thread is cancelled
+std::atomic<int> g_passes{-1};  // writes, before one is held until the thread is cancelled; -1: all
 std::atomic<bool> g_isHeld{false};
 
 }  // namespace
@@ -25,10 +25,11 @@ std::atomic<bool> g_isHeld{false};
 // This program's own comes before the C library's.
 extern "C" ZO_REPLACES ssize_t write(int fd, const void* data, size_t size) {
     if (fd > STDERR_FILENO) ++g_writes;
-    if (g_holds) {
+    if (g_passes == 0) {
         g_isHeld = true;
         for (;;) pause();  // where it is cancelled, as in a write
     }
+    if (g_passes > 0) --g_passes;
     static const auto next = test::Next<ssize_t (*)(int, const void*, size_t)>("write");
     return next(fd, data, size);
 }
@@ -57,15 +58,15 @@ protected:
     }
     std::string Content() const { return test::ReadFile(m_path); }
 
-    /// Runs `action` on a thread that is cancelled in the first write.
+    /// Runs `action` on a thread that is cancelled in a write, after `passes` others.
     template <class Action>
-    void CancelIn(Action action) {
-        g_holds = true;
+    void CancelIn(Action action, int passes = 0) {
+        g_passes = passes;
         std::thread thread(action);
         EXPECT_TRUE(test::WaitFor([] { return g_isHeld.load(); }));
         pthread_cancel(thread.native_handle());
         thread.join();
-        g_holds = false;
+        g_passes = -1;
         g_isHeld = false;
     }
 
@@ -142,6 +143,19 @@ TEST_F(RecordStreamTest, ALargeRecordOfACancelledThreadLeavesNoPart) {
     EXPECT_TRUE(Write("b"));
     EXPECT_TRUE(m_stream.Flush());
     EXPECT_EQ(Bytes(2, "b"), Content());
+}
+
+TEST_F(RecordStreamTest, ALargeRecordThatIsCancelledHalfWrittenLeavesNoPartAndIsCounted) {
+    EXPECT_TRUE(Write("a"));
+    EXPECT_TRUE(m_stream.Flush());
+    const unsigned long long lost = GetLogLoss().records;
+    CancelIn([this] { Write(std::string(600000, 'x')); }, 1);
+    EXPECT_EQ(Bytes(1, "a"), Content());
+    EXPECT_EQ(lost + 1, GetLogLoss().records);
+    EXPECT_TRUE(Write("b"));
+    EXPECT_TRUE(m_stream.Flush());
+    EXPECT_EQ(Bytes(1, "a") + Bytes(3, "b"), Content());
+    EXPECT_EQ(m_stream.Bytes(), Content().size());
 }
 
 TEST_F(RecordStreamTest, NothingIsWrittenOfWhatIsTheParents) {
