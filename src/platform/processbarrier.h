@@ -13,7 +13,7 @@ namespace NS_BUNDLEMGR1 {
 ///                                                                      if (m_current.load() == handler) ...
 ///
 /// The one who does it seldom pays for both: it has all threads of the process pass a memory barrier
-/// (membarrier(2)). Where the system has none, both pay.
+/// (membarrier(2)). Where the system has none, or refuses it from some time on, both pay.
 class ProcessBarrier {
 public:
     ProcessBarrier() = delete;
@@ -21,7 +21,7 @@ public:
     /// Stores the value for those that look for it after `Cross`.
     template <class Value>
     static void Publish(std::atomic<Value>& variable, Value value) {
-        if (s_isThere) {
+        if (s_isThere.load(std::memory_order_relaxed)) {
             variable.store(value, std::memory_order_release);
             std::atomic_signal_fence(std::memory_order_seq_cst);
         } else {
@@ -33,9 +33,8 @@ public:
     static void Cross();
 
 private:
-    static bool Register();
-
-    static const bool s_isThere;
+    static std::atomic<bool> s_isThere;
+    static const bool s_wasThere;
 };
 
 }  // namespace NS_BUNDLEMGR1
