@@ -152,6 +152,7 @@ void HandlerCalls::Begin(int eventId, ForEach forEach) {
         forEach([this](LightEventHandler* handler) { m_list->Add(handler); });
     } catch (const std::bad_alloc&) {
         m_list->Clear();
+        m_list->version = 0;  // the next event tries again
     }
     Advance();
 }

@@ -367,6 +367,25 @@ TEST_F(LightEventMgrFailures, WithoutMemoryToDispatchTheParameterIsStillDeleted)
     EXPECT_EQ(1, deletions);
 }
 
+TEST_F(LightEventMgrFailures, AnEventWithoutMemoryToDispatchDoesNotSilenceTheNextOnes) {
+    constexpr int kHandlers = 9;  // more than an event has room for
+    std::atomic<int> calls{0};
+    Handler counting([&](int, LightEventParam*) { ++calls; });
+    Handler failing([](int, LightEventParam*) { t_failingAllocation = 1; });
+    Handler ending([](int, LightEventParam*) {
+        EXPECT_EQ(0, t_failingAllocation);
+        Mgr().ExitThreads();
+    });
+    for (int i = 0; i < kHandlers; ++i) Mgr().RegisterHandler(1, &counting);
+    Mgr().RegisterHandler(2, &failing);
+    Mgr().RegisterHandler(3, &ending);
+    // The second one reaches nobody.
+    for (const int id : {2, 1, 1, 1, 3}) Mgr().Push_Msg(id, nullptr, 0);
+    ASSERT_EQ(1, Mgr().Init());
+    EXPECT_TRUE(WaitFor([] { return Mgr().thr_count() == 0; }));
+    EXPECT_EQ(2 * kHandlers, calls);
+}
+
 TEST_F(LightEventMgrFailures, WithoutMemoryToRegisterTheTableStaysUsable) {
     Handler a([](int, LightEventParam*) {});
     LightEventMgr& mgr = Mgr();
