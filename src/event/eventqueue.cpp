@@ -118,7 +118,8 @@ void EventQueue::Push(const PostedEvent& event) {
 // who posts, too.
 void EventQueue::AwaitMore() const {
     constexpr int kYields = 16;
-    for (int i = 0; i < kYields && m_next.load() == m_end.load(std::memory_order_relaxed); ++i) {
+    for (int i = 0; i < kYields && !m_hasBlocks.load(std::memory_order_relaxed); ++i) {
+        if (m_next.load() != m_end.load(std::memory_order_relaxed)) return;
         std::this_thread::yield();
     }
 }
@@ -149,9 +150,11 @@ bool EventQueue::TakeWithLock(Reader* reader, PostedEvent& event) {
         }
         do {
             if (WaitForAny(nullptr) == -1) return false;
+            m_hasBlocks.store(head_ != nullptr, std::memory_order_relaxed);
             if (head_ == nullptr && Claim(reader, event)) return true;
         } while (head_ == nullptr);
         Base::dequeue_head_i(block);
+        m_hasBlocks.store(head_ != nullptr, std::memory_order_relaxed);
     }
     return Unpack(block, event);
 }
@@ -288,6 +291,8 @@ bool EventQueue::Unfold() {
     }
     Clear();
     if (blocks != nullptr) Base::enqueue_tail_i(blocks);
+    // Also for a block that is about to be put in.
+    m_hasBlocks.store(true, std::memory_order_relaxed);
     return true;
 }
 

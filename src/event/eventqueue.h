@@ -109,8 +109,10 @@ private:
 
     std::atomic<Position> m_next{0};  ///< The oldest event that waits, if it is before `m_end`.
     std::atomic<Position> m_end{0};   ///< Behind the youngest one; changed with the lock.
-    Segment* m_first = nullptr;       ///< Has the oldest event.
-    Segment* m_last = nullptr;        ///< Has the youngest one.
+    /// There may be blocks; exact whenever an event or a block has been taken with the lock.
+    std::atomic<bool> m_hasBlocks{false};
+    Segment* m_first = nullptr;  ///< Has the oldest event.
+    Segment* m_last = nullptr;   ///< Has the youngest one.
     Segment* m_spare = nullptr;
     std::size_t m_nWaiting = 0;  ///< Threads that wait for something to take.
     std::size_t m_nTold = 0;     ///< How many of them have been told to look.

@@ -1,5 +1,8 @@
 // The event manager's queue as others see it, who know it as the queue of a task.
 #include <malloc.h>
+#include <sched.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <memory>
 #include <string>
@@ -22,6 +25,15 @@ constexpr bool kMemoryIsCounted = false;  // a sanitizer has an allocator of its
 #else
 constexpr bool kMemoryIsCounted = true;
 #endif
+
+// How often this thread has let others go first.
+thread_local int t_yields = 0;
+
+// This program's own, before the C library's.
+extern "C" __attribute__((visibility("default"))) int sched_yield() {
+    ++t_yields;
+    return static_cast<int>(syscall(SYS_sched_yield));
+}
 
 namespace NS_BUNDLEMGR1 {
 namespace {
@@ -512,6 +524,58 @@ TEST_F(EventQueueTest, ATaskMayBeGivenAnotherQueue) {
     EXPECT_EQ(0U, other.message_count());
     EXPECT_EQ(2, deletions);
     LightEventMgr::Destroy();
+}
+
+// ---- pauses --------------------------------------------------------------------------
+
+// Handles so many events of one number, and tells how often the worker yielded between the first
+// and the last one.
+class YieldCount {
+public:
+    YieldCount(int eventId, Handler::Action action)
+        : m_handler([this, action](int id, LightEventParam* param) {
+              if (m_handled == 0) m_before = t_yields;
+              action(id, param);
+              if (++m_handled == kEvents) m_yields = t_yields - m_before;
+          }) {
+        LightEventMgr::Instance()->RegisterHandler(eventId, &m_handler);
+    }
+    ~YieldCount() { LightEventMgr::RemoveHandler(&m_handler); }
+
+    static constexpr int kEvents = 100;
+
+    int Await() const {
+        EXPECT_TRUE(WaitFor([this] { return m_yields >= 0; }));
+        return m_yields;
+    }
+
+private:
+    int m_handled = 0;
+    int m_before = 0;
+    std::atomic<int> m_yields{-1};
+    Handler m_handler;
+};
+
+TEST_F(EventQueueTest, TheWorkerDoesNotPauseWhileBlocksWait) {
+    const YieldCount count(kEvent, [](int, LightEventParam*) {});
+    for (int i = 0; i < YieldCount::kEvents; ++i) Post(kEvent);
+    ACE_Message_Block* head = nullptr;
+    EXPECT_EQ(YieldCount::kEvents, TheQueue().peek_dequeue_head(head));
+    ASSERT_EQ(1, Mgr().Init());
+    EXPECT_EQ(0, count.Await());
+    Mgr().ExitThreads();
+}
+
+TEST_F(EventQueueTest, TheWorkerDoesNotPauseWhenOneBlockWaits) {
+    const YieldCount count(kEvent, [](int, LightEventParam*) {
+        Post(kEvent);
+        ACE_Message_Block* head = nullptr;
+        TheQueue().peek_dequeue_head(head);
+    });
+    Post(kEvent);
+    ASSERT_EQ(1, Mgr().Init());
+    EXPECT_EQ(0, count.Await());
+    Mgr().ExitThreads();
 }
 
 // ---- many at once --------------------------------------------------------------------
