@@ -101,11 +101,10 @@ void EventQueue::Push(const PostedEvent& event) {
     ACE_Notification_Strategy* notifier = nullptr;
     {
         ACE_GUARD(ACE_Thread_Mutex, guard, lock_);
-        if (state_ == DEACTIVATED) {
-            errno = ESHUTDOWN;
-            return;
+        if (!AwaitRoom()) return;
+        while (!Append(event)) {
+            if (!MakeSegment(guard) || !AwaitRoom()) return;
         }
-        if (wait_not_full_cond(nullptr) == -1 || !Append(event)) return;
         mustTell = MustTell();
         notifier = notification_strategy_;
     }
@@ -124,19 +123,38 @@ void EventQueue::AwaitMore() const {
     }
 }
 
+// False: it takes another segment first.
 bool EventQueue::Append(const PostedEvent& event) {
     const Position end = m_end.load(std::memory_order_relaxed);
     if (end % kSlots == 0) {
-        Segment* segment = m_spare;
-        m_spare = nullptr;
-        if (segment == nullptr) segment = new (std::nothrow) Segment;
+        Segment* const segment = m_spare;
         if (segment == nullptr) return false;
+        m_spare = nullptr;
         segment->begin = end;
         (m_last != nullptr ? m_last->next : m_first) = segment;
         m_last = segment;
     }
     m_last->slots[end % kSlots] = event;
     m_end.store(end + 1, std::memory_order_relaxed);
+    return true;
+}
+
+// False: it is closed.
+bool EventQueue::AwaitRoom() {
+    if (state_ == DEACTIVATED) {
+        errno = ESHUTDOWN;
+        return false;
+    }
+    return wait_not_full_cond(nullptr) != -1;
+}
+
+// Without the lock: the program's new handler or operator new may post, too.
+bool EventQueue::MakeSegment(ACE_Guard<ACE_Thread_Mutex>& guard) {
+    guard.release();
+    auto* const segment = new (std::nothrow) Segment;
+    guard.acquire();
+    if (segment == nullptr) return false;
+    Recycle(segment);
     return true;
 }
 

@@ -90,6 +90,8 @@ private:
     };
 
     void Push(const PostedEvent& event);
+    bool AwaitRoom();
+    bool MakeSegment(ACE_Guard<ACE_Thread_Mutex>& guard);
     bool Append(const PostedEvent& event);
     void AwaitMore() const;
     bool Claim(Reader* reader, PostedEvent& event);

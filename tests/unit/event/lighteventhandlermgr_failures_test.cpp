@@ -6,6 +6,7 @@
 #include <pthread.h>
 
 #include <cerrno>
+#include <utility>
 
 #include <gmock/gmock.h>
 
@@ -14,6 +15,7 @@
 
 #include "eventtest.h"
 #include "support/capture.h"
+#include "support/elsewhere.h"
 #include "support/replacednew.h"
 #include "support/wait.h"
 
@@ -29,6 +31,10 @@ thread_local int t_rwlocksRefused = 0;
 thread_local int t_rwlocksReleased = 0;
 // The next allocation to fail on this thread, counted from 1; 0 for none.
 thread_local int t_failingAllocation = 0;
+// What this thread does in its next allocation.
+thread_local void (*t_atNextAllocation)() = nullptr;
+// How many signals of condition variables get lost.
+std::atomic<int> g_signalsToLose{0};
 
 // The function that would have been called without this program's own.
 template <class Function>
@@ -39,6 +45,8 @@ Function Next(const char* name) {
 }  // namespace
 
 bool test::RefusesMemory() noexcept {
+    void (*const action)() = std::exchange(t_atNextAllocation, nullptr);
+    if (action != nullptr) action();
     return t_failingAllocation > 0 && --t_failingAllocation == 0;
 }
 
@@ -97,6 +105,7 @@ namespace NS_BUNDLEMGR1 {
 namespace {
 
 using test::CountedParam;
+using test::Elsewhere;
 using test::Handler;
 using test::Record;
 using test::WaitFor;
@@ -291,6 +300,38 @@ TEST_F(LightEventMgrFailures, WithoutMemoryForItsBlockAnEventStaysInTheQueue) {
     Mgr().process_msg();
     Mgr().process_msg();
     EXPECT_THAT(calls.Get(), ElementsAre(1, 2));
+}
+
+TEST_F(LightEventMgrFailures, RoomForAnEventIsMadeWithoutTheQueuesLock) {
+    static bool isFree;
+    isFree = false;
+    Mgr();
+    t_atNextAllocation = [] {
+        isFree = test::CanBeDoneElsewhere([] { LightEventMgr::Instance()->msg_queue()->message_count(); });
+    };
+    Mgr().Push_Msg(1, nullptr, 0);
+    EXPECT_TRUE(isFree);
+    EXPECT_EQ(1U, Mgr().msg_queue()->message_count());
+}
+
+TEST_F(LightEventMgrFailures, WhileThereIsNoRoomForAnEventAnotherMayBePosted) {
+    Record<int> calls;
+    Handler a([&](int eventId, LightEventParam*) { calls.Add(eventId); });
+    for (const int id : {1, 2, 3}) Mgr().RegisterHandler(id, &a);
+    t_atNextAllocation = [] { LightEventMgr::Instance()->Push_Msg(2, nullptr, 0); };
+    Mgr().Push_Msg(1, nullptr, 0);
+    Mgr().Push_Msg(3, nullptr, 0);
+    for (int i = 0; i < 3; ++i) Mgr().process_msg();
+    EXPECT_THAT(calls.Get(), ElementsAre(2, 1, 3));
+}
+
+TEST_F(LightEventMgrFailures, AQueueThatIsClosedWhileRoomIsMadeRefusesTheEvent) {
+    Mgr();
+    t_atNextAllocation = [] { LightEventMgr::Instance()->msg_queue()->close(); };
+    errno = 0;
+    Mgr().Push_Msg(1, nullptr, 0);
+    EXPECT_EQ(ESHUTDOWN, errno);
+    EXPECT_EQ(0U, Mgr().msg_queue()->message_count());
 }
 
 void UseWithoutQueue(LightEventMgr& mgr) {
