@@ -351,7 +351,12 @@ int EventQueue::enqueue_head_i(ACE_Message_Block* block) {
 // Whoever has waited here takes a block, or looks at one.
 int EventQueue::wait_not_empty_cond(ACE_Time_Value* timeout) {
     do {
-        if (WaitForAny(timeout) == -1 || !Unfold()) return -1;
+        if (WaitForAny(timeout) == -1) return -1;
+        if (!Unfold()) {
+            signal_dequeue_waiters();  // another one may have the memory
+            errno = ENOMEM;
+            return -1;
+        }
     } while (head_ == nullptr);
     return 0;
 }

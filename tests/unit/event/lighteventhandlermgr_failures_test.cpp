@@ -112,7 +112,17 @@ using test::WaitFor;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+constexpr std::chrono::milliseconds kAWhile(50);  // in which what must not happen would
+
 using LightEventMgrFailures = test::EventTest;
+
+// Waits for an event, as a block. Returns what getq did.
+int TakeOne() {
+    ACE_Message_Block* block = nullptr;
+    const int result = LightEventMgr::Instance()->getq(block);
+    if (result != -1) block->release();
+    return result;
+}
 
 // ---- no thread -----------------------------------------------------------------------
 
@@ -300,6 +310,25 @@ TEST_F(LightEventMgrFailures, WithoutMemoryForItsBlockAnEventStaysInTheQueue) {
     Mgr().process_msg();
     Mgr().process_msg();
     EXPECT_THAT(calls.Get(), ElementsAre(1, 2));
+}
+
+TEST_F(LightEventMgrFailures, WhoIsWokenAndGetsNoMemoryWakesTheNextOne) {
+    Mgr();
+    std::atomic<int> error{0};
+    const Elsewhere unlucky([&] {
+        t_failingAllocation = 1;
+        if (TakeOne() == -1) error = errno;
+    });
+    EXPECT_FALSE(unlucky.Finishes(kAWhile));
+    const Elsewhere next([] { TakeOne(); });
+    EXPECT_FALSE(next.Finishes(kAWhile));
+
+    Mgr().Push_Msg(1, nullptr, 0);
+
+    EXPECT_TRUE(unlucky.Finishes());
+    EXPECT_TRUE(next.Finishes());
+    EXPECT_EQ(ENOMEM, error);
+    Mgr().msg_queue()->pulse();
 }
 
 TEST_F(LightEventMgrFailures, RoomForAnEventIsMadeWithoutTheQueuesLock) {
