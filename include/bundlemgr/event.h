@@ -85,6 +85,10 @@ public:
 ///
 /// To those who use the task's queue (`msg_queue`, `putq`, `getq`, ...) an event is a message block
 /// like theirs. Only ACE's queue iterators do not see those events that nobody has looked for yet.
+/// Whoever looks for one, or puts a block there, has the events that wait made into blocks first:
+/// a million of them keep the queue locked for about half a second. Without memory for that the
+/// call returns -1 (ENOMEM) and the events stay; a new handler that runs meanwhile, or an operator
+/// new of the program's own, must not use the event manager.
 ///
 /// A child of `fork` has no worker. Handlers stay registered there, events that waited at
 /// the fork are the parent's. The child may post, destroy the event manager, and start a
