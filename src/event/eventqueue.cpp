@@ -372,8 +372,8 @@ int EventQueue::signal_enqueue_waiters() {
 
 // ---- the queue as a whole ------------------------------------------------------------
 
+// Without the lock, as ACE's: the caller may hold it.
 int EventQueue::open(std::size_t highWaterMark, std::size_t lowWaterMark, ACE_Notification_Strategy* notifier) {
-    ACE_GUARD_RETURN(ACE_Thread_Mutex, guard, lock_, -1);
     const int result = Base::open(highWaterMark, lowWaterMark, notifier);
     Clear();
     return result;

@@ -343,6 +343,16 @@ TEST_F(EventQueueTest, OpenedAgainItIsEmptyAndActive) {
     EXPECT_THAT(Drain(), ElementsAre("3"));
 }
 
+TEST_F(EventQueueTest, ItMayBeOpenedUnderItsLock) {
+    Post(1);
+    TheQueue().lock().acquire();
+    const bool isDone = test::CanBeDoneElsewhere([] { TheQueue().open(100, 50, nullptr); });
+    TheQueue().lock().release();
+    EXPECT_TRUE(isDone);
+    EXPECT_TRUE(TheQueue().is_empty());
+    EXPECT_EQ(100U, TheQueue().high_water_mark());
+}
+
 // ---- waiting -------------------------------------------------------------------------
 
 TEST_F(EventQueueTest, WhoWaitsForABlockIsGivenAnEvent) {
