@@ -133,6 +133,7 @@ bool EventQueue::Append(const PostedEvent& event) {
         segment->begin = end;
         (m_last != nullptr ? m_last->next : m_first) = segment;
         m_last = segment;
+        m_nTold = 0;  // some C libraries lose a signal: now and then it is sent again
     }
     m_last->slots[end % kSlots] = event;
     m_end.store(end + 1, std::memory_order_relaxed);

@@ -75,6 +75,15 @@ ZO_REPLACES int pthread_mutex_lock(pthread_mutex_t* mutex) {
     return next.load()(mutex);
 }
 
+ZO_REPLACES int pthread_cond_signal(pthread_cond_t* condition) {
+    if (g_signalsToLose > 0) {
+        --g_signalsToLose;
+        return 0;
+    }
+    static const auto next = Next<int (*)(pthread_cond_t*)>("pthread_cond_signal");
+    return next(condition);
+}
+
 ZO_REPLACES int pthread_rwlock_rdlock(pthread_rwlock_t* lock) {
     if (t_rwlockError != 0) {
         ++t_rwlocksRefused;
@@ -260,6 +269,24 @@ TEST_F(LightEventMgrFailures, WithoutItsLockEventsAreDispatched) {
     Mgr().process_msg();
     EXPECT_EQ(1, t_rwlocksRefused);
     EXPECT_THAT(calls.Get(), ElementsAre(1));
+}
+
+// ---- no signal -----------------------------------------------------------------------
+
+TEST_F(LightEventMgrFailures, WhoMissedASignalIsWokenByLaterEvents) {
+    constexpr int kLater = 128;
+    Mgr();
+    const Elsewhere taker([] { TakeOne(); });
+    EXPECT_FALSE(taker.Finishes(kAWhile));
+    g_signalsToLose = 1;
+    Mgr().Push_Msg(1, nullptr, 0);
+    EXPECT_EQ(0, g_signalsToLose);
+    EXPECT_FALSE(taker.Finishes(kAWhile));
+
+    for (int i = 0; i < kLater; ++i) Mgr().Push_Msg(1, nullptr, 0);
+
+    EXPECT_TRUE(taker.Finishes());
+    Mgr().msg_queue()->pulse();
 }
 
 // ---- no memory -----------------------------------------------------------------------
