@@ -61,6 +61,8 @@ bool IsOurs(EventQueue::Base& queue) {
 
 }  // namespace
 
+// A handler may give the task another queue, which deletes this one under a reader. The segment
+// that the reader has is not freed then, if no event waits there any more.
 EventQueue::~EventQueue() {
     while (m_first != nullptr) {
         Segment* const next = m_first->next;
