@@ -49,6 +49,7 @@ private:
 bool PutIntoBuffer([[maybe_unused]] std::FILE* stream, [[maybe_unused]] std::string_view text) {
 #if defined(__GLIBC__) && !defined(__SANITIZE_THREAD__)
     if (__freadable(stream) != 0) return false;  // what was read may take room
+    if (stream->_mode >= 0) return false;        // not one of bytes, or not yet
     const auto size = static_cast<std::ptrdiff_t>(text.size());
     if (__flbf(stream) == 0) {
         if (stream->_IO_write_end - stream->_IO_write_ptr <= size) return false;

@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cwchar>
 #include <string>
 #include <thread>
 #include <vector>
@@ -109,6 +110,22 @@ TEST(StandardOutputTest, MixesNoTextsOfSeveralThreads) {
             EXPECT_NE(std::string::npos, output.find(text)) << text;
         }
     }
+}
+
+TEST(StandardOutputTest, GivesAStreamOfWideCharactersNoBytes) {
+    const test::TempDir dir;
+    EXPECT_EQ(0, StatusOfChild([&] {
+                  RedirectStdout(dir / "out", _IOFBF);
+                  std::fputws(L"wide 1\n", stdout);
+                  PrintOutText("bytes\n");
+                  PrintOut("%s\n", "bytes");
+                  std::fputws(L"wide 2\n", stdout);
+                  std::fflush(stdout);
+                  PrintOutText("bytes\n");
+                  std::fputws(L"wide 3\n", stdout);
+                  std::fflush(stdout);
+              }));
+    EXPECT_EQ("wide 1\nwide 2\nwide 3\n", ReadFile(dir / "out"));
 }
 
 TEST(StandardOutputTest, LeavesTheTextsOfTwoThreadsWholeInABufferedFile) {
