@@ -40,24 +40,34 @@ private:
     std::FILE* const m_stream;
 };
 
-// Takes a text that the stream merely copies. Its counters of <stdio_ext.h> do not tell which:
-// after a setvbuf, the C library may write though there is room.
+#ifdef __GLIBC__
+constexpr int kPutting = 0x800;  // the C library's own name for it is private
+
+// How much the stream merely copies. Its counters of <stdio_ext.h> do not tell: after a setvbuf,
+// the C library may write though there is room.
+std::ptrdiff_t RoomFor(std::FILE* stream, std::string_view text) {
+    if (stream->_mode >= 0) return 0;  // not one of bytes, or not yet
+    if (__flbf(stream) == 0) return stream->_IO_write_end - stream->_IO_write_ptr;
+    const bool isPutting = (stream->_flags & kPutting) != 0;
+    if (!isPutting || text.find('\n') != std::string_view::npos) return 0;
+    return stream->_IO_buf_end - stream->_IO_write_ptr;
+}
+#endif
+
+// Takes a text that the stream merely copies.
 //
 // ThreadSanitizer knows nothing of flockfile and would take the prints of two threads for a race.
 // It does not see those of the C library itself, mempcpy among them: that serves a program which
 // is built with it and uses this library as it is.
 bool PutIntoBuffer([[maybe_unused]] std::FILE* stream, [[maybe_unused]] std::string_view text) {
-#if defined(__GLIBC__) && !defined(__SANITIZE_THREAD__)
+#ifdef __GLIBC__
     if (__freadable(stream) != 0) return false;  // what was read may take room
-    if (stream->_mode >= 0) return false;        // not one of bytes, or not yet
-    const auto size = static_cast<std::ptrdiff_t>(text.size());
-    if (__flbf(stream) == 0) {
-        if (stream->_IO_write_end - stream->_IO_write_ptr <= size) return false;
-        stream->_IO_write_ptr = static_cast<char*>(mempcpy(stream->_IO_write_ptr, text.data(), text.size()));
-        return true;
-    }
-    if (text.find('\n') != std::string_view::npos || stream->_IO_buf_end - stream->_IO_write_ptr <= size) return false;
+    if (RoomFor(stream, text) <= static_cast<std::ptrdiff_t>(text.size())) return false;
+#ifdef __SANITIZE_THREAD__
     fwrite_unlocked(text.data(), 1, text.size(), stream);
+#else
+    stream->_IO_write_ptr = static_cast<char*>(mempcpy(stream->_IO_write_ptr, text.data(), text.size()));
+#endif
     return true;
 #else
     return false;

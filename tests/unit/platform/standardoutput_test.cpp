@@ -212,6 +212,18 @@ TEST(StandardOutputTest, OutlivesEveryReaderHoweverTheStreamBuffers) {
     }
 }
 
+TEST(StandardOutputTest, OutlivesEveryReaderWithTheFirstTextOfASmallLineBuffer) {
+    EXPECT_EQ(0, StatusOfChild([] {
+                  test::BreakStdout();
+                  static char s_buffer[64];
+                  std::setvbuf(stdout, s_buffer, _IOLBF, sizeof s_buffer);
+                  errno = ENOTTY;
+                  PrintOutText("abc");
+                  EXPECT_EQ(ENOTTY, errno);
+                  EXPECT_FALSE(IsPending(SIGPIPE));
+              }));
+}
+
 TEST(StandardOutputTest, OutlivesAFullFileHoweverTheStreamBuffers) {
     for (const int mode : {_IONBF, _IOLBF, _IOFBF}) {
         const test::TempDir dir;
