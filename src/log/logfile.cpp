@@ -62,10 +62,16 @@ bool LogFile::EnsureOpen() {
     return m_stream.IsOpen();
 }
 
-// Twice where memory is short: the rest of a batch may depend on it.
 void LogFile::OpenNewFile() {
-    Close();
+    if (m_stream.IsOpen() && !m_stream.Flush()) NoteFailure();
+    ChangeFile();
+}
+
+// What waits goes along. Tried twice where memory is short: the rest of a batch may depend on it.
+void LogFile::ChangeFile() {
+    CloseFile();
     if (!OpenNext()) OpenNext();
+    if (!m_stream.IsOpen()) m_stream.GiveUpWaiting();
 }
 
 // False for want of memory only.
@@ -175,16 +181,27 @@ bool LogFile::Print(const RecordView& record) {
     } catch (const std::exception&) {
         return false;  // no memory, and no fault of the file
     }
-    if (m_stream.Write(RecordFormatter(m_nSequence, *timeStamp, record), record.time)) return true;
-    NoteFailure();
-    OpenNewFile();
+    const RecordFormatter formatted(m_nSequence, *timeStamp, record);
+    RecordStream::Taken taken = RecordStream::Taken::NotYet;
+    while (m_stream.IsOpen() && taken == RecordStream::Taken::NotYet) {
+        taken = m_stream.Write(formatted, record.time);
+        if (taken == RecordStream::Taken::Yes) return true;
+        NoteFailure();
+        ChangeFile();
+    }
     return false;
 }
 
-// Where that fails, the next file is opened with the next record, not here: while the disk is
-// full it would stay behind empty, like the one that is opened after a record has failed.
+// Where nothing is left for it, the next file is opened with the next record, not here: while the
+// disk is full it would stay behind empty, like the one that is opened after a record has failed.
 void LogFile::Flush() {
-    if (m_stream.IsOpen() && !FlushStream()) Close();
+    while (m_stream.IsOpen() && !FlushStream()) {
+        if (m_stream.HasWaiting()) {
+            ChangeFile();
+        } else {
+            CloseFile();
+        }
+    }
     m_bGaveUp = false;
 }
 
@@ -198,8 +215,12 @@ bool LogFile::FlushStream() {
 }
 
 void LogFile::Close() {
+    Flush();
+    CloseFile();
+}
+
+void LogFile::CloseFile() {
     if (!m_stream.IsOpen()) return;
-    if (!m_stream.Flush()) NoteFailure();
     const bool isEmpty = m_stream.Bytes() == 0;
     m_stream.Close();
     if (isEmpty) std::remove(m_strPath.c_str());

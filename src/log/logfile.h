@@ -47,14 +47,16 @@ public:
     void GoOnInNewFile();
 
     /// Writes one record, or only counts it when no file is open. One that cannot be
-    /// written is lost (see `LossCounter`); throws nothing.
+    /// written is lost (see `LossCounter`), those that wait behind it go to the next file;
+    /// throws nothing.
     void WriteRecord(const RecordView& record);
 
-    /// Brings what was written to the disk. Where that fails, what did not get there
-    /// is given up and the file is closed; the next `EnsureOpen` starts another.
+    /// Brings what was written to the disk. Where that fails, the record that the file refused
+    /// is lost and the others go to the next file; when nothing is left, the file is closed,
+    /// and the next `EnsureOpen` starts another.
     void Flush();
 
-    /// Closes the current file and removes it when it is empty.
+    /// Flushes, closes the current file and removes it when it is empty.
     void Close();
 
     /// @name Files that go from hand to hand
@@ -73,6 +75,8 @@ public:
 private:
     std::string NextPath() const;
     void CreateDirectory() const;
+    void ChangeFile();
+    void CloseFile();
     bool OpenNext();
     void Open(std::string path);
     static void CloseUnused(int handle, const std::string& path);

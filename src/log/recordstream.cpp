@@ -23,6 +23,9 @@ constexpr std::size_t kBufferSize = 256 * 1024;
 // What waits is written then, so that noting where records end needs no more memory.
 constexpr std::size_t kMaxUnflushed = 2048;  // records
 
+// Of records that a file refused which takes none.
+constexpr std::size_t kLostAtOnce = 64 * 1024;
+
 // Something that is done when the thread is cancelled in a write, which unwinds its stack.
 template <class Action>
 class OnCancellation {
@@ -77,30 +80,31 @@ RecordStream::~RecordStream() {
 
 void RecordStream::Open(int handle, std::uint64_t bytes) {
     m_nHandle = handle;
-    m_nBytes = bytes;
+    m_nBytes = bytes + m_nWaiting;
     m_nFlushed = bytes;
+    m_bTookAny = false;
 }
 
-bool RecordStream::Write(const RecordFormatter& record, const ACE_Time_Value& time) {
+RecordStream::Taken RecordStream::Write(const RecordFormatter& record, const ACE_Time_Value& time) {
     const std::size_t size = record.Size();
     const bool hasRoom = size <= kBufferSize - m_nWaiting && m_vecUnflushed.size() < kMaxUnflushed;
-    if (!hasRoom && !Flush()) return false;
+    if (!hasRoom && !Flush()) return Taken::NotYet;
     if (size <= kBufferSize) {
         record.CopyTo(m_buffer.get() + m_nWaiting);
         m_nWaiting += size;
     } else if (!PutAll(record, time)) {
-        GiveUpUnwritten();
-        return false;
+        DropPart();
+        return Taken::No;
     }
     m_nBytes += size;
-    m_vecUnflushed.push_back(Unflushed{m_nBytes, time});
-    return true;
+    m_vecUnflushed.push_back(Unflushed{size, time});
+    return Taken::Yes;
 }
 
 // Of a record that is larger than the buffer.
 bool RecordStream::PutAll(const RecordFormatter& record, const ACE_Time_Value& time) {
     OnCancellation dropped([this, &time] {
-        GiveUpUnwritten();
+        DropPart();
         LossCounter::Lost(1, time);
     });
     bool isPut = true;
@@ -124,7 +128,7 @@ bool RecordStream::WriteWaiting() {
     OnCancellation kept([this] { KeepRest(); });
     const bool isWritten = WriteAll(m_nHandle, m_buffer.get(), m_nWaiting) == m_nWaiting;
     kept.Dismiss();
-    m_nWaiting = 0;
+    if (isWritten) m_nWaiting = 0;
     return isWritten;
 }
 
@@ -132,48 +136,67 @@ bool RecordStream::WriteWaiting() {
 void RecordStream::KeepRest() {
     const std::uint64_t onDisk = SizeOf(m_nHandle, m_nFlushed);
     const std::size_t written = std::min(m_nWaiting, static_cast<std::size_t>(onDisk - std::min(onDisk, m_nFlushed)));
-    m_nWaiting -= written;
-    std::memmove(m_buffer.get(), m_buffer.get() + written, m_nWaiting);
+    KeepLast(m_nWaiting - written);
 }
 
 bool RecordStream::Flush() {
     if (!WriteWaiting()) {
-        GiveUpUnwritten();
+        DropRefused();
         return false;
     }
-    if (!m_vecUnflushed.empty()) LossCounter::Kept();
+    if (!m_vecUnflushed.empty()) NoteKept();
     m_nFlushed = m_nBytes;
     m_vecUnflushed.clear();
     return true;
 }
 
+void RecordStream::NoteKept() {
+    m_bTookAny = true;
+    LossCounter::Kept();
+}
+
 void RecordStream::Close() {
-    if (!IsOpen()) return;
-    Flush();
-    close(std::exchange(m_nHandle, -1));
+    if (IsOpen()) close(std::exchange(m_nHandle, -1));
 }
 
 void RecordStream::LeaveToParent() {
-    if (!IsOpen()) return;
     m_nWaiting = 0;
     m_vecUnflushed.clear();
-    close(std::exchange(m_nHandle, -1));
+    Close();
 }
 
-void RecordStream::GiveUpUnwritten() {
+void RecordStream::GiveUpWaiting() {
+    if (HasWaiting()) LossCounter::Lost(m_vecUnflushed.size(), m_vecUnflushed.front().time);
     m_nWaiting = 0;
-    const std::uint64_t onDisk = SizeOf(m_nHandle, m_nFlushed);
-    const auto lost = std::find_if(m_vecUnflushed.begin(), m_vecUnflushed.end(),
-                                   [onDisk](const Unflushed& record) { return record.end > onDisk; });
-    if (lost != m_vecUnflushed.begin()) {
-        m_nFlushed = (lost - 1)->end;
-        LossCounter::Kept();
-    }
-    if (lost != m_vecUnflushed.end()) {
-        LossCounter::Lost(static_cast<std::uint64_t>(m_vecUnflushed.end() - lost), lost->time);
-    }
     m_vecUnflushed.clear();
+}
+
+// Of a large record, before which nothing waited.
+void RecordStream::DropPart() {
+    m_nWaiting = 0;
+    CutBack(SizeOf(m_nHandle, m_nFlushed));
+}
+
+void RecordStream::DropRefused() {
+    const std::uint64_t onDisk = SizeOf(m_nHandle, m_nFlushed);
+    const auto end = m_vecUnflushed.cend();
+    auto record = m_vecUnflushed.cbegin();
+    for (; record != end && record->size <= onDisk - std::min(onDisk, m_nFlushed); ++record) m_nFlushed += record->size;
+    if (record != m_vecUnflushed.cbegin()) NoteKept();
+    const auto refused = record;
+    std::uint64_t lost = 0;
+    for (; record != end && (lost == 0 || (!m_bTookAny && lost < kLostAtOnce)); ++record) lost += record->size;
+    if (record != refused) LossCounter::Lost(static_cast<std::uint64_t>(record - refused), refused->time);
+    m_vecUnflushed.erase(m_vecUnflushed.cbegin(), record);
+    KeepLast(m_nBytes - std::min(m_nBytes, m_nFlushed + lost));
     CutBack(onDisk);
+}
+
+// Of what waits.
+void RecordStream::KeepLast(std::uint64_t bytes) {
+    const std::size_t kept = std::min(m_nWaiting, static_cast<std::size_t>(bytes));
+    std::memmove(m_buffer.get(), m_buffer.get() + m_nWaiting - kept, kept);
+    m_nWaiting = kept;
 }
 
 // To the last record that the file has whole. Where half a record cannot be cut off, it stays. The

@@ -15,8 +15,10 @@ namespace NS_BUNDLEMGR1 {
 
 /// Collects records and writes them to an open file, a record by itself in one write(2).
 ///
-/// After a failed write the file is cut back to the last record that reached it whole; what
-/// did not is given up. Counts what is kept and what is given up (see `LossCounter`).
+/// After a failed write the file is cut back to the last record that reached it whole. The
+/// first that did not is lost; those behind it wait for the next file. Of a file that takes
+/// none at all, each failure costs 64 KiB of them: a full disk is not asked for each record.
+/// Counts what is kept and what is lost (see `LossCounter`).
 ///
 /// Thread safety: none; its owner serialises the calls.
 class RecordStream {
@@ -24,12 +26,13 @@ public:
     /// No file yet.
     RecordStream();
 
-    /// Closes.
+    /// Closes the file; what waits is gone.
     ~RecordStream();
 
     RecordStream(const RecordStream&) = delete;
     RecordStream& operator=(const RecordStream&) = delete;
 
+    /// What waits goes to this file.
     /// @param handle of the file, which this closes from now on
     /// @param bytes  that are in it already
     void Open(int handle, std::uint64_t bytes);
@@ -39,16 +42,26 @@ public:
     /// @return size of the file, with the records that are still to be written
     std::uint64_t Bytes() const { return m_nBytes; }
 
+    enum class Taken {
+        Yes,
+        No,     ///< The file refused it. It is the caller's to count.
+        NotYet  ///< The file refused one before it. This one is to be tried with the next file.
+    };
+
     /// Takes a record.
     /// @param time of the record
-    /// @return false where the file refused it, or one before it; then nothing waits any more,
-    ///         and the record is the caller's to count
-    bool Write(const RecordFormatter& record, const ACE_Time_Value& time);
+    Taken Write(const RecordFormatter& record, const ACE_Time_Value& time);
 
-    /// Writes what waits. @return false where the file refused it; then nothing waits any more
+    /// Writes what waits. @return false where the file refused it, and is better closed
     bool Flush();
 
-    /// Writes what waits, and closes the file.
+    /// @return whether records wait; after a refusal, for the next file
+    bool HasWaiting() const { return !m_vecUnflushed.empty(); }
+
+    /// What waits is lost.
+    void GiveUpWaiting();
+
+    /// Closes the file. What waits stays, for the next.
     void Close();
 
     /// In a forked child: closes the file, and writes nothing.
@@ -59,21 +72,23 @@ private:
     bool Put(std::string_view piece);
     bool WriteWaiting();
     void KeepRest();
-    void GiveUpUnwritten();
+    void KeepLast(std::uint64_t bytes);
+    void NoteKept();
+    void DropPart();
+    void DropRefused();
     void CutBack(std::uint64_t onDisk);
 
-    // After a failed write the file is cut back to one of these ends, or to what an earlier
-    // flush made safe.
     struct Unflushed {
-        std::uint64_t end;
+        std::uint64_t size;
         ACE_Time_Value time;
     };
 
     int m_nHandle = -1;
     std::uint64_t m_nBytes = 0;
-    std::uint64_t m_nFlushed = 0;
+    std::uint64_t m_nFlushed = 0;  // bytes of the file that are safe
+    bool m_bTookAny = false;       // the file, since it was opened
     const std::unique_ptr<char[]> m_buffer;
-    std::size_t m_nWaiting = 0;  // bytes in the buffer
+    std::size_t m_nWaiting = 0;  // bytes in the buffer: the last ones of the unflushed records
     std::vector<Unflushed> m_vecUnflushed;
 };
 

@@ -126,6 +126,46 @@ TEST_F(DiskFullTest, ABatchKeepsItsWholeRecords) {
     });
 }
 
+TEST_F(DiskFullTest, ABatchLosesOneRecordForEachFileThatItFills) {
+    RunInChild([&] {
+        Buffer().SetOutputMode(LOG_OUTPUT_BUFFERED);
+        for (int i = 1; i <= 8000; ++i) Append("record " + std::to_string(i));
+        const unsigned long long before = GetLogLoss().records;
+        LimitFileSize(100000);
+        test::Clock::Hurry(test::kTheSecond);
+        Buffer().Output();
+        const std::size_t files = Files().size();
+        std::size_t kept = 0;
+        for (const std::string& file : Files()) {
+            for (const LogRecord& record : ParseLog(ReadFile(file))) {
+                EXPECT_EQ("record " + std::to_string(record.sequence), record.text);
+                ++kept;
+            }
+        }
+        EXPECT_LT(5U, files);
+        EXPECT_GE(files, GetLogLoss().records - before);
+        EXPECT_EQ(8000U, kept + GetLogLoss().records - before);
+    });
+}
+
+TEST_F(DiskFullTest, ABatchThatNoFileTakesIsLostAndLeavesNone) {
+    RunInChild([&] {
+        Buffer().SetOutputMode(LOG_OUTPUT_BUFFERED);
+        for (int i = 1; i <= 8000; ++i) Append("record " + std::to_string(i));
+        const unsigned long long before = GetLogLoss().records;
+        LimitFileSize(20);
+        test::Clock::Hurry(test::kTheSecond);
+        Buffer().Output();
+        EXPECT_EQ(8000U, GetLogLoss().records - before);
+        EXPECT_THAT(Files(), IsEmpty());
+        LimitFileSize(RLIM_INFINITY);
+        test::Clock::Set(test::kTheSecond, 42);
+        Append("kept");
+        Buffer().Output();
+        EXPECT_EQ(Bytes(8001, "kept"), FirstFile());
+    });
+}
+
 TEST_F(DiskFullTest, ALargeRecordLeavesNoPart) {
     RunInChild([&] {
         Append("1");
@@ -489,16 +529,16 @@ TEST_F(BadFileTest, AFileThatTurnsEmptyIsRemoved) {
 }
 
 TEST_F(BadFileTest, ARotationThatFailsKeepsTheOldRecords) {
-    LogFile file(LogDir(), "pnbi", 2 * Bytes(1, "1").size() + 10, 100);
+    LogFile file(LogDir(), "pnbi", 3 * Bytes(1, "1").size() + 10, 100);
     file.EnsureOpen();
     file.WriteRecord(test::RecordOf(MakeInfo(1, "1")));
     file.Flush();
     Replace("/dev/full", O_WRONLY);
     file.WriteRecord(test::RecordOf(MakeInfo(1, "2")));
-    file.WriteRecord(test::RecordOf(MakeInfo(1, "3")));  // full, and closed
-    file.WriteRecord(test::RecordOf(MakeInfo(1, "4")));
+    file.WriteRecord(test::RecordOf(MakeInfo(1, "3")));
+    file.WriteRecord(test::RecordOf(MakeInfo(1, "4")));  // full, and closed
     file.Flush();
-    EXPECT_EQ(Bytes(1, "1") + Bytes(4, "4"), FirstFile());
+    EXPECT_EQ(Bytes(1, "1") + Bytes(3, "3") + Bytes(4, "4"), FirstFile());
 }
 
 }  // namespace

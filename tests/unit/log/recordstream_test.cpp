@@ -48,7 +48,8 @@ protected:
     bool Write(const std::string& text) {
         const RecordOf record(MakeInfo(3, text));
         const RecordView view = record;
-        return m_stream.Write(RecordFormatter(++m_sequence, test::kTheStamp, view), view.time);
+        const RecordFormatter formatted(++m_sequence, test::kTheStamp, view);
+        return m_stream.Write(formatted, view.time) == RecordStream::Taken::Yes;
     }
     static std::string Bytes(unsigned long sequence, const std::string& text) {
         LogRecord record;
@@ -107,7 +108,7 @@ TEST_F(RecordStreamTest, RecordsOfEachSizeAroundTheBufferAreWhole) {
         EXPECT_TRUE(Write(text));
         expected += Bytes(++sequence, text);
     }
-    m_stream.Close();
+    EXPECT_TRUE(m_stream.Flush());
     EXPECT_TRUE(expected == Content());
 }
 
@@ -116,7 +117,8 @@ TEST_F(RecordStreamTest, NumbersAreWrittenInFull) {
     info.line = ULONG_MAX;
     const RecordOf record(info);
     const RecordView view = record;
-    EXPECT_TRUE(m_stream.Write(RecordFormatter(UINT64_MAX, test::kTheStamp, view), view.time));
+    const RecordFormatter formatted(UINT64_MAX, test::kTheStamp, view);
+    EXPECT_EQ(RecordStream::Taken::Yes, m_stream.Write(formatted, view.time));
     EXPECT_TRUE(m_stream.Flush());
     EXPECT_EQ("<18446744073709551615>\n" + std::string(test::kTheStamp) + ", " + test::ThisThread() +
                   ", Level = -2147483648, Bundle = , Service =  \nfilename = , lineno = 18446744073709551615\nt\n"
