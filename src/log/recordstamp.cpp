@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <cstdlib>
 
 #include <pthread.h>
 
@@ -38,6 +39,12 @@ std::string Fraction(long microseconds) {
     return fraction;
 }
 
+// Without TZ, the file that the C library reads instead.
+const char* Zone() {
+    const char* const zone = std::getenv("TZ");
+    return zone != nullptr ? zone : "/etc/localtime";
+}
+
 }  // namespace
 
 const RecordThread& RecordThread::OfThisThread() {
@@ -54,7 +61,7 @@ RecordThread::RecordThread() : m_text() {
 }
 
 void TimeStampCache::LookAtZone() {
-    if (m_bReusable && m_strZone != m_zone.Value()) m_bReusable = false;
+    if (m_bReusable && m_strZone != Zone()) m_bReusable = false;
 }
 
 const std::string& TimeStampCache::Get(const ACE_Time_Value& time) {
@@ -63,7 +70,7 @@ const std::string& TimeStampCache::Get(const ACE_Time_Value& time) {
         return m_strStamp;
     }
     m_bReusable = false;
-    m_strZone = m_zone.Value();
+    m_strZone = Zone();
     m_strStamp = GetZoneTimeStamp(time);
     m_nSecond = time.sec();
     // In ASCII the conversion of code sets has nothing to do and nothing to report.

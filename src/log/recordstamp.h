@@ -8,8 +8,6 @@
 
 #include <ace/Time_Value.h>
 
-#include "src/log/zonevariable.h"
-
 namespace NS_BUNDLEMGR1 {
 
 /// "Thread " and the calling thread's id, cut to 32 bits and signed.
@@ -33,8 +31,7 @@ private:
 /// Thread safety: none.
 class TimeStampCache {
 public:
-    /// Looks which zone is set. To be called before a batch of records. A program that writes
-    /// into `environ` itself is noticed in the next second.
+    /// Looks which zone is set. To be called before a batch of records.
     void LookAtZone();
 
     /// @return `GetZoneTimeStamp(time)`, valid until the next call
@@ -45,7 +42,6 @@ private:
 
     std::string m_strStamp;
     std::string m_strZone;  // the TZ that it was made under
-    ZoneVariable m_zone;
     std::time_t m_nSecond = 0;
     bool m_bReusable = false;
 };

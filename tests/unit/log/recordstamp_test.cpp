@@ -77,6 +77,38 @@ TEST_F(TimeStampCacheTest, NoticesAnotherZone) {
     EXPECT_EQ("UTC 2024-01-31 23:59:59.000045", Get(kTheSecond, 45));
 }
 
+TEST_F(TimeStampCacheTest, NoticesAZoneThatTakesThePlaceOfAnotherVariable) {
+    unsetenv("TZ");
+    static char s_first[] = "A_VARIABLE=1";
+    static char s_last[] = "B_VARIABLE=1";
+    putenv(s_first);
+    putenv(s_last);
+    Get(kTheSecond, 42);
+    unsetenv("A_VARIABLE");
+    unsetenv("B_VARIABLE");
+    setenv("TZ", "CST-8", 1);
+    putenv(s_last);
+    tzset();
+    m_cache.LookAtZone();
+    EXPECT_EQ("CST 2024-02-01 07:59:59.000042", Get(kTheSecond, 42));
+    unsetenv("B_VARIABLE");
+}
+
+TEST_F(TimeStampCacheTest, NoticesAZoneThatIsWrittenOverAnotherVariable) {
+    unsetenv("TZ");
+    static char s_variable[] = "YY=CST-8";
+    static char s_last[] = "B_VARIABLE=1";
+    putenv(s_variable);
+    putenv(s_last);
+    Get(kTheSecond, 42);
+    std::memcpy(s_variable, "TZ", 2);
+    tzset();
+    m_cache.LookAtZone();
+    EXPECT_EQ("CST 2024-02-01 07:59:59.000042", Get(kTheSecond, 42));
+    unsetenv("TZ");
+    unsetenv("B_VARIABLE");
+}
+
 TEST_F(TimeStampCacheTest, AgreesWithTheFunctionForEveryTime) {
     const long years = 365L * 24 * 3600;
     for (const long seconds : {0L, -1L, kTheSecond, -5000 * years, 9000 * years, 2000000 * years, 90000000 * years,
