@@ -160,10 +160,13 @@ LogProxyDebugInfoBufMgr::~LogProxyDebugInfoBufMgr() {
     End();
 }
 
+// In this order, and ended in the other one: whoever has passed the gate finds the buffer open.
 void LogProxyDebugInfoBufMgr::Open() {
+    {
+        const detail::Guard guard(m_listMutex);
+        m_bIsOpen = true;
+    }
     g_gate.Open(this);
-    const detail::Guard guard(m_listMutex);
-    m_bIsOpen = true;
 }
 
 // Those who are inside have passed the gate, or have the list lock.
@@ -244,11 +247,7 @@ void LogProxyDebugInfoBufMgr::TakeEnabled(const RecordView& record) {
         return;
     }
     const Stay stay(this);
-    if (stay) {
-        stay->Append(record);
-    } else {
-        LossCounter::Lost(1, record.time);
-    }
+    if (!stay || !stay->Append(record)) LossCounter::Lost(1, record.time);
 }
 
 // False where the buffer is not open, or does not know its directory.

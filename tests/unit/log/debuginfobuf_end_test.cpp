@@ -47,10 +47,10 @@ protected:
                     }
                 });
             }
-            while (ends < kEnds) {
-                const int before = total;
+            for (int before = 0; ends < kEnds;) {
                 EXPECT_TRUE(test::WaitFor([&] { return total > before; }));
                 end();
+                before = total;  // then each of them may log some more
                 ++ends;
             }
             for (std::thread& thread : threads) thread.join();

@@ -103,7 +103,7 @@ TEST_F(RecordStreamTest, RecordsOfEachSizeAroundTheBufferAreWhole) {
     constexpr std::size_t kBuffer = 256 * 1024;
     std::string expected;
     unsigned long sequence = 0;
-    for (std::size_t size = kBuffer - 200; size <= kBuffer + 50; ++size) {
+    for (std::size_t size = kBuffer - 225; size <= kBuffer + 50; size += 25) {
         const std::string text(size, static_cast<char>('a' + size % 26));
         EXPECT_TRUE(Write(text));
         expected += Bytes(++sequence, text);
