@@ -15,7 +15,12 @@
 /// `$_APP_LOG_DIR/Develop/nbi/Agent_CORBA/pnbi_sys_<time>_<pid>.log`.
 ///
 /// Logging throws nothing: a record for which there is no memory, no file or no room on
-/// the disk is lost, and counted (`GetLogLoss`).
+/// the disk is lost, and counted (`GetLogLoss`). So is one with a text over 512 MiB while the
+/// log is buffering.
+///
+/// A file-size limit (`ulimit -f`) costs records, not the process. One that is lowered while the
+/// process runs is noticed within a second, or when a record crosses it; until then a record
+/// that begins beyond it ends the process with SIGXFSZ, unless that is blocked or ignored.
 ///
 /// At the end of its life the host calls `LogProxyDebugInfoBufMgr::Destroy`, after
 /// `BundleMgr::Destroy`, since the end of the bundles is logged, too. Without it a buffering log

@@ -63,6 +63,13 @@ protected:
         setrlimit(RLIMIT_FSIZE, &limit);
     }
 
+    // Of the clock by which the log looks for a limit.
+    static timespec CoarseTime() {
+        timespec now{};
+        clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+        return now;
+    }
+
     pid_t m_child = 0;
 };
 
@@ -252,6 +259,19 @@ TEST_F(DiskFullTest, ALimitThatARecordCrossesIsNoticedAtOnce) {
         LimitFileSize(RLIM_INFINITY);
         Append("4");
         EXPECT_EQ(Bytes(1, "1") + Bytes(4, "4"), FirstFile());
+    });
+}
+
+TEST_F(DiskFullTest, ALimitBelowTheFileIsNoticedInTheNextSecond) {
+    RunInChild([&] {
+        Append("1");
+        const unsigned long long before = GetLogLoss().records;
+        const timespec then = CoarseTime();
+        LimitFileSize(20);
+        ASSERT_TRUE(test::WaitFor([&] { return CoarseTime().tv_sec > then.tv_sec; }));
+        Append("2");
+        EXPECT_EQ(1U, GetLogLoss().records - before);
+        EXPECT_EQ(Bytes(1, "1"), FirstFile());
     });
 }
 
