@@ -1,6 +1,7 @@
 #include "src/platform/textformat.h"
 
 #include <charconv>
+#include <climits>
 #include <cstring>
 #include <string_view>
 
@@ -90,8 +91,9 @@ bool PutPlain(char kind, Arguments& args, Room& room) {
     }
     if (kind == 's') {
         const char* const text = va_arg(args.list, const char*);
-        room.Put(text != nullptr ? text : "(null)");
-        return true;
+        const std::string_view shown = text != nullptr ? text : "(null)";
+        room.Put(shown);
+        return shown.size() <= INT_MAX;  // the C library refuses a longer one
     }
     if (kind != 'c') return false;
     const char character = static_cast<char>(va_arg(args.list, int));
