@@ -29,7 +29,7 @@ protected:
     TestService& AddNowhere(const char* name, int initResult = 0) {
         auto* const service = new TestService(m_trace, "nowhere", name);
         service->initResult = initResult;
-        Install(name, service, &test::Exterminate, m_library);
+        Install(name, service, &test::Exterminate, Library());
         return *service;
     }
 
@@ -57,7 +57,12 @@ protected:
         return thrown;
     }
 
-    const ACE_DLL m_library{"libc.so.6"};  // any that is there
+    /// Any that is there. It stays open: ACE closes it under two locks, which the end of the
+    /// process takes in the other order.
+    static const ACE_DLL& Library() {
+        static const ACE_DLL* const library = new ACE_DLL("libc.so.6");
+        return *library;
+    }
 };
 
 // An ACE service that is none of this library's.
