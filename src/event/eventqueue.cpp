@@ -64,12 +64,16 @@ bool IsOurs(EventQueue::Base& queue) {
 // A handler may give the task another queue, which deletes this one under a reader. The segment
 // that the reader has is not freed then, if no event waits there any more.
 EventQueue::~EventQueue() {
-    while (m_first != nullptr) {
-        Segment* const next = m_first->next;
-        delete m_first;
-        m_first = next;
+    Delete(m_first);
+    Delete(m_spare);
+}
+
+void EventQueue::Delete(Segment* first) {
+    while (first != nullptr) {
+        const Segment* const segment = first;
+        first = segment->next;
+        if (segment != &m_own) delete segment;
     }
-    delete m_spare;
 }
 
 // ---- events in and out ---------------------------------------------------------------
@@ -129,9 +133,8 @@ void EventQueue::AwaitMore() const {
 bool EventQueue::Append(const PostedEvent& event) {
     const Position end = m_end.load(std::memory_order_relaxed);
     if (end % kSlots == 0) {
-        Segment* const segment = m_spare;
+        Segment* const segment = TakeSpare();
         if (segment == nullptr) return false;
-        m_spare = nullptr;
         segment->begin = end;
         (m_last != nullptr ? m_last->next : m_first) = segment;
         m_last = segment;
@@ -159,6 +162,16 @@ bool EventQueue::MakeSegment(ACE_Guard<ACE_Thread_Mutex>& guard) {
     if (segment == nullptr) return false;
     Recycle(segment);
     return true;
+}
+
+// Null where there is none.
+EventQueue::Segment* EventQueue::TakeSpare() {
+    Segment* const segment = m_spare;
+    if (segment == nullptr) return nullptr;
+    m_spare = segment->next;
+    --m_nSpares;
+    segment->next = nullptr;
+    return segment;
 }
 
 bool EventQueue::TakeWithLock(Reader* reader, PostedEvent& event) {
@@ -243,13 +256,14 @@ void EventQueue::DropBefore(Position position) {
 }
 
 void EventQueue::Recycle(Segment* segment) {
-    if (m_spare != nullptr) {
+    if (m_nSpares >= kSpares && segment != &m_own) {
         delete segment;
         return;
     }
-    segment->next = nullptr;
     segment->isInQueue = true;
+    segment->next = m_spare;
     m_spare = segment;
+    ++m_nSpares;
 }
 
 EventQueue::Position EventQueue::Next() const {

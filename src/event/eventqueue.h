@@ -78,6 +78,8 @@ private:
     using Position = std::uint64_t;  // counts the events that ever waited
 
     static constexpr std::size_t kSlots = 128;
+    // Enough for a thousand events on their way without asking for memory, 25 KB.
+    static constexpr std::size_t kSpares = 8;
     // In `m_next`: nobody may claim an event without the lock.
     static constexpr Position kHeld = Position{1} << 63;
 
@@ -93,6 +95,8 @@ private:
     bool AwaitRoom();
     bool MakeSegment(ACE_Guard<ACE_Thread_Mutex>& guard);
     bool Append(const PostedEvent& event);
+    Segment* TakeSpare();
+    void Delete(Segment* first);
     void AwaitMore() const;
     bool Claim(Reader* reader, PostedEvent& event);
     bool TakeWithLock(Reader* reader, PostedEvent& event);
@@ -115,7 +119,9 @@ private:
     std::atomic<bool> m_hasBlocks{false};
     Segment* m_first = nullptr;  ///< Has the oldest event.
     Segment* m_last = nullptr;   ///< Has the youngest one.
-    Segment* m_spare = nullptr;
+    Segment m_own;               ///< The first events need no memory, in a child of fork either.
+    Segment* m_spare = &m_own;   ///< For the events to come.
+    std::size_t m_nSpares = 1;
     std::size_t m_nWaiting = 0;  ///< Threads that wait for something to take.
     std::size_t m_nTold = 0;     ///< How many of them have been told to look.
 };

@@ -292,6 +292,7 @@ TEST_F(LightEventMgrFailures, WhoMissedASignalIsWokenByLaterEvents) {
 // ---- no memory -----------------------------------------------------------------------
 
 TEST_F(LightEventMgrFailures, AnEventForWhichThereIsNoMemoryIsLost) {
+    constexpr std::size_t kMoreThanHaveRoom = 10000;
     std::atomic<int> deletions{0};
     Record<LightEventParam*> seen;
     Handler a([&](int, LightEventParam* got) { seen.Add(got); });
@@ -299,16 +300,20 @@ TEST_F(LightEventMgrFailures, AnEventForWhichThereIsNoMemoryIsLost) {
     CountedParam lost(true, deletions);
     CountedParam posted(false, deletions);
 
-    // One allocation after the other fails, until none is left that could.
-    int failures = 0;
-    for (bool failed = true; failed; failures += failed ? 1 : 0) {
-        t_failingAllocation = failures + 1;
-        EXPECT_EQ(0, Mgr().Push_Msg(1, failures < 1 ? &lost : &posted, 0));
-        failed = t_failingAllocation == 0;
-        t_failingAllocation = 0;
+    // The first events need no memory; one that does is lost, and the next one is not.
+    std::size_t waiting = 0;
+    t_failingAllocation = 1;
+    for (; t_failingAllocation != 0 && waiting < kMoreThanHaveRoom; ++waiting) {
+        EXPECT_EQ(waiting, Mgr().msg_queue()->message_count());
+        EXPECT_EQ(0, Mgr().Push_Msg(2, waiting == 0 ? nullptr : &lost, 0));
     }
-    EXPECT_EQ(1, failures) << "the room for it and for those that follow";
-    EXPECT_EQ(1U, Mgr().msg_queue()->message_count());
+    EXPECT_EQ(0, t_failingAllocation);
+    EXPECT_EQ(waiting - 1, Mgr().msg_queue()->message_count());
+    Mgr().Push_Msg(1, &posted, 0);
+    EXPECT_EQ(waiting, Mgr().msg_queue()->message_count());
+    EXPECT_EQ(int(waiting - 1), Mgr().msg_queue()->flush() - 1);
+
+    Mgr().Push_Msg(1, &posted, 0);
     Mgr().process_msg();
     EXPECT_THAT(seen.Get(), ElementsAre(&posted));
     EXPECT_EQ(0, deletions);
