@@ -363,31 +363,40 @@ TEST_F(LightEventMgrFailures, WhoIsWokenAndGetsNoMemoryWakesTheNextOne) {
     Mgr().msg_queue()->pulse();
 }
 
+// As many events as the queue has room for in itself; the next one needs memory.
+constexpr int kOwnRoom = 128;
+constexpr int kNobodysEvent = 99;
+
+void FillOwnRoom(LightEventMgr& mgr) {
+    for (int i = 0; i < kOwnRoom; ++i) mgr.Push_Msg(kNobodysEvent, nullptr, 0);
+}
+
 TEST_F(LightEventMgrFailures, RoomForAnEventIsMadeWithoutTheQueuesLock) {
     static bool isFree;
     isFree = false;
-    Mgr();
+    FillOwnRoom(Mgr());
     t_atNextAllocation = [] {
         isFree = test::CanBeDoneElsewhere([] { LightEventMgr::Instance()->msg_queue()->message_count(); });
     };
     Mgr().Push_Msg(1, nullptr, 0);
     EXPECT_TRUE(isFree);
-    EXPECT_EQ(1U, Mgr().msg_queue()->message_count());
+    EXPECT_EQ(kOwnRoom + 1U, Mgr().msg_queue()->message_count());
 }
 
 TEST_F(LightEventMgrFailures, WhileThereIsNoRoomForAnEventAnotherMayBePosted) {
     Record<int> calls;
     Handler a([&](int eventId, LightEventParam*) { calls.Add(eventId); });
     for (const int id : {1, 2, 3}) Mgr().RegisterHandler(id, &a);
+    FillOwnRoom(Mgr());
     t_atNextAllocation = [] { LightEventMgr::Instance()->Push_Msg(2, nullptr, 0); };
     Mgr().Push_Msg(1, nullptr, 0);
     Mgr().Push_Msg(3, nullptr, 0);
-    for (int i = 0; i < 3; ++i) Mgr().process_msg();
+    for (int i = 0; i < kOwnRoom + 3; ++i) Mgr().process_msg();
     EXPECT_THAT(calls.Get(), ElementsAre(2, 1, 3));
 }
 
 TEST_F(LightEventMgrFailures, AQueueThatIsClosedWhileRoomIsMadeRefusesTheEvent) {
-    Mgr();
+    FillOwnRoom(Mgr());
     t_atNextAllocation = [] { LightEventMgr::Instance()->msg_queue()->close(); };
     errno = 0;
     Mgr().Push_Msg(1, nullptr, 0);
