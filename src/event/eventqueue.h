@@ -83,12 +83,13 @@ private:
     // In `m_next`: nobody may claim an event without the lock.
     static constexpr Position kHeld = Position{1} << 63;
 
-    struct Segment {
+    // A slot is set when an event waits there.
+    struct Segment {         // NOLINT(cppcoreguidelines-pro-type-member-init)
         Position begin = 0;  // of its first slot
         Segment* next = nullptr;
         std::size_t readers = 0;
         bool isInQueue = true;
-        PostedEvent slots[kSlots];  // NOLINT(cppcoreguidelines-pro-type-member-init): set when an event waits there
+        PostedEvent slots[kSlots];
     };
 
     void Push(const PostedEvent& event);

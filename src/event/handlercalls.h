@@ -98,8 +98,8 @@ private:
         std::atomic<LightEventHandler*> m_handler;
     };
 
-    // Changed by its thread, under the mutex, but for handlers that are withdrawn.
-    struct List {
+    // Changed by its thread, under the mutex, but for handlers that are withdrawn. `few` is set up to `count`.
+    struct List {  // NOLINT(cppcoreguidelines-pro-type-member-init)
         void Add(LightEventHandler* handler);
         void Clear();
         Slot& At(std::size_t index) { return index < kFew ? few[index] : more[index - kFew]; }
@@ -107,7 +107,7 @@ private:
         unsigned long version = 0;  // of the tables when it was made; 0: never
         int eventId = 0;
         std::size_t count = 0;
-        std::array<Slot, kFew> few;  // NOLINT(cppcoreguidelines-pro-type-member-init): set up to `count`
+        std::array<Slot, kFew> few;
         std::vector<Slot> more;
     };
 
