@@ -221,6 +221,7 @@ TEST(StandardOutputTest, OutlivesEveryReaderWithTheFirstTextOfASmallLineBuffer) 
                   PrintOutText("abc");
                   EXPECT_EQ(ENOTTY, errno);
                   EXPECT_FALSE(IsPending(SIGPIPE));
+                  test::ExitAtOnce(testing::Test::HasFailure() ? 1 : 0);
               }));
 }
 

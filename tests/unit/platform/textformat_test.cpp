@@ -110,10 +110,13 @@ TEST(TextFormatTest, OtherConversionsAreLeftToTheLibrary) {
 
 TEST(TextFormatTest, WhatTheLibraryRefusesIsRefused) {
     ExpectSame("a %s %ls", "b", L"\x4E2D");  // in the C locale
+// A sanitizer's own vsnprintf gives up on these.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
     ExpectSame("100%");
     ExpectSame("%l");
     ExpectSame("%5");
     ExpectSame("%y %d", 1);
+#endif
     EXPECT_EQ(-1, Quickly(nullptr).result);
 }
 
