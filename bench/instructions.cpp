@@ -18,6 +18,8 @@
 #include <bundlemgr/log.h>
 #include <bundlemgr/schema.h>
 
+#include "benchlog.h"
+
 using namespace NS_BUNDLEMGR1;
 
 namespace {
@@ -33,16 +35,8 @@ void Count(const std::function<void(int)>& step) {
     CALLGRIND_TOGGLE_COLLECT;
 }
 
-LogProxy& Log(int mode) {
-    LogProxy& log = *BundleMgr::Instance()->GetLogProxyMgr()->GetLogProxy("Bench");
-    log.SetBundleName("bench_bundle");
-    log.SetServiceName("BenchSvc");
-    log.SetDebugOutputMode(mode);
-    return log;
-}
-
 void CountRecords(int mode) {
-    LogProxy& log = Log(mode);
+    LogProxy& log = bench::Log(mode);
     Count([&](int i) {
         log.SetPosition("instructions", __LINE__);
         log.Printf(LOG_LEVEL_INFO, "alarm %d of element %d changed from major to critical\n", i, 12);
@@ -50,7 +44,7 @@ void CountRecords(int mode) {
 }
 
 void CountDrain() {
-    LogProxy& log = Log(LOG_OUTPUT_BUFFERED);
+    LogProxy& log = bench::Log(LOG_OUTPUT_BUFFERED);
     for (int i = 0; i < kTimes; ++i) log.Printf(LOG_LEVEL_INFO, "alarm %d\n", kTimes + i);
     CALLGRIND_TOGGLE_COLLECT;
     log.FlushDebugInfo();

@@ -19,6 +19,7 @@
 #include <bundlemgr/log.h>
 
 #include "benchdir.h"
+#include "benchlog.h"
 
 using namespace NS_BUNDLEMGR1;
 
@@ -69,21 +70,13 @@ double BytesOfOurEvent() {
     return bytes;
 }
 
-LogProxy& Log(int mode) {
-    LogProxy& log = *BundleMgr::Instance()->GetLogProxyMgr()->GetLogProxy("Bench");
-    log.SetBundleName("bench_bundle");
-    log.SetServiceName("BenchSvc");
-    log.SetDebugOutputMode(mode);
-    return log;
-}
-
 void WriteRecord(LogProxy& log) {
     log.SetPosition("memory_bench", __LINE__);
     log.Printf(LOG_LEVEL_INFO, "alarm %d of element %d changed from major to critical\n", 4711, 12);
 }
 
 double BytesOfOurRecord() {
-    LogProxy& log = Log(LOG_OUTPUT_BUFFERED);
+    LogProxy& log = bench::Log(LOG_OUTPUT_BUFFERED);
     const double bytes = BytesEach([&] { WriteRecord(log); });
     log.FlushDebugInfo();
     return bytes;
@@ -130,10 +123,10 @@ void PrintMillionEvents() {
 }
 
 void PrintMillionRecords() {
-    LogProxy& immediate = Log(LOG_OUTPUT_IMMEDIATE);
+    LogProxy& immediate = bench::Log(LOG_OUTPUT_IMMEDIATE);
     PrintMillion(
         "1,000,000 records, immediate", [&] { WriteRecord(immediate); }, [] {});
-    LogProxy& buffered = Log(LOG_OUTPUT_BUFFERED);
+    LogProxy& buffered = bench::Log(LOG_OUTPUT_BUFFERED);
     PrintMillion(
         "1,000,000 records, buffered", [&] { WriteRecord(buffered); }, [&] { buffered.FlushDebugInfo(); });
 }

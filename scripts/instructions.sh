@@ -25,10 +25,10 @@ toolchain() {
     printf '# %s, glibc %s\n' "$(c++ --version | head -n 1)" "$(getconf GNU_LIBC_VERSION | cut -d ' ' -f 2)"
 }
 
-# count <path>: instructions a time
+# count <path>: instructions a time. The environment is always the same: a record looks for TZ in it.
 count() {
     mkdir -p "$directory/$1"
-    valgrind --tool=callgrind --collect-atstart=no --callgrind-out-file="$directory/$1.out" \
+    env -i PATH="$PATH" valgrind --tool=callgrind --collect-atstart=no --callgrind-out-file="$directory/$1.out" \
         "$root/build/bench/bench/instructions" "$1" "$directory/$1" >/dev/null 2>"$directory/$1.err" ||
         { cat "$directory/$1.err" >&2; fail "$1 failed"; }
     awk '/^(totals|summary):/ { total = $2 } END { if (!total) exit 1; print int(total / 1000) }' \

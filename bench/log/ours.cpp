@@ -1,8 +1,8 @@
 #include <cstdlib>
 
-#include <bundlemgr/bundlemgr.h>
 #include <bundlemgr/log.h>
 
+#include "benchlog.h"
 #include "log/logger.h"
 
 using namespace NS_BUNDLEMGR1;
@@ -15,10 +15,7 @@ class Ours : public Logger {
 public:
     Ours(const std::string& directory, LogMode mode) {
         setenv("_APP_LOG_DIR", directory.c_str(), 1);
-        m_proxy = BundleMgr::Instance()->GetLogProxyMgr()->GetLogProxy("Bench");
-        m_proxy->SetBundleName("bench_bundle");
-        m_proxy->SetServiceName("BenchSvc");
-        m_proxy->SetDebugOutputMode(mode == LogMode::Immediate ? LOG_OUTPUT_IMMEDIATE : LOG_OUTPUT_BUFFERED);
+        m_proxy = &Log(mode == LogMode::Immediate ? LOG_OUTPUT_IMMEDIATE : LOG_OUTPUT_BUFFERED);
     }
     ~Ours() override { LogProxyDebugInfoBufMgr::Destroy(); }
 
