@@ -61,12 +61,13 @@ bool Keep(const RecordView& record, RecordBlocks& records) {
 // Calls `take` with a record as it goes to the file: each of its texts ends at its first NUL.
 template <class Take>
 void View(const DebugInfo& info, Take take) {
-    RecordSource source;
-    if (!source.Take(info.bundle.c_str(), info.service.c_str(), info.file.c_str())) {
+    RecordSource room;
+    const std::string_view source = room.Take(info.bundle.c_str(), info.service.c_str(), info.file.c_str());
+    if (source.empty()) {
         LossCounter::Lost(1, info.time);
         return;
     }
-    take(RecordView{info.level, info.time, info.thread.c_str(), source.Text(), info.line, info.text.c_str()});
+    take(RecordView{info.level, info.time, info.thread.c_str(), source, info.line, info.text.c_str()});
 }
 
 void Lose(const RecordBlocks& records) {
@@ -346,13 +347,12 @@ void LogProxyDebugInfoBufMgr::WriteMerged(const RecordBlocks& enabled, const Rec
 }
 
 void LogProxyDebugInfoBufMgr::WriteCacheFullNotice(bool hadFile) {
-    RecordSource source;
-    source.Take("debug", "debug", "");
+    RecordSource room;
     RecordView notice;
     notice.level = LOG_LEVEL_ERROR;
     notice.time = WallClock();
     notice.thread = RecordThread::OfThisThread().Text();
-    notice.source = source.Text();
+    notice.source = room.Take("debug", "debug", "");
     notice.text = "Debug cache is full, force output excuted.";
     const detail::Guard guard(m_fileMutex);
     const WritingScope scope(*this);

@@ -4,8 +4,8 @@
 
 #include <bundlemgr/log.h>
 
-#include "src/log/logproxyimpl.h"
 #include "src/log/logproxymgrimpl.h"
+#include "src/log/sourceposition.h"
 #include "src/platform/calendar.h"
 #include "src/platform/staticobjectlock.h"
 
@@ -25,13 +25,13 @@ int LogFork::Register() {
 void LogFork::Before() ZO_NO_THREAD_SAFETY_ANALYSIS {
     LogProxyDebugInfoBufMgr::BeforeFork();
     LogProxyMgrImpl::BeforeFork();
-    LogProxyImpl::BeforeFork();
+    SourcePosition::BeforeFork();
     Calendar::BeforeFork();
 }
 
 void LogFork::InParent() ZO_NO_THREAD_SAFETY_ANALYSIS {
     Calendar::AfterFork();
-    LogProxyImpl::AfterFork();
+    SourcePosition::AfterFork();
     LogProxyMgrImpl::AfterFork();
     LogProxyDebugInfoBufMgr::AfterForkInParent();
 }
@@ -39,7 +39,7 @@ void LogFork::InParent() ZO_NO_THREAD_SAFETY_ANALYSIS {
 void LogFork::InChild() ZO_NO_THREAD_SAFETY_ANALYSIS {
     Calendar::AfterFork();
     FreeStaticObjectLockInChild();
-    LogProxyImpl::AfterFork();
+    SourcePosition::AfterFork();
     LogProxyMgrImpl::AfterFork();
     LogProxyDebugInfoBufMgr::AfterForkInChild();
 }

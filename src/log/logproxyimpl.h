@@ -7,22 +7,18 @@
 #include <string>
 #include <string_view>
 
-#include <bundlemgr/detail/mutex.h>
 #include <bundlemgr/log.h>
 
 #include "src/corelog/ownlogproxy.h"
+#include "src/log/sourceposition.h"
 
 namespace NS_BUNDLEMGR1 {
-
-class RecordSource;
-struct RecordView;
 
 /// Turns each call into a record and hands it to the process-wide
 /// `LogProxyDebugInfoBufMgr`, printing its text on standard output as well.
 ///
-/// Thread safety: as `LogProxy`. The names and the position are copied under a lock, so a
-/// record carries an old or a new value, never a torn one. All proxies share a few of these
-/// locks, which a fork can take.
+/// Thread safety: as `LogProxy`. A record carries old or new names and an old or a new position,
+/// never a torn one.
 class LogProxyImpl : public OwnLogProxy {
 public:
     explicit LogProxyImpl(const std::string& name);
@@ -46,32 +42,15 @@ public:
     void VPrintfAt(const char* file, unsigned long line, int level, const char* format, va_list args) override
         __attribute__((format(printf, 5, 0)));
 
-    /// @name Around fork
-    /// No name and no position is in the middle of a change when the child is made.
-    /// @{
-    static void BeforeFork();
-    static void AfterFork();
-    /// @}
-
 private:
-    struct Position {
-        const char* file;
-        unsigned long line;
-    };
-
-    void WriteAt(const Position* position, int level, std::string_view text);
-    bool TakeSource(const Position* position, RecordSource& source, RecordView& record);
-    void Replace(std::string& text, const char* newText);
+    template <class TakeSource>
+    void WriteRecord(int level, std::string_view text, TakeSource takeSource);
     static bool Format(char* buffer, const char* format, va_list args) __attribute__((format(printf, 2, 0)));
 
     const std::string m_strName;
-    std::string m_strBundleName ZO_GUARDED_BY(m_positionMutex);
-    std::string m_strServiceName ZO_GUARDED_BY(m_positionMutex);
-    std::string m_strFileName ZO_GUARDED_BY(m_positionMutex);
-    unsigned long m_nLine ZO_GUARDED_BY(m_positionMutex);
+    SourcePosition m_position;
     std::atomic<std::uint64_t> m_nLevelMask;  // bit n set: level n is enabled
     const bool m_bEcho;                       // print each text on standard output, too
-    detail::Mutex& m_positionMutex;
 };
 
 }  // namespace NS_BUNDLEMGR1

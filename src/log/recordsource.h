@@ -19,21 +19,28 @@ public:
     RecordSource(const RecordSource&) = delete;
     RecordSource& operator=(const RecordSource&) = delete;
 
-    /// @return false where there is no memory for them
-    bool Take(std::string_view bundle, std::string_view service, std::string_view file) {
-        const std::size_t size = bundle.size() + kService.size() + service.size() + kFile.size() + file.size();
+    /// @return the text, valid as long as this; empty where there is no memory for it
+    std::string_view Take(std::string_view bundle, std::string_view service, std::string_view file) {
+        const std::size_t size = SizeOf(bundle, service, file);
         char* at = m_place;
         if (size > sizeof m_place) {
             m_large.reset(new (std::nothrow) char[size]);
-            if (m_large == nullptr) return false;
+            if (m_large == nullptr) return {};
             at = m_large.get();
         }
-        m_text = {at, size};
-        CopyText(file, CopyText(kFile, CopyText(service, CopyText(kService, CopyText(bundle, at)))));
-        return true;
+        Put(bundle, service, file, at);
+        return {at, size};
     }
 
-    std::string_view Text() const { return m_text; }
+    /// @return number of bytes of the text
+    static std::size_t SizeOf(std::string_view bundle, std::string_view service, std::string_view file) {
+        return bundle.size() + kService.size() + service.size() + kFile.size() + file.size();
+    }
+
+    /// @param at has room for the text
+    static void Put(std::string_view bundle, std::string_view service, std::string_view file, char* at) {
+        CopyText(file, CopyText(kFile, CopyText(service, CopyText(kService, CopyText(bundle, at)))));
+    }
 
 private:
     static constexpr std::string_view kService = ", Service = ";
@@ -41,7 +48,6 @@ private:
 
     char m_place[512];
     std::unique_ptr<char[]> m_large;
-    std::string_view m_text;
 };
 
 }  // namespace NS_BUNDLEMGR1
