@@ -260,7 +260,7 @@ bool LogProxyDebugInfoBufMgr::Append(const RecordView& record) {
     if (!m_bIsOpen || !HasDirectory()) return false;
     // Taken out before they are written: no record is written twice, whatever happens.
     if (m_nOutputMode.load(std::memory_order_relaxed) == LOG_OUTPUT_IMMEDIATE) {
-        batch.Swap(m_listOutput);
+        if (!m_listOutput.IsEmpty()) batch.Swap(m_listOutput);
         WriteList(batch, &record);
         return true;
     }
@@ -313,7 +313,7 @@ bool LogProxyDebugInfoBufMgr::WriteList(const RecordBlocks& records, const Recor
         if (last != nullptr) LossCounter::Lost(1, last->time);
         return false;
     }
-    WriteKeptRecords();
+    if (m_bHasKept.load(std::memory_order_acquire)) WriteKeptRecords();
     if (!records.IsEmpty()) WriteEach(records);
     if (last != nullptr) m_pLogFile->WriteRecord(*last);
     m_pLogFile->Flush();
@@ -334,7 +334,7 @@ void LogProxyDebugInfoBufMgr::WriteMerged(const RecordBlocks& enabled, const Rec
         Lose(disabled);
         return;
     }
-    WriteKeptRecords();
+    if (m_bHasKept.load(std::memory_order_acquire)) WriteKeptRecords();
     RecordReader filtered(disabled);
     for (RecordReader output(enabled); output; output.Next()) {
         for (; filtered && filtered.Record().time < output.Record().time; filtered.Next()) {
@@ -373,7 +373,6 @@ void LogProxyDebugInfoBufMgr::KeepForNextBatch(const RecordView& record) {
 }
 
 void LogProxyDebugInfoBufMgr::WriteKeptRecords() {
-    if (!m_bHasKept.load(std::memory_order_acquire)) return;
     RecordBlocks kept;
     {
         const detail::Guard guard(m_keptMutex);

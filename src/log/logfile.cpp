@@ -182,14 +182,14 @@ bool LogFile::Print(const RecordView& record) {
         return false;  // no memory, and no fault of the file
     }
     const RecordFormatter formatted(m_nSequence, *timeStamp, record);
-    RecordStream::Taken taken = RecordStream::Taken::NotYet;
-    while (m_stream.IsOpen() && taken == RecordStream::Taken::NotYet) {
-        taken = m_stream.Write(formatted, record.time);
-        if (taken == RecordStream::Taken::Yes) return true;
+    RecordStream::Taken taken = m_stream.Write(formatted, record.time);
+    while (taken != RecordStream::Taken::Yes) {
         NoteFailure();
         ChangeFile();
+        if (taken == RecordStream::Taken::No || !m_stream.IsOpen()) return false;
+        taken = m_stream.Write(formatted, record.time);
     }
-    return false;
+    return true;
 }
 
 // Where nothing is left for it, the next file is opened with the next record, not here: while the

@@ -17,62 +17,93 @@ namespace NS_BUNDLEMGR1 {
 class RecordFormatter {
 public:
     RecordFormatter(std::uint64_t sequence, std::string_view stamp, const RecordView& record)
-        : m_record(record), m_stamp(stamp), m_sequence(sequence), m_level(record.level), m_line(record.line) {}
+        : m_record(record), m_stamp(stamp), m_sequence(sequence) {}
+
+    /// @return a number of bytes that it does not exceed
+    std::size_t MaxSize() const {
+        SizeCounter counter;
+        Compose(counter);
+        return counter.size;
+    }
+
+    /// @param out has room for `MaxSize()` bytes
+    /// @return the end of the record there
+    char* CopyTo(char* out) const {
+        Copier copier(out);
+        Compose(copier);
+        return copier.next;
+    }
 
     /// Calls `take` with each piece, as a `std::string_view`.
     template <class Take>
     void ForEachPiece(Take take) const {
-        take("<");
-        take(m_sequence.Text());
-        take(">\n");
-        take(m_stamp);
-        take(", ");
-        take(m_record.thread);
-        take(", Level = ");
-        take(m_level.Text());
-        take(", Bundle = ");
-        take(m_record.source);
-        take(", lineno = ");
-        take(m_line.Text());
-        take("\n");
-        take(m_record.text);
-        take("\n</");
-        take(m_sequence.Text());
-        take(">\n\n");
-    }
-
-    /// @return number of bytes
-    std::size_t Size() const {
-        std::size_t size = 0;
-        ForEachPiece([&size](std::string_view piece) { size += piece.size(); });
-        return size;
-    }
-
-    /// @param out has room for `Size()` bytes
-    void CopyTo(char* out) const {
-        ForEachPiece([&out](std::string_view piece) { out = CopyText(piece, out); });
+        PieceMaker<Take> maker{take};
+        Compose(maker);
     }
 
 private:
     template <class Number>
-    class Decimal {
-    public:
-        // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): the digits are what is written
-        explicit Decimal(Number number) : m_size(std::to_chars(m_digits, m_digits + kSize, number).ptr - m_digits) {}
-        std::string_view Text() const { return {m_digits, static_cast<std::size_t>(m_size)}; }
+    static constexpr std::size_t kDigits = std::numeric_limits<Number>::digits10 + 2;  // one for a sign
 
-    private:
-        static constexpr std::size_t kSize = std::numeric_limits<Number>::digits10 + 2;  // one for a sign
+    template <class Out>
+    void Compose(Out& out) const {
+        out.Text("<");
+        out.Number(m_sequence);
+        out.Text(">\n");
+        out.Text(m_stamp);
+        out.Text(", ");
+        out.Text(m_record.thread);
+        out.Text(", Level = ");
+        out.Number(m_record.level);
+        out.Text(", Bundle = ");
+        out.Text(m_record.source);
+        out.Text(", lineno = ");
+        out.Number(m_record.line);
+        out.Text("\n");
+        out.Text(m_record.text);
+        out.Text("\n</");
+        out.Number(m_sequence);
+        out.Text(">\n\n");
+    }
 
-        char m_digits[kSize];
-        std::ptrdiff_t m_size;
+    struct SizeCounter {
+        void Text(std::string_view text) { size += text.size(); }
+        template <class Value>
+        void Number(Value) {
+            size += kDigits<Value>;
+        }
+
+        std::size_t size = 0;
+    };
+
+    struct Copier {
+        explicit Copier(char* out) : next(out) {}
+
+        void Text(std::string_view text) { next = CopyText(text, next); }
+        template <class Value>
+        void Number(Value value) {
+            next = std::to_chars(next, next + kDigits<Value>, value).ptr;
+        }
+
+        char* next;
+    };
+
+    template <class Take>
+    struct PieceMaker {
+        void Text(std::string_view text) { take(text); }
+        template <class Value>
+        void Number(Value value) {
+            char digits[kDigits<Value>];
+            const char* const end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+            take({digits, static_cast<std::size_t>(end - digits)});
+        }
+
+        Take& take;
     };
 
     const RecordView& m_record;
     const std::string_view m_stamp;
-    const Decimal<std::uint64_t> m_sequence;
-    const Decimal<int> m_level;
-    const Decimal<unsigned long> m_line;
+    const std::uint64_t m_sequence;
 };
 
 }  // namespace NS_BUNDLEMGR1

@@ -1,9 +1,11 @@
 #include "src/log/recordstamp.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 
 #include <pthread.h>
 
@@ -21,16 +23,21 @@ bool IsFraction(long microseconds) {
     return microseconds >= 0 && microseconds < 1000000;
 }
 
-void WriteTwo(unsigned number, char* digits) {
-    digits[0] = static_cast<char>('0' + number / 10);
-    digits[1] = static_cast<char>('0' + number % 10);
+// All numbers of two digits, one after the other.
+constexpr std::array<char, 200> MakePairs() {
+    std::array<char, 200> pairs{};
+    for (std::size_t i = 0; i < pairs.size(); ++i)
+        pairs[i] = static_cast<char>('0' + (i % 2 == 0 ? i / 20 : i / 2 % 10));
+    return pairs;
 }
 
+constexpr std::array<char, 200> kPairs = MakePairs();
+
 void WriteFraction(long microseconds, char* digits) {
-    const auto number = static_cast<unsigned>(microseconds);
-    WriteTwo(number / 10000, digits);
-    WriteTwo(number / 100 % 100, digits + 2);
-    WriteTwo(number % 100, digits + 4);
+    const auto number = static_cast<std::uint32_t>(microseconds);
+    std::memcpy(digits, &kPairs[2 * std::size_t{number / 10000}], 2);
+    std::memcpy(digits + 2, &kPairs[2 * std::size_t{number / 100 % 100}], 2);
+    std::memcpy(digits + 4, &kPairs[2 * std::size_t{number % 100}], 2);
 }
 
 std::string Fraction(long microseconds) {
@@ -61,7 +68,7 @@ RecordThread::RecordThread() : m_text() {
 }
 
 void TimeStampCache::LookAtZone() {
-    if (m_bReusable && m_strZone != Zone()) m_bReusable = false;
+    if (m_bReusable && std::strcmp(m_strZone.c_str(), Zone()) != 0) m_bReusable = false;
 }
 
 const std::string& TimeStampCache::Get(const ACE_Time_Value& time) {

@@ -44,23 +44,31 @@ private:
     bool m_isDismissed = false;
 };
 
-// A signal may interrupt it. A limit on the size of files takes a part of what crosses it and
-// raises its signal for the next write; so one that has just been set is noticed in time.
-std::size_t WriteAll(int handle, const char* data, std::size_t size) {
-    if (size == 0) return 0;
+// What one write(2) leaves over. A signal may interrupt it. A limit on the size of files takes a
+// part of what crosses it and raises its signal for the next write; so one that has just been set
+// is noticed in time.
+std::size_t WriteRest(int handle, const char* data, std::size_t size, bool isLimitSet) {
     std::optional<WriteSignalBlock> signalBlock;
-    if (FileSizeLimit::IsSet()) signalBlock.emplace();
     std::size_t written = 0;
     while (written < size) {
+        if (!signalBlock && (isLimitSet || FileSizeLimit::LookAgain())) signalBlock.emplace();
         const ssize_t n = write(handle, data + written, size - written);
         if (n > 0) {
             written += static_cast<std::size_t>(n);
         } else if (n == 0 || errno != EINTR) {
             break;
         }
-        if (written < size && !signalBlock && FileSizeLimit::LookAgain()) signalBlock.emplace();
     }
     return written;
+}
+
+std::size_t WriteAll(int handle, const char* data, std::size_t size) {
+    if (size == 0) return 0;
+    if (FileSizeLimit::IsSet()) return WriteRest(handle, data, size, true);
+    const ssize_t n = write(handle, data, size);
+    if (n == 0 || (n < 0 && errno != EINTR)) return 0;
+    const std::size_t written = n > 0 ? static_cast<std::size_t>(n) : 0;
+    return written == size ? size : written + WriteRest(handle, data + written, size - written, false);
 }
 
 std::uint64_t SizeOf(int handle, std::uint64_t otherwise) {
@@ -86,13 +94,15 @@ void RecordStream::Open(int handle, std::uint64_t bytes) {
 }
 
 RecordStream::Taken RecordStream::Write(const RecordFormatter& record, const ACE_Time_Value& time) {
-    const std::size_t size = record.Size();
-    const bool hasRoom = size <= kBufferSize - m_nWaiting && m_vecUnflushed.size() < kMaxUnflushed;
+    const std::size_t maxSize = record.MaxSize();
+    const bool hasRoom = maxSize <= kBufferSize - m_nWaiting && m_vecUnflushed.size() < kMaxUnflushed;
     if (!hasRoom && !Flush()) return Taken::NotYet;
-    if (size <= kBufferSize) {
-        record.CopyTo(m_buffer.get() + m_nWaiting);
+    std::size_t size = 0;
+    if (maxSize <= kBufferSize) {
+        char* const begin = m_buffer.get() + m_nWaiting;
+        size = static_cast<std::size_t>(record.CopyTo(begin) - begin);
         m_nWaiting += size;
-    } else if (!PutAll(record, time)) {
+    } else if (!PutAll(record, time, size)) {
         DropPart();
         return Taken::No;
     }
@@ -101,14 +111,17 @@ RecordStream::Taken RecordStream::Write(const RecordFormatter& record, const ACE
     return Taken::Yes;
 }
 
-// Of a record that is larger than the buffer.
-bool RecordStream::PutAll(const RecordFormatter& record, const ACE_Time_Value& time) {
+// Of a record that may be larger than the buffer.
+bool RecordStream::PutAll(const RecordFormatter& record, const ACE_Time_Value& time, std::size_t& size) {
     OnCancellation dropped([this, &time] {
         DropPart();
         LossCounter::Lost(1, time);
     });
     bool isPut = true;
-    record.ForEachPiece([this, &isPut](std::string_view piece) { isPut = isPut && Put(piece); });
+    record.ForEachPiece([this, &isPut, &size](std::string_view piece) {
+        size += piece.size();
+        isPut = isPut && Put(piece);
+    });
     dropped.Dismiss();
     return isPut;
 }

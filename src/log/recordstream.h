@@ -68,7 +68,7 @@ public:
     void LeaveToParent();
 
 private:
-    bool PutAll(const RecordFormatter& record, const ACE_Time_Value& time);
+    bool PutAll(const RecordFormatter& record, const ACE_Time_Value& time, std::size_t& size);
     bool Put(std::string_view piece);
     bool WriteWaiting();
     void KeepRest();

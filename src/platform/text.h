@@ -1,6 +1,7 @@
 // Questions about texts and paths that several sources ask.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -47,25 +48,32 @@ inline bool TakeField(std::string_view& rest, char separator, std::string_view& 
     return true;
 }
 
+/// Copies `size` bytes in two pieces, which overlap where there are fewer than both have.
+template <class Piece>
+void CopyEnds(const char* from, std::size_t size, char* to) {
+    Piece first{};
+    Piece last{};
+    std::memcpy(&first, from, sizeof first);
+    std::memcpy(&last, from + size - sizeof last, sizeof last);
+    std::memcpy(to, &first, sizeof first);
+    std::memcpy(to + size - sizeof last, &last, sizeof last);
+}
+
 /// Copies a text, as `memcpy` does; a short one without a call.
 /// @return the end of the copy
 inline char* CopyText(std::string_view text, char* to) {
     const std::size_t size = text.size();
     const char* const from = text.data();
-    // Two copies of one size that overlap.
-    const auto copyEnds = [&](auto piece) {
-        auto end = piece;
-        std::memcpy(&piece, from, sizeof piece);
-        std::memcpy(&end, from + size - sizeof end, sizeof end);
-        std::memcpy(to, &piece, sizeof piece);
-        std::memcpy(to + size - sizeof end, &end, sizeof end);
-    };
-    if (size > 2 * sizeof(std::uint64_t)) {
+    if (size > 2 * sizeof(std::array<char, 32>)) {
         std::memcpy(to, from, size);
+    } else if (size >= sizeof(std::array<char, 32>)) {
+        CopyEnds<std::array<char, 32>>(from, size, to);
+    } else if (size >= sizeof(std::array<char, 16>)) {
+        CopyEnds<std::array<char, 16>>(from, size, to);
     } else if (size >= sizeof(std::uint64_t)) {
-        copyEnds(std::uint64_t{});
+        CopyEnds<std::uint64_t>(from, size, to);
     } else if (size >= sizeof(std::uint32_t)) {
-        copyEnds(std::uint32_t{});
+        CopyEnds<std::uint32_t>(from, size, to);
     } else {
         for (std::size_t i = 0; i < size; ++i) to[i] = from[i];
     }

@@ -6,6 +6,7 @@
 
 namespace {
 
+using NS_BUNDLEMGR1::CopyText;
 using NS_BUNDLEMGR1::EndsWith;
 using NS_BUNDLEMGR1::EndsWithSeparator;
 using NS_BUNDLEMGR1::IsPlainAscii;
@@ -17,6 +18,17 @@ TEST(EndsWithTest, LooksAtTheEndOnly) {
     EXPECT_TRUE(EndsWith("a", ""));
     EXPECT_FALSE(EndsWith("/..a", "/.."));
     EXPECT_FALSE(EndsWith("..", "/.."));
+}
+
+// It is copied in pieces of several sizes.
+TEST(CopyTextTest, CopiesTextsOfAnyLengthAndNothingElse) {
+    for (std::size_t length = 0; length < 200; ++length) {
+        std::string text;
+        for (std::size_t i = 0; i < length; ++i) text += static_cast<char>('0' + i % 77);
+        std::string out(length + 2, '#');
+        EXPECT_EQ(&out[length + 1], CopyText(text, &out[1]));
+        EXPECT_EQ("#" + text + "#", out);
+    }
 }
 
 // The bytes are looked at in groups of eight, and then one by one.
