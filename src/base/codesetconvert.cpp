@@ -2,20 +2,15 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
-#include <list>
-#include <map>
 #include <memory>
 #include <new>
 #include <string_view>
 
-#include <pthread.h>
-
 #include <bundlemgr/base.h>
-#include <bundlemgr/detail/mutex.h>
 
 #include "src/base/basefacade/corbaconfigaccess.h"
+#include "src/base/converters.h"
 #include "src/corelog/corelog.h"
-#include "src/platform/iconv/iconv.h"
 #include "src/platform/standardoutput.h"
 #include "src/platform/text.h"
 
@@ -29,18 +24,6 @@ constexpr char kLatin1[] = "ISO-8859-1";
 constexpr char kUtf8[] = "UTF-8";
 
 CoreLog g_log("codesetconvert");
-
-// ---- What replaces bad text ----
-
-void ReplaceEachByte(const char*, std::size_t count, void (*write)(const unsigned int*, std::size_t, void*),
-                     void* writeArg, void*) {
-    const unsigned int mark = '?';
-    for (std::size_t i = 0; i < count; ++i) write(&mark, 1, writeArg);
-}
-
-void ReplaceCharacter(unsigned int, void (*write)(const char*, std::size_t, void*), void* writeArg, void*) {
-    write("?", 1, writeArg);
-}
 
 // ---- Names ----
 
@@ -57,110 +40,31 @@ bool IsCharsetName(const std::string& name) {
 
 // ---- Open handles ----
 
-/// One open handle, which serves one thread at a time.
-class Converter {
-public:
-    Converter(const std::string& from, const std::string& to) : m_handle(libiconv_open(to.c_str(), from.c_str())) {
-        if (!IsOpen()) return;
-        iconv_fallbacks fallbacks = {ReplaceEachByte, ReplaceCharacter, nullptr, nullptr, nullptr};
-        libiconvctl(m_handle, ICONV_SET_FALLBACKS, &fallbacks);
-    }
-    ~Converter() {
-        if (IsOpen()) libiconv_close(m_handle);
-    }
-    Converter(const Converter&) = delete;
-    Converter& operator=(const Converter&) = delete;
-
-    bool IsOpen() const { return m_handle != NoIconv(); }
-
-    /// @return whether all of the text was converted; if not, `out` is as it was
-    bool Run(const std::string& in, std::string& out) const {
-        const std::size_t size = (in.size() + 1) * 2;
-        char small[kSmallBuffer];
-        const std::unique_ptr<char[]> large(size > sizeof small ? new char[size] : nullptr);
-        char* const buffer = large != nullptr ? large.get() : small;
-        char* inNext = const_cast<char*>(in.data());
-        std::size_t inLeft = in.size();
-        char* outNext = buffer;
-        std::size_t outLeft = size;
-        if (libiconv(m_handle, &inNext, &inLeft, &outNext, &outLeft) == static_cast<std::size_t>(-1)) return false;
-        // The buffer may be full to the last byte, so the first NUL is looked for inside it.
-        const std::size_t written = size - outLeft;
-        const char* const nul = static_cast<const char*>(std::memchr(buffer, '\0', written));
-        out.assign(buffer, nul != nullptr ? static_cast<std::size_t>(nul - buffer) : written);
-        return true;
-    }
-
-private:
-    static constexpr std::size_t kSmallBuffer = 512;  // for a name, or a line of text
-
-    libiconv_t const m_handle;
-};
-
-/// Converters of one direction. They move from list to list without an allocation.
-using Converters = std::list<Converter>;
-
-// The converters that nobody uses at the moment, by source and target. Directions are
-// never removed, and the map itself is never destroyed: it serves static destructors, too.
-detail::Mutex g_mutex;
-std::map<std::string, std::map<std::string, Converters>>* g_pIdle = nullptr;
-
-// In a forked child the mutex is nobody's, and what it guards is whole.
-const struct ForkHandlers {
-    ForkHandlers() { pthread_atfork(&Lock, &Unlock, &Unlock); }
-    static void Lock() ZO_ACQUIRE(g_mutex) { g_mutex.acquire(); }
-    static void Unlock() ZO_RELEASE(g_mutex) { g_mutex.release(); }
-} g_forkHandlers;
-
-/// A converter for as long as a conversion takes. The one that was given back last is the
-/// first to be lent again: a single thread always has the same, whose shift state goes on
-/// from call to call.
+/// A converter for as long as a conversion takes.
 class Loan {
 public:
-    Loan(const std::string& from, const std::string& to) {
-        if (TakeIdle(from, to)) return;
-        // Opened outside the mutex: opening may load a library, and so wait for a thread
-        // that loads another one, whose static constructors convert.
-        if (!IsCharsetName(from) || !IsCharsetName(to)) return;
-        m_converter.emplace_back(from, to);
-        if (!m_converter.front().IsOpen()) {
-            m_converter.clear();
-        } else {
-            MakeHome(from, to);
-        }
+    Loan(const std::string& from, const std::string& to) : m_home(Converters::Find(from, to)) {
+        if (m_home != nullptr) m_converter = m_home->Take();
+        if (m_converter != nullptr || !IsCharsetName(from) || !IsCharsetName(to)) return;
+        // Opened without a lock: opening may load a library, and so wait for a thread that loads
+        // another one, whose static constructors convert.
+        auto converter = std::make_unique<Converter>(from, to);
+        if (!converter->IsOpen()) return;
+        if (m_home == nullptr) m_home = &Converters::Get(from, to);
+        m_converter = converter.release();
     }
     ~Loan() {
-        if (m_pHome == nullptr) return;
-        const detail::Guard guard(g_mutex);
-        m_pHome->splice(m_pHome->begin(), m_converter);
+        if (m_converter != nullptr) m_home->GiveBack(m_converter);
     }
     Loan(const Loan&) = delete;
     Loan& operator=(const Loan&) = delete;
 
     /// @return null where there is no such conversion
-    const Converter* Get() const { return m_converter.empty() ? nullptr : &m_converter.front(); }
+    const Converter* Get() const { return m_converter; }
 
 private:
-    bool TakeIdle(const std::string& from, const std::string& to) {
-        const detail::Guard guard(g_mutex);
-        if (g_pIdle == nullptr) return false;
-        const auto targets = g_pIdle->find(from);
-        if (targets == g_pIdle->end()) return false;
-        const auto idle = targets->second.find(to);
-        if (idle == targets->second.end() || idle->second.empty()) return false;
-        m_pHome = &idle->second;
-        m_converter.splice(m_converter.begin(), *m_pHome, m_pHome->begin());
-        return true;
-    }
-
-    void MakeHome(const std::string& from, const std::string& to) {
-        const detail::Guard guard(g_mutex);
-        if (g_pIdle == nullptr) g_pIdle = new std::map<std::string, std::map<std::string, Converters>>;
-        m_pHome = &(*g_pIdle)[from][to];
-    }
-
-    Converters m_converter;         // the one, or none
-    Converters* m_pHome = nullptr;  // where it goes afterwards; null when it did not open
+    Converters* m_home;
+    Converter* m_converter = nullptr;
 };
 
 void ReportFailedOpen(const std::string& from, const std::string& to) {

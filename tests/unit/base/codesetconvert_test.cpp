@@ -684,7 +684,21 @@ TEST(CodeSetThreads, NeverShareAHandleWithStateAtOnce) {
         }
     });
     EXPECT_EQ(0, wrong);
-    EXPECT_LE(marked, 8);
+    EXPECT_LE(marked, 2 * 8);
+}
+
+TEST(CodeSetThreads, OpenNoMoreHandlesTheLongerTheyConvert) {
+    // Threads that come and go, each time others: so many marks, so many handles.
+    std::atomic<int> marked{0};
+    for (int round = 0; round < 200; ++round) {
+        InEightThreads([&](int) {
+            for (int i = 0; i < 20; ++i) {
+                if (Convert("KOI8-R", "UTF-16", "\xC1") != "\x04\x30") ++marked;
+            }
+        });
+    }
+    EXPECT_GE(marked, 1);
+    EXPECT_LE(marked, 2 * 8);
 }
 
 }  // namespace
