@@ -1,4 +1,5 @@
 // Readers of the key=value configuration files.
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
@@ -62,6 +63,16 @@ private:
     char m_block[4096] = {};  // callers may have small stacks
 };
 
+// A path is resolved only where the system does not open it as it stands, for which it may be too
+// long: that takes a system call for each of its directories.
+InputStream OpenFile(const std::string& file) {
+    InputStream stream = OpenForReading(file);
+    if (stream == nullptr && errno != ENXIO) stream = OpenForReading(ResolvePath(file));
+    // What is read goes straight into the block of the lines.
+    if (stream != nullptr) std::setvbuf(stream.get(), nullptr, _IONBF, 0);
+    return stream;
+}
+
 std::string Clean(std::string_view text) {
     std::string clean(TrimmedView(text));
     if (clean.find('\t') != std::string::npos) clean = DelTabStr(clean);
@@ -71,7 +82,7 @@ std::string Clean(std::string_view text) {
 }  // namespace
 
 bool GetAllCfgFrmFile(std::vector<NameValueStru>& out, const std::string& file, bool keyValue) {
-    const InputStream stream = OpenForReading(ResolvePath(file));
+    const InputStream stream = OpenFile(file);
     if (stream == nullptr) return false;
 
     LineReader lines(stream.get());

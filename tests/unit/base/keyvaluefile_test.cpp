@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <climits>
 #include <filesystem>
 #include <iterator>
 #include <ostream>
@@ -204,6 +205,28 @@ TEST_F(KeyValueFileTest, FollowsLinks) {
     Entries entries;
     EXPECT_TRUE(GetAllCfgFrmFile(entries, m_dir / "./link.cfg", true));
     EXPECT_EQ((Entries{{"a", "1"}}), entries);
+}
+
+TEST_F(KeyValueFileTest, APathThatIsTooLongForTheSystemIsResolved) {
+    m_dir.Write("a.cfg", "a=1\n");
+    std::string path = m_dir.Path();
+    while (path.size() <= PATH_MAX) path += "/.";
+    Entries entries;
+    EXPECT_EQ(-1, access((path + "/a.cfg").c_str(), F_OK));
+    EXPECT_TRUE(GetAllCfgFrmFile(entries, path + "/a.cfg", true));
+    EXPECT_EQ((Entries{{"a", "1"}}), entries);
+    EXPECT_FALSE(GetAllCfgFrmFile(entries, path + "/missing.cfg", true));
+}
+
+TEST_F(KeyValueFileTest, AFileThatVanishesAndComesBackIsReadAnew) {
+    Entries entries;
+    for (const char* const text : {"a=1\n", "b=2\n"}) {
+        const std::string file = m_dir.Write("a.cfg", text);
+        EXPECT_TRUE(GetAllCfgFrmFile(entries, file, true));
+        std::filesystem::remove(file);
+        EXPECT_FALSE(GetAllCfgFrmFile(entries, file, true));
+    }
+    EXPECT_EQ((Entries{{"a", "1"}, {"b", "2"}}), entries);
 }
 
 TEST_F(KeyValueFileTest, ReadErrorEndsTheFileLikeItsEnd) {
