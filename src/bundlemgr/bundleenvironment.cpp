@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 #include <bundlemgr/base.h>
 
@@ -25,15 +26,17 @@ constexpr const char* kBundlesWithServiceLibraries[] = {
 
 CoreLog g_log("bundleenvironment");
 
-std::string LibraryToken(const std::string& library, const std::string& service) {
-    const bool ownLibrary = std::find(std::begin(kBundlesWithServiceLibraries), std::end(kBundlesWithServiceLibraries),
-                                      library) != std::end(kBundlesWithServiceLibraries);
-    return "lib" + (ownLibrary ? service : library);
+bool HasServiceLibraries(const std::string& library) {
+    return std::find(std::begin(kBundlesWithServiceLibraries), std::end(kBundlesWithServiceLibraries), library) !=
+           std::end(kBundlesWithServiceLibraries);
 }
 
 ServiceDirective DirectiveFor(const std::string& library, const std::string& service) {
-    const std::string token = LibraryToken(library, service);
-    return {service, token, "dynamic " + service + " Service_Object * " + token + ":_make_" + service + "() \"\""};
+    std::string token = "lib" + (HasServiceLibraries(library) ? service : library);
+    std::string directive = "dynamic ";
+    directive.append(service).append(" Service_Object * ").append(token);
+    directive.append(":_make_").append(service).append("() \"\"");
+    return {service, std::move(token), std::move(directive)};
 }
 
 }  // namespace
