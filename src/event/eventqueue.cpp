@@ -98,6 +98,7 @@ bool EventQueue::Take(Base& queue, Reader* reader, PostedEvent& event) {
     if (reader != nullptr) {
         if (reader->Claim(ours, event)) return true;
         ours.AwaitMore();
+        if (reader->Claim(ours, event)) return true;
     }
     return ours.TakeWithLock(reader, event);
 }
@@ -141,7 +142,7 @@ bool EventQueue::Append(const PostedEvent& event) {
         m_nTold = 0;  // some C libraries lose a signal: now and then it is sent again
     }
     m_last->slots[end % kSlots] = event;
-    m_end.store(end + 1, std::memory_order_relaxed);
+    m_end.store(end + 1, std::memory_order_release);  // with the slot, for readers
     return true;
 }
 
@@ -211,9 +212,20 @@ bool EventQueue::Claim(Reader* reader, PostedEvent& event) {
 bool EventQueue::Reader::Claim(EventQueue& queue, PostedEvent& event) {
     if (m_queue != &queue) return false;
     Position next = queue.m_next.load();
-    if (next >= m_limit) return false;
+    if (next >= m_limit && !MayClaim(next)) return false;
     event = m_segment->slots[next % kSlots];
     return queue.m_next.compare_exchange_strong(next, next + 1);
+}
+
+// No block may be older than what is claimed. Who puts one in first moves `m_next` to `m_end`, and
+// sets `m_hasBlocks` before it lets go of the lock. So an event that can be claimed with the block
+// there has been posted after that: who has seen such an event in `m_end` sees the flag, too.
+bool EventQueue::Reader::MayClaim(Position next) {
+    if (m_segment == nullptr) return false;
+    const Position end = std::min(m_queue->m_end.load(std::memory_order_acquire), m_segment->begin + kSlots);
+    if (next >= end || m_queue->m_hasBlocks.load(std::memory_order_relaxed)) return false;
+    m_limit = end;
+    return true;
 }
 
 void EventQueue::Reader::Leave(const Base* queue) {

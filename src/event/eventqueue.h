@@ -20,13 +20,13 @@ namespace NS_BUNDLEMGR1 {
 /// see one, or to put a block behind or before them, all of them get their blocks. Only ACE's
 /// iterators, which cannot be told, do not see events that have none.
 ///
-/// Thread safety: as ACE's queue. Everything but the claim of an event happens under its lock.
+/// Thread safety: as ACE's queue. Everything but a reader's claim of an event happens under its lock.
 class EventQueue final : public ACE_Message_Queue<ACE_MT_SYNCH> {
 public:
     using Base = ACE_Message_Queue<ACE_MT_SYNCH>;
 
-    /// Takes events out without the lock, as many as there were when it last had the lock. Others
-    /// may take events meanwhile, in whatever way: whoever is next gets the oldest one.
+    /// Takes events out without the lock while no block waits, and has the lock once a segment.
+    /// Others may take events meanwhile, in whatever way: whoever is next gets the oldest one.
     ///
     /// Thread safety: for one thread.
     class Reader;
@@ -80,6 +80,7 @@ private:
     static constexpr std::size_t kSlots = 128;
     // Enough for a thousand events on their way without asking for memory, 25 KB.
     static constexpr std::size_t kSpares = 8;
+    static constexpr std::size_t kCacheLine = 64;
     // In `m_next`: nobody may claim an event without the lock.
     static constexpr Position kHeld = Position{1} << 63;
 
@@ -115,7 +116,9 @@ private:
     void Return(Reader& reader);
 
     std::atomic<Position> m_next{0};  ///< The oldest event that waits, if it is before `m_end`.
-    std::atomic<Position> m_end{0};   ///< Behind the youngest one; changed with the lock.
+    // So that posting and taking do not change the same cache line.
+    [[maybe_unused]] char m_distance[kCacheLine] = {};
+    std::atomic<Position> m_end{0};  ///< Behind the youngest one; changed with the lock.
     /// There may be blocks; exact whenever an event or a block has been taken with the lock.
     std::atomic<bool> m_hasBlocks{false};
     Segment* m_first = nullptr;  ///< Has the oldest event.
@@ -142,6 +145,7 @@ private:
     friend class EventQueue;
 
     bool Claim(EventQueue& queue, PostedEvent& event);
+    bool MayClaim(Position next);
 
     EventQueue* m_queue = nullptr;
     Segment* m_segment = nullptr;

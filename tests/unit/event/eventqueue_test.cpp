@@ -4,6 +4,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -210,6 +211,84 @@ TEST_F(EventQueueTest, WhoTakesEventsWhileTheWorkerIsBusyGetsTheNextOnes) {
     expected.push_back(0);
     for (int i = kTakenElsewhere + 2; i < kEvents; ++i) expected.push_back(i);
     EXPECT_EQ(expected, seen);
+}
+
+// A block that says when it has been taken out and released.
+class NotingBlock : public ACE_Message_Block {
+public:
+    explicit NotingBlock(std::function<void()> note) : m_note(std::move(note)) {}
+    ~NotingBlock() override { m_note(); }
+
+private:
+    const std::function<void()> m_note;
+};
+
+// A worker that is in the handler of event 1, and notes the numbers of the later ones.
+class BusyWorker {
+public:
+    BusyWorker() {
+        Mgr().RegisterHandler(1, &m_blocking);
+        for (const int id : {2, 3, 4}) Mgr().RegisterHandler(id, &m_noting);
+        Mgr().Push_Msg(1, nullptr, 0);
+        EXPECT_EQ(1, Mgr().Init());
+        EXPECT_TRUE(m_call.AwaitInside());
+    }
+    ~BusyWorker() { Mgr().ExitThreads(); }
+    BusyWorker(const BusyWorker&) = delete;
+    BusyWorker& operator=(const BusyWorker&) = delete;
+
+    void GoOn() { m_call.Release(); }
+
+    Record<std::string> m_seen;
+
+private:
+    static LightEventMgr& Mgr() { return *LightEventMgr::Instance(); }
+
+    LongCall m_call;
+    Handler m_blocking{[this](int, LightEventParam*) { m_call.Stay(); }};
+    Handler m_noting{[this](int eventId, LightEventParam*) { m_seen.Add(std::to_string(eventId)); }};
+};
+
+TEST_F(EventQueueTest, TheWorkerTakesEventsThatWerePostedMeanwhileWithoutTheLock) {
+    BusyWorker worker;
+    for (const int id : {2, 3, 4}) Post(id);
+    {
+        const ACE_Guard<ACE_Thread_Mutex> guard(TheQueue().lock());
+        worker.GoOn();
+        EXPECT_TRUE(WaitFor([&] { return worker.m_seen.Size() == 3; }));
+    }
+    EXPECT_THAT(worker.m_seen.Get(), ElementsAre("2", "3", "4"));
+}
+
+TEST_F(EventQueueTest, ABlockBetweenEventsThatTheWorkerMayTakeWithoutTheLockKeepsItsPlace) {
+    BusyWorker worker;
+    Post(2);
+    Mgr().putq(new NotingBlock([&] { worker.m_seen.Add("block"); }));
+    Post(3);
+    Post(4);
+    worker.GoOn();
+    WaitUntilDispatched();
+    EXPECT_THAT(worker.m_seen.Get(), ElementsAre("2", "block", "3", "4"));
+}
+
+TEST_F(EventQueueTest, ABlockPutBeforeTheFirstOfThemIsTakenBeforeThem) {
+    BusyWorker worker;
+    TheQueue().enqueue_head(new NotingBlock([&] { worker.m_seen.Add("block"); }));
+    for (const int id : {2, 3}) Post(id);
+    worker.GoOn();
+    WaitUntilDispatched();
+    EXPECT_THAT(worker.m_seen.Get(), ElementsAre("block", "2", "3"));
+}
+
+TEST_F(EventQueueTest, EventsPostedToADeactivatedQueuesWorkerStayUntilItIsActivated) {
+    BusyWorker worker;
+    for (const int id : {2, 3}) Post(id);
+    TheQueue().deactivate();
+    worker.GoOn();
+    EXPECT_FALSE(WaitFor([&] { return worker.m_seen.Size() > 0; }, kAWhile));
+    TheQueue().activate();
+    WaitUntilDispatched();
+    EXPECT_THAT(worker.m_seen.Get(), ElementsAre("2", "3"));
 }
 
 // ---- what it tells about itself -------------------------------------------------------
@@ -634,6 +713,71 @@ TEST_F(EventQueueTest, EachOfManyEventsIsHandledTakenOrFlushedOnce) {
         sum += count;
     }
     EXPECT_EQ(kPosters * kEvents, sum);
+}
+
+// Posts events and puts blocks in, in turn, and hears of them from the worker, in whose hands they
+// must come in the same order. It is never far ahead, so that the queue is nearly empty.
+class OrderedPoster {
+public:
+    explicit OrderedPoster(int items) : m_items(items), m_params(std::size_t(items), Param(*this)) {
+        for (int i = 0; i < items; ++i) m_params[std::size_t(i)].m_number = i;
+    }
+
+    class Param : public LightEventParam {
+    public:
+        explicit Param(OrderedPoster& poster) : m_poster(poster) {}
+
+        OrderedPoster& m_poster;
+        int m_number = 0;
+    };
+
+    void PostAll() {
+        for (int i = 0; i < m_items; ++i) {
+            while (i - m_seen > kAhead) std::this_thread::yield();
+            if (i % kBlocksEvery == 0) {
+                LightEventMgr::Instance()->putq(new NotingBlock([this, i] { See(i); }));
+            } else {
+                LightEventMgr::Instance()->Push_Msg(kEvent, &m_params[std::size_t(i)], 0);
+            }
+        }
+    }
+    void See(int number) {
+        if (number != m_seen) ++m_misplaced;
+        ++m_seen;
+    }
+
+    std::atomic<int> m_seen{0};
+    std::atomic<int> m_misplaced{0};
+
+private:
+    static constexpr int kAhead = 4;
+    static constexpr int kBlocksEvery = 3;
+
+    const int m_items;
+    std::vector<Param> m_params;
+};
+
+TEST_F(EventQueueTest, WhatEachThreadPostsAndPutsInStaysInItsOrder) {
+    constexpr int kItems = 35000;
+    Handler seeing([](int, LightEventParam* param) {
+        const auto* const item = static_cast<OrderedPoster::Param*>(param);
+        item->m_poster.See(item->m_number);
+    });
+    Mgr().RegisterHandler(kEvent, &seeing);
+    ASSERT_EQ(1, Mgr().Init());
+    std::vector<std::unique_ptr<OrderedPoster>> posters;
+    for (int i = 0; i < 3; ++i) posters.push_back(std::make_unique<OrderedPoster>(kItems));
+
+    std::vector<std::thread> threads;
+    for (const auto& poster : posters) threads.emplace_back([&poster] { poster->PostAll(); });
+    for (std::thread& thread : threads) thread.join();
+    WaitUntilDispatched();
+    Mgr().ExitThreads();
+
+    for (const auto& poster : posters) {
+        EXPECT_EQ(kItems, poster->m_seen);
+        EXPECT_EQ(0, poster->m_misplaced);
+    }
 }
 
 TEST_F(EventQueueTest, AWorkerThatEndsGivesBackWhatItUsed) {
