@@ -94,6 +94,7 @@ private:
     };
 
     void Push(const PostedEvent& event);
+    static bool Lock(ACE_Guard<ACE_Thread_Mutex>& guard);
     bool AwaitRoom();
     bool MakeSegment(ACE_Guard<ACE_Thread_Mutex>& guard);
     bool Append(const PostedEvent& event);

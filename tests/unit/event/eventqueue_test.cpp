@@ -564,6 +564,21 @@ TEST_F(EventQueueTest, AllPostersThatWaitForRoomGoOnWhenItIsSaidToHoldLess) {
     TheQueue().message_bytes(20000);
 }
 
+TEST_F(EventQueueTest, WhoPostsWhileTheLockIsTakenWaitsForItAndKeepsErrno) {
+    TheQueue().lock().acquire();
+    std::atomic<int> error{-1};
+    const Elsewhere poster([&] {
+        errno = 0;
+        Post(1);
+        error = errno;
+    });
+    EXPECT_FALSE(poster.Finishes(kAWhile));
+    TheQueue().lock().release();
+    EXPECT_TRUE(poster.Finishes());
+    EXPECT_EQ(0, error);
+    EXPECT_THAT(Drain(), ElementsAre("1"));
+}
+
 class CountingStrategy : public ACE_Notification_Strategy {
 public:
     CountingStrategy() : ACE_Notification_Strategy(nullptr, 0) {}
