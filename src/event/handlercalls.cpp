@@ -72,8 +72,8 @@ bool HandlerCalls::IsOfThisThread() const {
 // Whether the calling thread is in that handler, for this event.
 bool HandlerCalls::Forget(const LightEventHandler* handler) {
     for (List& list : m_lists) {
-        for (std::size_t i = 0; i < list.count; ++i) {
-            if (list.At(i).Get() == handler) list.At(i).Set(nullptr);
+        for (Slot* slot = list.Begin(); slot != list.End(); ++slot) {
+            if (slot->Get() == handler) slot->Withdraw();
         }
     }
     const bool isInside = m_current.load() == handler && IsOfThisThread();
@@ -81,11 +81,16 @@ bool HandlerCalls::Forget(const LightEventHandler* handler) {
     return isInside;
 }
 
+// Looked at in this order: a handler is upcoming before it is the current one.
+bool HandlerCalls::IsCalling(const LightEventHandler* handler) const {
+    return m_upcoming.load() == handler || m_current.load() == handler;
+}
+
 // Of two who are both in the handler, neither waits for the other.
 bool HandlerCalls::IsIn(const LightEventHandler* handler, bool isInside) {
     const detail::Guard guard(s_mutex);
     for (const HandlerCalls* calls = s_first; calls != nullptr; calls = calls->m_next) {
-        if (calls->m_current.load() != handler || calls->IsOfThisThread()) continue;
+        if (!calls->IsCalling(handler) || calls->IsOfThisThread()) continue;
         if (!isInside || !calls->m_isLeaving.load()) return true;
     }
     return false;

@@ -52,11 +52,9 @@ public:
     /// @return the handler that is being called; null when there is none left
     LightEventHandler* Current() const { return m_current.load(std::memory_order_relaxed); }
 
-    /// Ends that call. @return the next one's handler, or null
-    LightEventHandler* Next();
-
-    /// @return whether there is a next one
-    bool HasNext();
+    /// Ends that call, unless there is none left: the last one counts as called until `End`.
+    /// @return the next one's handler, or null
+    LightEventHandler* Next() { return Advance() ? Current() : nullptr; }
 
     /// Ends the call that is under way, if any, and the event.
     void End();
@@ -86,23 +84,27 @@ private:
     // A handler, or null when it has been withdrawn.
     class Slot {
     public:
-        Slot() = default;  // not set, and not looked at
+        Slot() = default;  // not made, and not looked at
         explicit Slot(LightEventHandler* handler) : m_handler(handler) {}
         Slot(const Slot& other) : m_handler(other.Get()) {}
         Slot& operator=(const Slot&) = delete;
 
         LightEventHandler* Get() const { return m_handler.load(); }
-        void Set(LightEventHandler* handler) { m_handler.store(handler); }
+        void Withdraw() { m_handler.store(nullptr); }
+        // With the mutex, which those who withdraw it need.
+        void Make(LightEventHandler* handler) { m_handler.store(handler, std::memory_order_relaxed); }
 
     private:
         std::atomic<LightEventHandler*> m_handler;
     };
 
-    // Changed by its thread, under the mutex, but for handlers that are withdrawn. `few` is set up to `count`.
+    // Changed by its thread, under the mutex, but for handlers that are withdrawn. All of them are in `few`, of
+    // which `count` are made, or else in `more`.
     struct List {  // NOLINT(cppcoreguidelines-pro-type-member-init)
         void Add(LightEventHandler* handler);
         void Clear();
-        Slot& At(std::size_t index) { return index < kFew ? few[index] : more[index - kFew]; }
+        Slot* Begin() { return more.empty() ? few.data() : more.data(); }
+        Slot* End() { return Begin() + count; }
 
         unsigned long version = 0;  // of the tables when it was made; 0: never
         int eventId = 0;
@@ -111,7 +113,9 @@ private:
         std::vector<Slot> more;
     };
 
-    void Advance();
+    void Rewind();
+    bool Advance();
+    bool IsCalling(const LightEventHandler* handler) const;
     void Link() ZO_REQUIRES(s_mutex);
     void Unlink() ZO_REQUIRES(s_mutex);
     bool IsOfThisThread() const;
@@ -125,19 +129,21 @@ private:
     HandlerCalls* m_next = nullptr;
     HandlerCalls** m_link = nullptr;  // what points to this one
     const pthread_t m_thread = pthread_self();
+    std::atomic<LightEventHandler*> m_upcoming{nullptr};  // becomes the current one, if it is still there
     std::atomic<LightEventHandler*> m_current{nullptr};
     std::atomic<bool> m_isLeaving{false};  // the current one has withdrawn itself
     std::array<List, kLists> m_lists;
     List* m_list = m_lists.data();  // those of the current event
-    std::size_t m_index = 0;        // of the next one
+    Slot* m_slot = nullptr;         // of the next one
+    Slot* m_end = nullptr;          // behind the last one
 };
 
 template <class ForEach>
 void HandlerCalls::Begin(int eventId, ForEach forEach) {
     m_list = &m_lists[static_cast<unsigned>(eventId) % kLists];
-    m_index = 0;
     if (m_list->version != 0 && m_list->eventId == eventId) {
         // In this order: who withdraws a handler from now on sees the call.
+        Rewind();
         Advance();
         if (m_list->version == s_version.load()) return;
         End();
@@ -147,21 +153,25 @@ void HandlerCalls::Begin(int eventId, ForEach forEach) {
     m_list->eventId = eventId;
     // In this order: a change that comes in between is seen by the next event.
     m_list->version = s_version.load();
-    m_index = 0;
     try {
         forEach([this](LightEventHandler* handler) { m_list->Add(handler); });
     } catch (const std::bad_alloc&) {
         m_list->Clear();
         m_list->version = 0;  // the next event tries again
     }
+    Rewind();
     Advance();
 }
 
 inline void HandlerCalls::List::Add(LightEventHandler* handler) {
-    if (count >= kFew) {
-        more.emplace_back(handler);
+    if (count < kFew) {
+        few[count].Make(handler);
     } else {
-        few[count].Set(handler);
+        if (more.empty()) {
+            more.reserve(4 * kFew);  // seldom taken twice
+            for (const Slot& slot : few) more.emplace_back(slot);
+        }
+        more.emplace_back(handler);
     }
     ++count;
 }
@@ -171,34 +181,30 @@ inline void HandlerCalls::List::Clear() {
     more.clear();
 }
 
-inline LightEventHandler* HandlerCalls::Next() {
-    Advance();
-    return Current();
-}
-
-inline bool HandlerCalls::HasNext() {
-    for (std::size_t i = m_index; i < m_list->count; ++i) {
-        if (m_list->At(i).Get() != nullptr) return true;
-    }
-    return false;
+inline void HandlerCalls::Rewind() {
+    m_slot = m_list->Begin();
+    m_end = m_list->End();
 }
 
 inline void HandlerCalls::End() {
-    m_index = m_list->count;
     m_current.store(nullptr, std::memory_order_release);
+    m_upcoming.store(nullptr, std::memory_order_release);
 }
 
-// To the next handler that is there.
-inline void HandlerCalls::Advance() {
-    if (m_isLeaving.load(std::memory_order_relaxed)) m_isLeaving.store(false);
-    while (m_index < m_list->count) {
-        const Slot& slot = m_list->At(m_index++);
+// To the next handler that is there. False: the current one stays.
+inline bool HandlerCalls::Advance() {
+    while (m_slot != m_end) {
+        const Slot& slot = *m_slot++;
         LightEventHandler* const handler = slot.Get();
         if (handler == nullptr) continue;
-        ProcessBarrier::Publish(m_current, handler);
-        if (slot.Get() == handler) return;
+        if (m_isLeaving.load(std::memory_order_relaxed)) m_isLeaving.store(false);
+        ProcessBarrier::Publish(m_upcoming, handler);
+        if (slot.Get() != handler) continue;
+        m_current.store(handler, std::memory_order_release);
+        return true;
     }
-    m_current.store(nullptr, std::memory_order_release);
+    m_upcoming.store(nullptr, std::memory_order_release);
+    return false;
 }
 
 }  // namespace NS_BUNDLEMGR1

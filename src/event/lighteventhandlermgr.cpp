@@ -505,10 +505,9 @@ void LightEventMgr::Dispatch(Event& event) {
     try {
         for (LightEventHandler* handler = calls.Current(); handler != nullptr; handler = calls.Next()) {
             handler->HandleLightEvent(event.posted.eventId, param.Get());
-            // The last one counts as called until the parameter is gone, whose code may be in the
-            // same library.
-            if (!calls.HasNext()) param.Delete();
         }
+        // While the last one still counts as called: the parameter's code may be in the same library.
+        param.Delete();
     } catch (...) {
         // A handler ended its thread: no exception, and the process would not survive
         // swallowing it.

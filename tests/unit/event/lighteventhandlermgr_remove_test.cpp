@@ -129,6 +129,53 @@ TEST_F(RemoveHandlerTest, AHandlerMayRemoveAndDeleteTheNextOne) {
     LightEventMgr::RemoveHandler(&first);
 }
 
+// A parameter whose end takes as long as it is told.
+class LongLivedParam : public LightEventParam {
+public:
+    explicit LongLivedParam(test::LongCall& end) : LightEventParam(true), m_end(end) {}
+    ~LongLivedParam() override { m_end.Stay(); }
+
+private:
+    test::LongCall& m_end;
+};
+
+TEST_F(RemoveHandlerTest, WaitsForTheEndOfTheParameterAfterTheLastCall) {
+    LightEventMgr& mgr = StartedMgr();
+    std::atomic<int> calls{0};
+    Handler handler([&](int, LightEventParam*) { ++calls; });
+    for (int i = 0; i < 3; ++i) mgr.RegisterHandler(kEvent, &handler);
+    test::LongCall end;
+    mgr.Push_Msg(kEvent, new LongLivedParam(end), 0);
+    ASSERT_TRUE(end.AwaitInside());
+    EXPECT_EQ(3, calls);
+
+    const Elsewhere remover([&] { LightEventMgr::RemoveHandler(&handler); });
+    EXPECT_FALSE(remover.Finishes(kAWhile));
+    end.Release();
+    EXPECT_TRUE(remover.Finishes());
+}
+
+TEST_F(RemoveHandlerTest, TheLastCallIsThatOfTheLastHandlerThatIsLeft) {
+    LightEventMgr& mgr = StartedMgr();
+    Blocking first;
+    Handler removed([](int, LightEventParam*) {});
+    mgr.RegisterHandler(kEvent, &first);
+    mgr.RegisterHandler(kEvent, &removed);
+    test::LongCall end;
+    mgr.Push_Msg(kEvent, new LongLivedParam(end), 0);
+    ASSERT_TRUE(first.AwaitInside());
+    LightEventMgr::RemoveHandler(&removed);
+    first.Release();
+    ASSERT_TRUE(end.AwaitInside());
+
+    // Nobody waits for a handler that was not called.
+    EXPECT_TRUE(test::CanBeDoneElsewhere([&] { LightEventMgr::RemoveHandler(&removed); }));
+    const Elsewhere remover([&] { LightEventMgr::RemoveHandler(&first); });
+    EXPECT_FALSE(remover.Finishes(kAWhile));
+    end.Release();
+    EXPECT_TRUE(remover.Finishes());
+}
+
 class SelfRemoving : public LightEventHandler {
 public:
     explicit SelfRemoving(std::atomic<int>& calls) : m_calls(calls) {}
@@ -306,6 +353,59 @@ TEST_F(RemoveHandlerTest, HandlersComeAndGoWhileEventsDo) {
     isOver = true;
     poster.join();
     EXPECT_THAT(mgr.find(kEvent), IsEmpty());
+}
+
+// Is in the table again and again; by one thread.
+class ComingAndGoing : public LightEventHandler {
+public:
+    class Param : public LightEventParam {
+    public:
+        explicit Param(std::atomic<int>& late) : LightEventParam(true), m_late(late) {}
+        ~Param() override {
+            std::this_thread::yield();  // for who would not wait for it
+            if (m_lastToSee != nullptr && m_lastToSee->m_isGone) ++m_late;
+        }
+
+        const ComingAndGoing* m_lastToSee = nullptr;
+
+    private:
+        std::atomic<int>& m_late;  // how many ended after the handler that saw them last was gone
+    };
+
+    void HandleLightEvent(int, LightEventParam* param) override { static_cast<Param*>(param)->m_lastToSee = this; }
+    void ComeAndGo(LightEventMgr& mgr) {
+        m_isGone = false;
+        mgr.RegisterHandler(kEvent, this);
+        std::this_thread::yield();
+        LightEventMgr::RemoveHandler(this);
+        m_isGone = true;
+    }
+
+private:
+    std::atomic<bool> m_isGone{true};
+};
+
+TEST_F(RemoveHandlerTest, NoParameterOutlivesTheHandlerThatSawItLast) {
+    constexpr int kRounds = 3000;
+    LightEventMgr& mgr = StartedMgr();
+    std::atomic<int> late{0};
+    std::atomic<bool> isOver{false};
+    std::thread poster([&] {
+        while (!isOver) {
+            if (mgr.msg_queue()->message_count() < 10) mgr.Push_Msg(kEvent, new ComingAndGoing::Param(late), 0);
+        }
+    });
+    ComingAndGoing first;
+    ComingAndGoing second;
+    std::thread other([&] {
+        while (!isOver) second.ComeAndGo(mgr);
+    });
+    for (int i = 0; i < kRounds; ++i) first.ComeAndGo(mgr);
+    isOver = true;
+    poster.join();
+    other.join();
+    HandleEvents(mgr);
+    EXPECT_EQ(0, late);
 }
 
 TEST_F(RemoveHandlerTest, AnEventReachesAnyNumberOfHandlersInTheirOrder) {
