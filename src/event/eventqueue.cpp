@@ -133,7 +133,11 @@ void EventQueue::Push(const PostedEvent& event) {
 bool EventQueue::Lock(ACE_Guard<ACE_Thread_Mutex>& guard) {
     constexpr int kTries = 8;  // some hundred nanoseconds
     const int error = errno;
-    for (int i = 0; i < kTries && guard.tryacquire() == -1; ++i) Pause();
+    if (guard.tryacquire() != -1) return true;
+    for (int i = 0; i < kTries && !guard.locked(); ++i) {
+        Pause();
+        guard.tryacquire();
+    }
     errno = error;
     return guard.locked() || guard.acquire() != -1;
 }
