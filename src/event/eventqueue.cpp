@@ -243,6 +243,8 @@ bool EventQueue::Reader::Claim(EventQueue& queue, PostedEvent& event) {
 // No block may be older than what is claimed. Who puts one in first moves `m_next` to `m_end`, and
 // sets `m_hasBlocks` before it lets go of the lock. So an event that can be claimed with the block
 // there has been posted after that: who has seen such an event in `m_end` sees the flag, too.
+// `m_next` never goes back, so that what the limit was before does no harm, and while it is held,
+// it is beyond every limit.
 bool EventQueue::Reader::MayClaim(Position next) {
     if (m_segment == nullptr) return false;
     const Position end = std::min(m_queue->m_end.load(std::memory_order_acquire), m_segment->begin + kSlots);
