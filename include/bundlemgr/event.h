@@ -87,8 +87,10 @@ public:
 /// like theirs. Only ACE's queue iterators do not see those events that nobody has looked for yet.
 /// Whoever looks for one, or puts a block there, has the events that wait made into blocks first:
 /// a million of them keep the queue locked for about half a second. Without memory for that the
-/// call returns -1 (ENOMEM) and the events stay; a new handler that runs meanwhile, or an operator
-/// new of the program's own, must not use the event manager.
+/// call returns -1 (ENOMEM) and the events stay.
+///
+/// A new handler (`std::set_new_handler`) or an operator new of the program's own must not use the
+/// event manager: its queue or its table of handlers may be locked when memory is asked for.
 ///
 /// A child of `fork` has no worker. Handlers stay registered there, events that waited at
 /// the fork are the parent's. The child may post, destroy the event manager, and start a
@@ -135,8 +137,10 @@ public:
     ///
     /// It is unregistered from all events, and none that is under way calls it any more.
     /// Returns when no other thread is in it, be that a worker or one that is in
-    /// `process_msg`. Works while the event manager is destroyed, afterwards, and when there is
-    /// none; does not create one. The caller must prevent others from registering the handler
+    /// `process_msg`; the end of an event's parameter is part of the event's last call.
+    ///
+    /// Works while the event manager is destroyed, afterwards, and when there is none; does not
+    /// create one. The caller must prevent others from registering the handler
     /// again. From an event manager that you made yourself, unregister the handler first.
     ///
     /// The caller must hold no lock that the handler may wait for. In a service's `fini`

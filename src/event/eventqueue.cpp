@@ -64,7 +64,7 @@ void Pause() {
 #endif
 }
 
-bool IsOurs(EventQueue::Base& queue) {
+bool IsOurs(const EventQueue::Base& queue) {
     return typeid(queue) == typeid(EventQueue);
 }
 
@@ -253,8 +253,9 @@ bool EventQueue::Reader::MayClaim(Position next) {
     return true;
 }
 
+// One of another kind may have got the place of the one before.
 void EventQueue::Reader::Leave(const Base* queue) {
-    if (m_queue == nullptr || m_queue != queue) return;
+    if (m_queue == nullptr || m_queue != queue || !IsOurs(*queue)) return;
     ACE_GUARD(ACE_Thread_Mutex, guard, m_queue->lock_);
     m_queue->Return(*this);
 }

@@ -71,19 +71,16 @@ private:
 class Param {
 public:
     explicit Param(const PostedEvent& event) : m_pParam(event.param), m_isDeleted(event.isParamDeleted) {}
-    ~Param() { Delete(); }
+    ~Param() {
+        if (m_isDeleted) delete m_pParam;
+    }
     Param(const Param&) = delete;
     Param& operator=(const Param&) = delete;
 
     LightEventParam* Get() const { return m_pParam; }
-    /// Deletes it if it was flagged when the event was posted.
-    void Delete() {
-        if (m_isDeleted) delete m_pParam;
-        m_pParam = nullptr;
-    }
 
 private:
-    LightEventParam* m_pParam;
+    LightEventParam* const m_pParam;
     const bool m_isDeleted;
 };
 
@@ -500,14 +497,14 @@ void LightEventMgr::Fetch(Event& event) {
 void LightEventMgr::Dispatch(Event& event) {
     if (!event.isThere) return;
     HandlerCalls& calls = event.calls;
-    Param param(event.posted);
+    // In this order: the last handler counts as called until the parameter is gone, whose code may
+    // be in the same library.
     const Ending ending(calls);
+    const Param param(event.posted);
     try {
         for (LightEventHandler* handler = calls.Current(); handler != nullptr; handler = calls.Next()) {
             handler->HandleLightEvent(event.posted.eventId, param.Get());
         }
-        // While the last one still counts as called: the parameter's code may be in the same library.
-        param.Delete();
     } catch (...) {
         // A handler ended its thread: no exception, and the process would not survive
         // swallowing it.

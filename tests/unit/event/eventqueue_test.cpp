@@ -4,7 +4,9 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <thread>
@@ -811,6 +813,24 @@ TEST_F(EventQueueTest, AWorkerThatEndsGivesBackWhatItUsed) {
     Post(2);
     Mgr().process_msg();
     EXPECT_THAT(calls.Get(), ElementsAre(2));
+}
+
+TEST(EventQueueReaderTest, LeavesAQueueOfAnotherKindAloneThatGotThePlaceOfItsOwn) {
+    using Queue = EventQueue::Base;
+    alignas(EventQueue) unsigned char place[sizeof(EventQueue)];
+    EventQueue::Reader reader;
+    auto* const queue = new (place) EventQueue;
+    for (int i = 0; i < 2; ++i) EventQueue::Post(*queue, PostedEvent{kEvent, 0, nullptr, false});
+    PostedEvent event{};
+    EXPECT_TRUE(EventQueue::Take(*queue, &reader, event));
+    queue->~EventQueue();
+
+    std::fill(std::begin(place), std::end(place), '#');
+    auto* const other = new (place) Queue;
+    reader.Leave(other);
+    other->~Queue();
+    EXPECT_EQ(std::string(sizeof place - sizeof(Queue), '#'),
+              std::string(std::begin(place) + sizeof(Queue), std::end(place)));
 }
 
 }  // namespace

@@ -155,6 +155,20 @@ TEST_F(RemoveHandlerTest, WaitsForTheEndOfTheParameterAfterTheLastCall) {
     EXPECT_TRUE(remover.Finishes());
 }
 
+TEST_F(RemoveHandlerTest, WaitsForTheEndOfTheParameterOfACallThatThrew) {
+    LightEventMgr& mgr = StartedMgr();
+    Handler handler([](int, LightEventParam*) { throw 1; });
+    mgr.RegisterHandler(kEvent, &handler);
+    test::LongCall end;
+    mgr.Push_Msg(kEvent, new LongLivedParam(end), 0);
+    ASSERT_TRUE(end.AwaitInside());
+
+    const Elsewhere remover([&] { LightEventMgr::RemoveHandler(&handler); });
+    EXPECT_FALSE(remover.Finishes(kAWhile));
+    end.Release();
+    EXPECT_TRUE(remover.Finishes());
+}
+
 TEST_F(RemoveHandlerTest, TheLastCallIsThatOfTheLastHandlerThatIsLeft) {
     LightEventMgr& mgr = StartedMgr();
     Blocking first;
