@@ -66,13 +66,14 @@ bool SourcePosition::SetKnown(const char* file, unsigned long line) {
     if (source == nullptr || line > kMaxLine) return false;
     const bool isSameFile = std::strcmp(source->names.file.c_str(), file) == 0;
     const std::size_t number = isSameFile ? NumberOf(place) : FindFile(source->group, file);
+    if (number == 0) return false;
     const Place newPlace = PlaceOf(number, line);
-    if (number == 0 || place == newPlace) return number != 0;
-    return m_place.compare_exchange_strong(place, newPlace, std::memory_order_acq_rel);
+    return place == newPlace || m_place.compare_exchange_strong(place, newPlace, std::memory_order_acq_rel);
 }
 
 // The number of a group's source; 0 where it is not remembered.
-std::size_t SourcePosition::FindFile(unsigned group, const char* file) const {
+std::size_t SourcePosition::FindFile(std::size_t group, const char* file) const {
+    if (group == 0) return 0;
     const std::size_t count = m_nSources.load(std::memory_order_acquire);
     const std::string_view name = file;
     for (std::size_t i = 0; i < count; ++i) {
@@ -132,14 +133,14 @@ bool SourcePosition::TakeAt(const char* file, unsigned long line, RecordSource& 
     return !record.source.empty();
 }
 
-// Of the names; a new one where no source has them.
-unsigned SourcePosition::FindGroup() {
+// Of the names; 0 where no source has them.
+std::size_t SourcePosition::FindGroup() const {
     const std::size_t count = m_nSources.load(std::memory_order_relaxed);
     for (std::size_t i = 0; i < count; ++i) {
         const Names& names = m_sources[i]->names;
         if (names.bundle == m_names.bundle && names.service == m_names.service) return m_sources[i]->group;
     }
-    return ++m_nGroups;
+    return 0;
 }
 
 // The number of the source that the names make up; 0 where it cannot be remembered.
@@ -152,12 +153,15 @@ std::size_t SourcePosition::MakeSource() {
     const std::size_t count = m_nSources.load(std::memory_order_relaxed);
     const std::size_t size = RecordSource::SizeOf(m_names.bundle, m_names.service, m_names.file);
     if (count == kSources || size > kMaxSize) return 0;
+    const std::size_t number = count + 1;
+    const std::size_t group = m_nGroup != 0 ? m_nGroup : number;
     try {
-        auto source = std::make_unique<Source>(Source{m_names, m_nGroup, std::make_unique<char[]>(size), size});
+        auto source = std::make_unique<Source>(Source{m_names, group, std::make_unique<char[]>(size), size});
         RecordSource::Put(m_names.bundle, m_names.service, m_names.file, source->text.get());
         m_sources[count] = std::move(source);
-        m_nSources.store(count + 1, std::memory_order_release);
-        return count + 1;
+        m_nSources.store(number, std::memory_order_release);
+        m_nGroup = group;
+        return number;
     } catch (const std::exception&) {
         return 0;
     }

@@ -66,7 +66,7 @@ private:
 
     struct Source {
         const Names names;
-        const unsigned group;
+        const std::size_t group;
         std::unique_ptr<char[]> text;
         const std::size_t size;
     };
@@ -81,9 +81,9 @@ private:
     static std::size_t NumberOf(Place place) { return place >> kLineBits; }
     const Source* SourceAt(Place place) const;
     bool SetKnown(const char* file, unsigned long line);
-    std::size_t FindFile(unsigned group, const char* file) const;
+    std::size_t FindFile(std::size_t group, const char* file) const;
     void Rename(std::string Names::*name, const char* text);
-    unsigned FindGroup() ZO_REQUIRES(m_mutex);
+    std::size_t FindGroup() const ZO_REQUIRES(m_mutex);
     std::size_t FindOrMakeSource() ZO_REQUIRES(m_mutex);
     std::size_t MakeSource() ZO_REQUIRES(m_mutex);
 
@@ -93,9 +93,9 @@ private:
     // What the place names counts; the file and the line here are older then.
     Names m_names ZO_GUARDED_BY(m_mutex);
     unsigned long m_nLine ZO_GUARDED_BY(m_mutex) = 0;
-    // Sources with one bundle and service are a group.
-    unsigned m_nGroup ZO_GUARDED_BY(m_mutex) = 0;
-    unsigned m_nGroups ZO_GUARDED_BY(m_mutex) = 0;
+    // Sources with one bundle and service are a group, called by the number of the first one. 0: the
+    // names have none yet.
+    std::size_t m_nGroup ZO_GUARDED_BY(m_mutex) = 0;
     detail::Mutex& m_mutex;
 };
 

@@ -10,6 +10,7 @@
 
 #include "src/log/recordsource.h"
 #include "src/log/recordview.h"
+#include "support/forkedchild.h"
 #include "support/memoryfault.h"
 
 namespace NS_BUNDLEMGR1 {
@@ -140,6 +141,21 @@ TEST_F(SourcePositionTest, TakesNamesOfAnySize) {
     }
 }
 
+// What is remembered is no copy. A name of a megabyte would be kept for good otherwise.
+TEST_F(SourcePositionTest, RemembersSourcesOfUsualSizeOnly) {
+    const auto isRemembered = [this](const std::string& file) {
+        m_position.Set(file.c_str(), 1);
+        RecordSource rooms[2];
+        RecordView records[2];
+        for (int i = 0; i < 2; ++i) EXPECT_TRUE(m_position.Take(rooms[i], records[i]));
+        return records[0].source.data() == records[1].source.data();
+    };
+    EXPECT_TRUE(isRemembered("file"));
+    EXPECT_TRUE(isRemembered(std::string(400, 'f')));
+    EXPECT_FALSE(isRemembered(std::string(600, 'f')));
+    EXPECT_TRUE(isRemembered("file"));
+}
+
 TEST_F(SourcePositionTest, APositionOfARecordsOwnLeavesTheOtherOne) {
     m_position.Set("file", 1);
     EXPECT_EQ(Source("bundle", "service", "own") + ":18446744073709551615", TakenAt("own", ULONG_MAX));
@@ -198,6 +214,29 @@ TEST_F(SourcePositionTest, FilesKeepTheirLinesWhileOthersChangeThemAndTheNames) 
         EXPECT_EQ(taken.substr(line + 1), taken.substr(line - 1, 1)) << taken;
     }
     for (std::thread& thread : threads) thread.join();
+    isOver = true;
+    renamer.join();
+}
+
+// Names that are known, so that nothing takes memory: renaming always takes the lock.
+TEST_F(SourcePositionTest, AChildHasWholeNamesWhateverOtherThreadsRenamed) {
+    for (const char* const name : {"even", "odd"}) {
+        m_position.SetBundle(name);
+        m_position.Set("file", 1);
+    }
+    std::atomic<bool> isOver{false};
+    std::thread renamer([&] {
+        for (int n = 0; !isOver; ++n) m_position.SetBundle(n % 2 == 0 ? "even" : "odd");
+    });
+    for (int i = 0; i < 50; ++i) {
+        EXPECT_EQ(0, test::InForkedChild([&] {
+                      const std::string before = Taken();
+                      m_position.SetBundle("odd");
+                      return (before == Source("even", "service", "file") + ":1" ||
+                              before == Source("odd", "service", "file") + ":1") &&
+                             Taken() == Source("odd", "service", "file") + ":1";
+                  }));
+    }
     isOver = true;
     renamer.join();
 }
