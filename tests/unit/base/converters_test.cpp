@@ -63,8 +63,10 @@ TEST(ConvertersTest, AnyNumberIsKeptAndEachIsLentOnce) {
     }
 }
 
-TEST(ConvertersTest, NoneIsLostOrLentTwiceAmongManyThreads) {
-    const OpenConverters open = Open(24);
+class ConvertersThreadsTest : public testing::TestWithParam<std::size_t> {};
+
+TEST_P(ConvertersThreadsTest, NoneIsLostOrLentTwice) {
+    const OpenConverters open = Open(GetParam());
     Converters converters("GBK", "UTF-8");
     for (const auto& converter : open) converters.GiveBack(converter.get());
     std::vector<std::atomic<int>> borrowers(open.size());
@@ -74,9 +76,9 @@ TEST(ConvertersTest, NoneIsLostOrLentTwiceAmongManyThreads) {
         return static_cast<std::size_t>(std::find_if(open.begin(), open.end(), is) - open.begin());
     };
     std::vector<std::thread> threads;
-    for (int t = 0; t < 12; ++t) {
+    for (int t = 0; t < 8; ++t) {
         threads.emplace_back([&] {
-            for (int i = 0; i < 5000; ++i) {
+            for (int i = 0; i < 20000; ++i) {
                 Converter* const converter = converters.Take();
                 if (converter == nullptr) continue;
                 const std::size_t index = indexOf(converter);
@@ -90,6 +92,9 @@ TEST(ConvertersTest, NoneIsLostOrLentTwiceAmongManyThreads) {
     EXPECT_EQ(0, shared);
     EXPECT_EQ(open.size(), TakeAll(converters).size());
 }
+
+// Fewer than threads, and more than slots.
+INSTANTIATE_TEST_SUITE_P(, ConvertersThreadsTest, testing::Values(1, 3, 24));
 
 TEST(ConvertersTest, ADirectionIsMadeOnceAndFoundByAll) {
     EXPECT_EQ(nullptr, Converters::Find("made", "once"));
