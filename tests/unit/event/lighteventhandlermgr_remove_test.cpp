@@ -139,6 +139,13 @@ private:
     test::LongCall& m_end;
 };
 
+void ExpectRemovalWaitsFor(test::LongCall& end, LightEventHandler& handler) {
+    const Elsewhere remover([&] { LightEventMgr::RemoveHandler(&handler); });
+    EXPECT_FALSE(remover.Finishes(kAWhile));
+    end.Release();
+    EXPECT_TRUE(remover.Finishes());
+}
+
 TEST_F(RemoveHandlerTest, WaitsForTheEndOfTheParameterAfterTheLastCall) {
     LightEventMgr& mgr = StartedMgr();
     std::atomic<int> calls{0};
@@ -149,10 +156,7 @@ TEST_F(RemoveHandlerTest, WaitsForTheEndOfTheParameterAfterTheLastCall) {
     ASSERT_TRUE(end.AwaitInside());
     EXPECT_EQ(3, calls);
 
-    const Elsewhere remover([&] { LightEventMgr::RemoveHandler(&handler); });
-    EXPECT_FALSE(remover.Finishes(kAWhile));
-    end.Release();
-    EXPECT_TRUE(remover.Finishes());
+    ExpectRemovalWaitsFor(end, handler);
 }
 
 TEST_F(RemoveHandlerTest, WaitsForTheEndOfTheParameterOfACallThatThrew) {
@@ -163,10 +167,7 @@ TEST_F(RemoveHandlerTest, WaitsForTheEndOfTheParameterOfACallThatThrew) {
     mgr.Push_Msg(kEvent, new LongLivedParam(end), 0);
     ASSERT_TRUE(end.AwaitInside());
 
-    const Elsewhere remover([&] { LightEventMgr::RemoveHandler(&handler); });
-    EXPECT_FALSE(remover.Finishes(kAWhile));
-    end.Release();
-    EXPECT_TRUE(remover.Finishes());
+    ExpectRemovalWaitsFor(end, handler);
 }
 
 TEST_F(RemoveHandlerTest, TheLastCallIsThatOfTheLastHandlerThatIsLeft) {
@@ -184,10 +185,7 @@ TEST_F(RemoveHandlerTest, TheLastCallIsThatOfTheLastHandlerThatIsLeft) {
 
     // Nobody waits for a handler that was not called.
     EXPECT_TRUE(test::CanBeDoneElsewhere([&] { LightEventMgr::RemoveHandler(&removed); }));
-    const Elsewhere remover([&] { LightEventMgr::RemoveHandler(&first); });
-    EXPECT_FALSE(remover.Finishes(kAWhile));
-    end.Release();
-    EXPECT_TRUE(remover.Finishes());
+    ExpectRemovalWaitsFor(end, first);
 }
 
 class SelfRemoving : public LightEventHandler {
