@@ -214,7 +214,7 @@ Figures SearchEach(int count, Find find) {
 
 Figures StartAndStop(const std::string& kind, int count) {
     Scene scene;
-    // Also where nobody reads it: thousand files that were just written make the machine slower.
+    // Also where nobody reads it: a thousand files that were just written make the machine slower.
     scene.Configure(kind, kind == "far" ? "svc" : kind, count);
 #ifdef ZO_BENCH_POCO
     if (kind == "poco") return PocoStartAndStop(count);
