@@ -78,10 +78,11 @@ void UseEventManager() {
     LightEventMgr::Instance()->UnRegisterHandler(7, &nobody);
 }
 
-[[maybe_unused]] const int g_programsHandlers = pthread_atfork(UseEventManager, UseEventManager, UseEventManager);
-
 class LightEventMgrFork : public test::EventTest {
 protected:
+    // Not while the test is loaded: where it is linked before the library, it would come first.
+    static void SetUpTestSuite() { ASSERT_EQ(0, pthread_atfork(UseEventManager, UseEventManager, UseEventManager)); }
+
     static bool PostAndDestroy() {
         Mgr().Push_Msg(1, nullptr, 0);
         LightEventMgr::Destroy();
