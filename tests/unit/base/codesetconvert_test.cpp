@@ -670,7 +670,8 @@ TEST(CodeSetThreads, MoreThanThereAreHandlesAreServed) {
 }
 
 TEST(CodeSetThreads, NeverShareAHandleWithStateAtOnce) {
-    // Each handle marks its byte order once: so many marks, so many handles.
+    // Each handle marks its byte order once: so many marks, so many handles. As many as there are
+    // slots may have been overlooked while they moved.
     std::atomic<int> marked{0};
     std::atomic<int> wrong{0};
     InEightThreads([&](int) {
